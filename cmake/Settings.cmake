@@ -1,0 +1,47 @@
+# What holds for every target: language, warnings, sanitizers, where results go.
+include(GNUInstallDirs)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/archive)
+
+# The tool finds the client library beside itself, in a build tree and in an installed prefix alike.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_BUILD_RPATH "$ORIGIN/../lib")
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+find_program(FERRY_CCACHE ccache)
+if(FERRY_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${FERRY_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${FERRY_CCACHE})
+endif()
+
+if(FERRY_SANITIZE)
+  add_compile_options(-fsanitize=${FERRY_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${FERRY_SANITIZE})
+endif()
+
+# Warnings for our own code, in one place.
+function(ferry_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wpointer-arith -Wcast-qual
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
+    $<$<BOOL:${FERRY_WERROR}>:-Werror>)
+  # g++ 12 warns of thread sanitizer's missing fences even where none matter.
+  if(FERRY_SANITIZE STREQUAL "thread")
+    target_compile_options(${target} PRIVATE -Wno-tsan)
+  endif()
+  if(FERRY_TIDY)
+    find_program(FERRY_CLANG_TIDY clang-tidy REQUIRED)
+    set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY
+      "${FERRY_CLANG_TIDY};--quiet;--extra-arg=-Wno-unknown-warning-option")
+  endif()
+endfunction()

@@ -1,0 +1,540 @@
+/*
+ * bx.h - the C interface of the queue manager.
+ *
+ * A queue manager keeps named queues of messages that survive the programs that use them. A
+ * program connects to a manager, opens queues, puts and gets messages, and groups puts and gets
+ * into units of work that count as a whole or not at all. Queues are created, deleted and
+ * inquired by administration commands, whose arguments and answers travel in bags.
+ *
+ * The library comes in two bindings with the same entry points: libbxm_r.so embeds the manager
+ * (it lives in a folder, there is no daemon), libbxic_r.so reaches one in a database server.
+ *
+ * CONVENTIONS. What is said here holds everywhere; a declaration below states exceptions only.
+ *
+ *  1. Results. Every call writes *reason first and *completion last, and nothing is ever thrown.
+ *     The completion code is BXCC_OK (0), BXCC_WARNING (1: done, with a remark) or BXCC_FAILED
+ *     (2: not done). The reason is BXRC_NONE (0) when the completion code is BXCC_OK. Both
+ *     pointers must be valid; they may be the same, which then holds the completion code.
+ *  2. Handles are 32-bit numbers of this process; 0 and -1 never name anything. A call that ends
+ *     a handle takes its address and sets it to an unusable value. A handle that was never given
+ *     out, or has ended, is BXRC_HCONN_ERROR (2018) or BXRC_HOBJ_ERROR (2019).
+ *  3. Names are at most 48 characters from A-Z a-z 0-9 . _ / %, case-sensitive, padded with
+ *     blanks or ended by a zero byte. Any other name is simply unknown.
+ *  4. Lengths are in bytes. Buffers belong to the caller and are not kept after the call; a
+ *     length of 0 allows a null buffer.
+ *  5. Structures start with a four-character identifier and a version. Start from the *_DEFAULT
+ *     initialisers; a wrong identifier or version is refused with the structure's own reason.
+ *     Fields named reserved are zero or blank.
+ *  6. Options are sums of the constants of their group. An unknown one, or two that contradict
+ *     each other, is BXRC_OPTIONS_ERROR (2046).
+ *  7. Threads. Any thread may use any handle. Calls on one connection run one after the other, a
+ *     get that waits included; use a connection for each thread that is to wait by itself.
+ *  8. Processes. Handles do not survive fork(): a child connects anew. A process that dies
+ *     without BXDISC has its unit of work backed out; nobody else is harmed.
+ *  9. Reasons that any call on a connection may give, beside those listed with it:
+ *     BXRC_CONNECTION_BROKEN (2009: the store went away; the unit of work is backed out; connect
+ *     again), BXRC_STORAGE_FULL (2056: no disk space; free some and try again),
+ *     BXRC_OBJECT_DAMAGED (2101: the store is not readable; restore it from a backup),
+ *     BXRC_RESOURCE_PROBLEM (2102: memory, descriptors or table slots ran out),
+ *     BXRC_UNEXPECTED (2195: anything else, with a line on standard error).
+ */
+#ifndef BX_BX_H
+#define BX_BX_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define BXENTRY __attribute__((visibility("default")))
+#else
+#define BXENTRY
+#endif
+
+/* ---- Types ------------------------------------------------------------------------------- */
+
+typedef char BXCHAR;
+typedef unsigned char BXBYTE;
+typedef int32_t BXLONG;
+typedef BXLONG BXHCONN; /* a connection to a manager */
+typedef BXLONG BXHOBJ;  /* a queue opened on a connection */
+typedef BXLONG BXHBAG;  /* an administration bag */
+
+#define BX_NAME_LENGTH 48       /* a queue's or manager's name */
+#define BX_IDENTIFIER_LENGTH 24 /* a message or correlation identifier */
+#define BX_FORMAT_LENGTH 8      /* a message format's name */
+#define BX_DATE_LENGTH 12       /* "YYYY-MM-DD  ", local time */
+#define BX_TIME_LENGTH 8        /* "HH.MM.SS", local time */
+
+#define BXHC_UNUSABLE (-1)
+#define BXHO_UNUSABLE (-1)
+#define BXHB_UNUSABLE (-1)
+#define BXHB_NONE (-2) /* "no bag" where a bag is optional */
+#define BXHO_NONE 0    /* "the default" where a queue is optional */
+
+/* ---- Completion and reason codes ------------------------------------------------------------ */
+
+#define BXCC_OK 0
+#define BXCC_WARNING 1
+#define BXCC_FAILED 2
+
+#define BXRC_NONE 0
+#define BXRC_BACKED_OUT 2003          /* the unit of work was backed out instead of committed */
+#define BXRC_BUFFER_ERROR 2004        /* null buffer with a length above 0 */
+#define BXRC_BUFFER_LENGTH_ERROR 2005 /* negative length */
+#define BXRC_CHAR_ATTRS_TOO_SHORT 2008 /* string does not fit the buffer; the true length is told */
+#define BXRC_CONNECTION_BROKEN 2009
+#define BXRC_DATA_LENGTH_ERROR 2010 /* null pointer for a length */
+#define BXRC_EXPIRY_ERROR 2013
+#define BXRC_HCONN_ERROR 2018
+#define BXRC_HOBJ_ERROR 2019
+#define BXRC_INT_ATTRS_ERROR 2023 /* an integer item is out of its range */
+#define BXRC_MAX_CONNECTIONS 2025
+#define BXRC_MD_ERROR 2026
+#define BXRC_MESSAGE_TOO_BIG_FOR_Q 2030
+#define BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR 2031
+#define BXRC_NO_MESSAGE_AVAILABLE 2033
+#define BXRC_NO_MESSAGE_UNDER_CURSOR 2034
+#define BXRC_NOT_AUTHORIZED 2035
+#define BXRC_NOT_OPEN_FOR_BROWSE 2036
+#define BXRC_NOT_OPEN_FOR_INPUT 2037
+#define BXRC_NOT_OPEN_FOR_OUTPUT 2039
+#define BXRC_OBJECT_TYPE_ERROR 2043
+#define BXRC_OD_ERROR 2044
+#define BXRC_OPTION_NOT_VALID_FOR_TYPE 2045
+#define BXRC_OPTIONS_ERROR 2046
+#define BXRC_PERSISTENCE_ERROR 2047
+#define BXRC_PRIORITY_EXCEEDS_MAXIMUM 2049
+#define BXRC_PRIORITY_ERROR 2050
+#define BXRC_Q_DELETED 2052
+#define BXRC_Q_FULL 2053
+#define BXRC_Q_NOT_EMPTY 2055
+#define BXRC_STORAGE_FULL 2056
+#define BXRC_Q_TYPE_ERROR 2057
+#define BXRC_Q_MGR_NAME_ERROR 2058
+#define BXRC_Q_MGR_NOT_AVAILABLE 2059
+#define BXRC_SELECTOR_COUNT_ERROR 2065   /* no item with that index */
+#define BXRC_SELECTOR_ERROR 2067         /* no item with that selector, or one that is not known */
+#define BXRC_SELECTOR_TYPE_ERROR 2068    /* the item is of another type */
+#define BXRC_TRUNCATED_ACCEPTED 2079
+#define BXRC_TRUNCATED_FAILED 2080
+#define BXRC_UNKNOWN_OBJECT 2085
+#define BXRC_UNKNOWN_OBJECT_Q_MGR 2086
+#define BXRC_WAIT_INTERVAL_ERROR 2090
+#define BXRC_OBJECT_EXISTS 2100
+#define BXRC_OBJECT_DAMAGED 2101
+#define BXRC_RESOURCE_PROBLEM 2102
+#define BXRC_NO_EXTERNAL_PARTICIPANTS 2121
+#define BXRC_CNO_ERROR 2139
+#define BXRC_GMO_ERROR 2186
+#define BXRC_PMO_ERROR 2173
+#define BXRC_BO_ERROR 2134
+#define BXRC_UNEXPECTED 2195
+#define BXRC_COMMAND_SERVER_NOT_AVAILABLE 2322
+#define BXRC_COMMAND_FAILED 3008 /* the answer bag holds a nested bag with the codes */
+
+/* ---- BXMD, the message descriptor: 364 bytes ------------------------------------------------ */
+
+#define BXMD_ID "MD  "
+#define BXMD_VERSION_1 1
+#define BXMD_VERSION_2 2 /* the fields from groupId on are used */
+
+#define BXMT_DATAGRAM 8
+#define BXEI_UNLIMITED (-1)
+#define BXENC_NATIVE 546
+#define BXCS_Q_MGR 0     /* the manager's character set ... */
+#define BXCS_UTF8 1208   /* ... which a get tells as this number */
+#define BXPRI_AS_Q_DEF (-1)
+#define BXPRI_MAXIMUM 9
+#define BXPER_NOT_PERSISTENT 0
+#define BXPER_PERSISTENT 1
+#define BXPER_AS_Q_DEF 2
+#define BXFMT_NONE "        "
+#define BXFMT_STRING "BXSTR   "
+
+typedef struct tagBXMD {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG report;
+  BXLONG messageType;
+  BXLONG expiry; /* tenths of a second; a get tells what is left */
+  BXLONG feedback;
+  BXLONG encoding;
+  BXLONG characterSet;
+  BXCHAR format[BX_FORMAT_LENGTH];
+  BXLONG priority;    /* 0 to 9, highest first; -1 the queue's default */
+  BXLONG persistence; /* kept and told; every message is stored durably */
+  BXBYTE messageId[BX_IDENTIFIER_LENGTH]; /* zero: made by the put, which returns it here */
+  BXBYTE correlationId[BX_IDENTIFIER_LENGTH];
+  BXLONG backoutCount; /* always 0 */
+  BXCHAR replyToQueue[BX_NAME_LENGTH];
+  BXCHAR replyToManager[BX_NAME_LENGTH];
+  BXCHAR userId[12];
+  BXBYTE accountingToken[32];
+  BXCHAR applicationIdentity[32];
+  BXLONG putApplicationType;
+  BXCHAR putApplicationName[28];
+  BXCHAR putDate[8]; /* "YYYYMMDD", UTC, set by the put */
+  BXCHAR putTime[8]; /* "HHMMSSTH", UTC, hundredths of a second */
+  BXCHAR applicationOrigin[4];
+  /* version 2 */
+  BXBYTE groupId[BX_IDENTIFIER_LENGTH];
+  BXLONG sequenceNumber;
+  BXLONG offset;
+  BXLONG messageFlags;
+  BXLONG originalLength;
+} BXMD;
+
+/* ---- BXOD, the object descriptor ------------------------------------------------------------ */
+
+#define BXOD_ID "OD  "
+#define BXOD_VERSION_1 1
+#define BXOT_QUEUE 1
+
+typedef struct tagBXOD {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG objectType;
+  BXCHAR objectName[BX_NAME_LENGTH];
+  BXCHAR managerName[BX_NAME_LENGTH]; /* blank, or the connected manager's */
+} BXOD;
+
+/* ---- BXGMO, the get options: 100 bytes ------------------------------------------------------ */
+
+#define BXGMO_ID "GMO "
+#define BXGMO_VERSION_1 1
+#define BXGMO_VERSION_2 2 /* matchOptions is used; version 1 always matches both identifiers */
+#define BXGMO_VERSION_3 3 /* returnedLength is set */
+
+#define BXGMO_NO_WAIT 0
+#define BXGMO_WAIT 1
+#define BXGMO_SYNCPOINT 2
+#define BXGMO_NO_SYNCPOINT 4
+#define BXGMO_BROWSE_FIRST 16
+#define BXGMO_BROWSE_NEXT 32
+#define BXGMO_ACCEPT_TRUNCATED_MESSAGE 64
+#define BXGMO_MESSAGE_UNDER_CURSOR 256
+#define BXGMO_FAIL_IF_QUIESCING 8192
+
+#define BXMO_NONE 0
+#define BXMO_MATCH_MESSAGE_ID 1     /* a zero identifier in the descriptor matches any */
+#define BXMO_MATCH_CORRELATION_ID 2
+
+#define BXWI_UNLIMITED (-1)
+
+typedef struct tagBXGMO {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG options;
+  BXLONG waitInterval; /* milliseconds, used with BXGMO_WAIT */
+  BXLONG reserved1;
+  BXLONG reserved2;
+  BXCHAR resolvedQueueName[BX_NAME_LENGTH];
+  /* version 2 */
+  BXLONG matchOptions;
+  BXCHAR reserved3[4];
+  /* version 3 */
+  BXBYTE reserved4[16];
+  BXLONG returnedLength; /* bytes written to the buffer */
+} BXGMO;
+
+/* ---- BXPMO, the put options ----------------------------------------------------------------- */
+
+#define BXPMO_ID "PMO "
+#define BXPMO_VERSION_1 1
+#define BXPMO_NONE 0
+#define BXPMO_SYNCPOINT 2
+#define BXPMO_NO_SYNCPOINT 4
+#define BXPMO_FAIL_IF_QUIESCING 8192
+
+typedef struct tagBXPMO {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG options;
+  BXLONG timeout; /* not used; -1 */
+  BXCHAR resolvedQueueName[BX_NAME_LENGTH];
+  BXCHAR resolvedManagerName[BX_NAME_LENGTH];
+} BXPMO;
+
+/* ---- BXCNO and BXBO, connect and begin options ---------------------------------------------- */
+
+#define BXCNO_ID "CNO "
+#define BXCNO_VERSION_1 1
+#define BXCNO_VERSION_4 4
+#define BXCNO_NONE 0
+#define BXCNO_HANDLE_SHARE_NONE 32    /* accepted; sharing between threads is always safe */
+#define BXCNO_HANDLE_SHARE_BLOCK 64
+#define BXCNO_HANDLE_SHARE_NO_BLOCK 128
+
+typedef struct tagBXCNO {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG options;
+  BXLONG reserved[13];
+} BXCNO;
+
+#define BXBO_ID "BO  "
+#define BXBO_VERSION_1 1
+#define BXBO_NONE 0
+
+typedef struct tagBXBO {
+  BXCHAR structId[4];
+  BXLONG version;
+  BXLONG options;
+} BXBO;
+
+/* ---- Initialisers --------------------------------------------------------------------------- */
+
+/* Text fields are exactly as long as their blanks: C and C++ differ in whether a string literal
+ * may lose its zero byte there, so the initialisers are written out as characters. */
+#define BX_C4(a, b, c, d) {a, b, c, d}
+#define BX_B4 ' ', ' ', ' ', ' '
+#define BX_B8 BX_B4, BX_B4
+#define BX_B12 BX_B8, BX_B4
+#define BX_B28 BX_B12, BX_B12, BX_B4
+#define BX_B32 BX_B28, BX_B4
+#define BX_B48 BX_B32, BX_B12, BX_B4
+
+#define BXMD_DEFAULT                                                                               \
+  {BX_C4('M', 'D', ' ', ' '), BXMD_VERSION_1, 0, BXMT_DATAGRAM, BXEI_UNLIMITED, 0, BXENC_NATIVE,  \
+   BXCS_Q_MGR, {BX_B8}, BXPRI_AS_Q_DEF, BXPER_AS_Q_DEF, {0}, {0}, 0, {BX_B48}, {BX_B48},          \
+   {BX_B12}, {0}, {BX_B32}, 0, {BX_B28}, {BX_B8}, {BX_B8}, {BX_B4}, {0}, 1, 0, 0, -1}
+#define BXOD_DEFAULT {BX_C4('O', 'D', ' ', ' '), BXOD_VERSION_1, BXOT_QUEUE, {BX_B48}, {BX_B48}}
+#define BXGMO_DEFAULT                                                                              \
+  {BX_C4('G', 'M', 'O', ' '), BXGMO_VERSION_1, BXGMO_NO_WAIT, 0, 0, 0, {BX_B48},                  \
+   BXMO_MATCH_MESSAGE_ID + BXMO_MATCH_CORRELATION_ID, {BX_B4}, {0}, -1}
+#define BXPMO_DEFAULT                                                                              \
+  {BX_C4('P', 'M', 'O', ' '), BXPMO_VERSION_1, BXPMO_NONE, -1, {BX_B48}, {BX_B48}}
+#define BXCNO_DEFAULT {BX_C4('C', 'N', 'O', ' '), BXCNO_VERSION_1, BXCNO_NONE, {0}}
+#define BXBO_DEFAULT {BX_C4('B', 'O', ' ', ' '), BXBO_VERSION_1, BXBO_NONE}
+
+/* ---- Connections ---------------------------------------------------------------------------- */
+
+/*
+ * BXCONN, BXCONNX - connect to a queue manager.
+ *
+ * name: the manager, zero-terminated or 48 characters; empty or blank selects the default manager.
+ * With the embedded bindings, where there is no manager at all yet, a connect with an empty name
+ * makes one called DEFAULT and marks it the default. A process may connect any number of times;
+ * each connection is a handle and a unit of work of its own.
+ *
+ * On failure *connection is BXHC_UNUSABLE. 2058: there is no such manager (bxadm manager list
+ * shows those there are). 2059: it is there but cannot be opened, damaged or of a newer version; a
+ * line on standard error says why. 2035: no permission on its folder. 2025: too many connections.
+ * BXCONNX also: 2139 and 2046 for the options.
+ */
+BXENTRY void BXCONN(const BXCHAR* name, BXHCONN* connection, BXLONG* completion, BXLONG* reason);
+BXENTRY void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BXLONG* completion,
+                     BXLONG* reason);
+
+/*
+ * BXDISC - commit the unit of work, close every queue and end the connection.
+ *
+ * The handle ends in any case. 2003: the commit failed and the unit of work was backed out.
+ */
+BXENTRY void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason);
+
+/* ---- Queues --------------------------------------------------------------------------------- */
+
+#define BXOO_INPUT_SHARED 2
+#define BXOO_BROWSE 8
+#define BXOO_OUTPUT 16
+#define BXOO_FAIL_IF_QUIESCING 8192
+#define BXCO_NONE 0
+
+/*
+ * BXOPEN - open a queue for the calls that the options name: input for gets, browse for browses,
+ * output for puts; at least one of them. Any number of connections may open the same queue.
+ *
+ * 2085: there is no such queue. 2086: the descriptor names another manager than the connected one.
+ * 2044, 2043: the descriptor is not one of a queue.
+ */
+BXENTRY void BXOPEN(BXHCONN connection, BXOD* descriptor, BXLONG options, BXHOBJ* object,
+                    BXLONG* completion, BXLONG* reason);
+
+/*
+ * BXCLOSE - end an object handle and its browse cursor. Puts and gets of the unit of work stay
+ * in it. options: BXCO_NONE.
+ */
+BXENTRY void BXCLOSE(BXHCONN connection, BXHOBJ* object, BXLONG options, BXLONG* completion,
+                     BXLONG* reason);
+
+/*
+ * BXPUT - put one message of length bytes.
+ *
+ * With BXPMO_SYNCPOINT the message is part of the unit of work: nobody sees it before the commit.
+ * Without, it is stored durably and can be got when the call returns. The descriptor returns the
+ * message identifier, priority, put date and time as stored.
+ *
+ * Messages are got highest priority first, within a priority in the order in which their units of
+ * work were committed, within one in the order of these calls.
+ *
+ * Warning 2049: the priority was above 9 and the message was put at 9. 2050: priority below -1.
+ * 2013: expiry neither -1 nor above 0. 2047: unknown persistence. 2030, 2031: longer than the
+ * queue or the manager takes. 2053: the queue is at its maximum depth, uncommitted messages
+ * counted; nothing was put. 2039: not open for output. 2052: the queue was deleted.
+ */
+BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* options,
+                   BXLONG length, const void* buffer, BXLONG* completion, BXLONG* reason);
+
+/*
+ * BXGET - get or browse one message into a buffer of length bytes.
+ *
+ * Takes the first message that is committed, has not expired and is not taken by a unit of work
+ * in progress. With BXGMO_SYNCPOINT it is gone for everybody at once and for good with the commit;
+ * without, it is gone when the call returns. *dataLength is the message's true length.
+ *
+ * BXGMO_BROWSE_FIRST and BXGMO_BROWSE_NEXT return a message and leave it there, from the head of
+ * the queue or after the one last browsed through this handle, in queue order. They block nobody,
+ * and what a unit of work has taken is passed over. BXGMO_MESSAGE_UNDER_CURSOR takes the message
+ * last browsed.
+ *
+ * BXGMO_WAIT waits up to waitInterval milliseconds for a message, -1 for ever, without using the
+ * processor. BXMO_MATCH_* choose by the identifiers in the descriptor.
+ *
+ * 2033: no message (within the wait). 2034: no message under the cursor, or it was taken meanwhile.
+ * 2080: the buffer is too small; it is filled, the message stays, *dataLength tells what is needed.
+ * Warning 2079: the same with BXGMO_ACCEPT_TRUNCATED_MESSAGE; the message was taken (or the
+ * cursor moved). 2037, 2036: not open for input or browse. 2090: wait below -1.
+ */
+BXENTRY void BXGET(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXGMO* options,
+                   BXLONG length, void* buffer, BXLONG* dataLength, BXLONG* completion,
+                   BXLONG* reason);
+
+/* ---- Units of work -------------------------------------------------------------------------- */
+
+/*
+ * BXCMIT - make the puts and gets under syncpoint since the last commit or backout count.
+ *
+ * When it returns 0, the puts survive a power cut and the gets survive the death of any process.
+ * A power cut can bring back at most the last 1,000 messages got (while the process that got them
+ * lives, those of the last 100 ms), unless the manager is set to full synchronisation.
+ *
+ * 2003: it failed and the unit of work was backed out, all of it. 2056: the disk is full, likewise
+ * backed out.
+ */
+BXENTRY void BXCMIT(BXHCONN connection, BXLONG* completion, BXLONG* reason);
+
+/*
+ * BXBACK - undo the puts and gets under syncpoint since the last commit or backout. Messages return
+ * to their old places in the queue.
+ */
+BXENTRY void BXBACK(BXHCONN connection, BXLONG* completion, BXLONG* reason);
+
+/*
+ * BXBEGIN - begin a unit of work that other resource managers take part in. There are none to
+ * offer: warning 2121, and the unit of work is the connection's own.
+ */
+BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLONG* reason);
+
+/* ---- Administration bags -------------------------------------------------------------------- */
+
+/*
+ * A bag is an ordered list of items, each a selector with an integer, a string or a nested bag.
+ * Items with one selector are counted by an index from 0. Bags belong to the process, not to a
+ * connection; calls on one bag run one after the other. An unknown bag is 2019.
+ */
+#define BXCBO_ADMIN_BAG 1 /* the one kind of bag */
+
+/* Attributes of a queue: integers ... */
+#define BXIA_CURRENT_DEPTH 3        /* committed messages plus uncommitted puts */
+#define BXIA_DEFAULT_PERSISTENCE 5  /* BXPER_*, 1 unless given */
+#define BXIA_MAX_MESSAGE_LENGTH 13  /* bytes, 1 to 104,857,600; 4,194,304 unless given */
+#define BXIA_MAX_DEPTH 15           /* messages, 0 to 999,999,999; 5,000 unless given */
+#define BXIA_QUEUE_TYPE 20          /* BXQT_LOCAL */
+#define BXIA_PURGE 1007             /* with a deletion: BXPO_YES deletes what is on the queue */
+/* ... and strings, blank-padded to their fixed lengths */
+#define BXCA_CREATION_DATE 2004
+#define BXCA_CREATION_TIME 2005
+#define BXCA_QUEUE_NAME 2016
+#define BXCA_MANAGER_NAME 2017      /* empty: a local queue names no manager */
+#define BXCA_ALTERATION_DATE 2027
+#define BXCA_ALTERATION_TIME 2028
+#define BXCA_CLUSTER_NAME 2029      /* kept and told, not used */
+
+#define BXQT_LOCAL 1
+#define BXPO_NO 0
+#define BXPO_YES 1
+
+/* Answers: one nested bag for each queue that the command was about. */
+#define BXHA_RESPONSE 4001
+#define BXIA_COMPLETION (-6) /* in a nested bag: the command's own codes for this queue */
+#define BXIA_REASON (-7)
+
+#define BXCMD_CREATE_QUEUE 11
+#define BXCMD_DELETE_QUEUE 12
+#define BXCMD_INQUIRE_QUEUE 13
+
+#define BX_NULL_TERMINATED (-1) /* a length: the string ends at its zero byte */
+
+/* bxCreateBag, bxDeleteBag - make an empty bag; delete one with the bags nested in it. */
+BXENTRY void bxCreateBag(BXLONG options, BXHBAG* bag, BXLONG* completion, BXLONG* reason);
+BXENTRY void bxDeleteBag(BXHBAG* bag, BXLONG* completion, BXLONG* reason);
+
+/* bxAddInteger, bxAddString, bxAddInquiry - append an item; an inquiry asks for an attribute. */
+BXENTRY void bxAddInteger(BXHBAG bag, BXLONG selector, BXLONG value, BXLONG* completion,
+                          BXLONG* reason);
+BXENTRY void bxAddString(BXHBAG bag, BXLONG selector, BXLONG length, const BXCHAR* buffer,
+                         BXLONG* completion, BXLONG* reason);
+BXENTRY void bxAddInquiry(BXHBAG bag, BXLONG selector, BXLONG* completion, BXLONG* reason);
+
+/* bxCountItems - how many items have the selector; 0 is not an error. */
+BXENTRY void bxCountItems(BXHBAG bag, BXLONG selector, BXLONG* count, BXLONG* completion,
+                          BXLONG* reason);
+
+/*
+ * bxInquireInteger, bxInquireString, bxInquireBag - read one item.
+ *
+ * A string is blank-padded to the buffer; *stringLength is its length without the padding of the
+ * buffer, *characterSet its BXCS_* number (either pointer may be null). Warning 2008: it was cut
+ * at the buffer's end and *stringLength tells its true length. A nested bag stays owned by the one
+ * that holds it: its handle is valid until that bag is deleted. 2067: no such selector, 2065: no
+ * item with that index, 2068: an item of another type.
+ */
+BXENTRY void bxInquireInteger(BXHBAG bag, BXLONG selector, BXLONG index, BXLONG* value,
+                              BXLONG* completion, BXLONG* reason);
+BXENTRY void bxInquireString(BXHBAG bag, BXLONG selector, BXLONG index, BXLONG bufferLength,
+                             BXCHAR* buffer, BXLONG* stringLength, BXLONG* characterSet,
+                             BXLONG* completion, BXLONG* reason);
+BXENTRY void bxInquireBag(BXHBAG bag, BXLONG selector, BXLONG index, BXHBAG* nested,
+                          BXLONG* completion, BXLONG* reason);
+
+/*
+ * bxExecute - send a command to the manager's command server and wait for its answer.
+ *
+ * optionsBag: BXHB_NONE. adminQueue, responseQueue: BXHO_NONE. The command bag names the queue
+ * (BXCA_QUEUE_NAME) and holds the command's arguments; the response bag is emptied first.
+ *
+ *  create: BXIA_QUEUE_TYPE 1, and any of BXIA_MAX_DEPTH, BXIA_MAX_MESSAGE_LENGTH,
+ *          BXIA_DEFAULT_PERSISTENCE, BXCA_CLUSTER_NAME.
+ *  delete: BXIA_PURGE. A queue may be deleted while others have it open: their calls then fail
+ *          with 2052, and a commit that put to it with 2003.
+ *  inquire: the inquiries tell which attributes are wanted; none means all.
+ *
+ * 2322: the command server is stopped (strbxcsv starts it). 3008: the command itself was refused;
+ * nested bag 0 holds BXIA_COMPLETION and BXIA_REASON: 2085 no such queue or no such name, 2100 it
+ * exists already, 2055 it is not empty, 2057 not a local queue, 2023 a number out of its range,
+ * 2067 an argument is missing or unknown.
+ */
+BXENTRY void bxExecute(BXHCONN connection, BXLONG command, BXHBAG optionsBag, BXHBAG commandBag,
+                       BXHBAG responseBag, BXHOBJ adminQueue, BXHOBJ responseQueue,
+                       BXLONG* completion, BXLONG* reason);
+
+/*
+ * bxTrim - copy a blank-padded text of length bytes (up to a zero byte, if there is one) without
+ * its trailing blanks, and end it with a zero byte. string has room for length + 1 bytes and may
+ * be the buffer itself.
+ */
+BXENTRY void bxTrim(BXLONG length, const BXCHAR* buffer, BXCHAR* string, BXLONG* completion,
+                    BXLONG* reason);
+
+#ifdef __cplusplus
+}
+static_assert(sizeof(BXMD) == 364, "BXMD has 364 bytes");
+static_assert(sizeof(BXGMO) == 100, "BXGMO has 100 bytes");
+#endif
+
+#endif
