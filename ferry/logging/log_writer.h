@@ -1,0 +1,31 @@
+#pragma once
+
+#include "ferry/logging/uriuc.h"
+#include "ferry/text/ucss.h"
+
+#include <vector>
+
+/// One destination of log messages.
+///
+/// Start_v is called once, before anything else, and Stop_v once, after everything
+/// else. Write_v may be called by several threads at once, and by none while Start_v
+/// or Stop_v runs. A writer may log from within its calls.
+class CLogWriter {
+public:
+  virtual ~CLogWriter() = default;
+
+  virtual void Start_v(const URIUC& obDestination) = 0;
+  /// Writes one message, never without lines. Throws VRKLog_Exception on failure.
+  virtual void Write_v(const UnicodeString& sTime, const UnicodeString& sSeverity,
+                       const UnicodeString& sCategory,
+                       const std::vector<UnicodeString>& obLines) = 0;
+  virtual void Stop_v() = 0;
+};
+
+/// Makes the writers of one kind; registered with CLogger under a scheme.
+class CLogWriterFactory {
+public:
+  /// A new writer that the caller owns. May be called by several threads at once.
+  virtual CLogWriter* CreateWriter_pob() = 0;
+  virtual ~CLogWriterFactory() = default;
+};
