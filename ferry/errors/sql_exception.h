@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ferry/errors/vrk_exception.h"
+#include "ferry/errors/exception.h"
 
 /// A failed database call: adds the database's code and text and the statement.
 class VRKSQL_Exception : public VRK_Exception {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "ferry/errors/kel_error_message.h"
+#include "ferry/errors/error_message.h"
 #include "ferry/errors/severity.h"
-#include "ferry/errors/vrk_exception_entry.h"
+#include "ferry/errors/exception_entry.h"
 
 class CMsg;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ferry/errors/vrk_exception.h"
+#include "ferry/errors/exception.h"
 
 /// A message that is not in the format that it should be in.
 class VRKFormat_Exception : public VRK_Exception {

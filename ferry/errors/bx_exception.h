@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ferry/errors/vrk_exception.h"
+#include "ferry/errors/exception.h"
 
 /// A failed queue manager call: adds the reason code and its text.
 class VRKBX_Exception : public VRK_Exception {
