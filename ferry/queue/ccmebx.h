@@ -1,0 +1,64 @@
+#pragma once
+
+#include "ferry/text/unicode_string.h"
+
+#include <string>
+
+/// One open queue of one queue manager.
+///
+/// Results: 0 is done, -1 is failed and already reported in the log, -2 is no message (gets and
+/// browses only). A failure of severity 3 or above is thrown as VRKBX_Exception instead.
+/// Waits are in milliseconds, 0 does not wait. A queue belongs to one thread at a time.
+///
+/// Puts and gets belong to a unit of work when IsTransactional: they count with CommitTran, or when
+/// the object is deleted; RollbackTran undoes them. An exception in between leaves them pending.
+class CCMEBX {
+public:
+  /// Access asked for. Sessions open for everything the queue allows, whatever the value.
+  enum QTYPE { QT_ANY = 0, QT_RECEIVE = 1, QT_SEND = 2, QT_BROWSE = 3 };
+
+  CCMEBX() = default;
+  CCMEBX(const CCMEBX&) = delete;
+  CCMEBX& operator=(const CCMEBX&) = delete;
+  virtual ~CCMEBX() = default;
+
+  virtual int Open(QTYPE nType) = 0;
+  virtual int Close() = 0;
+  virtual int ChangeAccess(QTYPE nType) = 0;
+
+  /// Defines the queue as a local one with a maximum depth; deletes it with all that is on it. A
+  /// refusal by the queue manager is logged and still 0.
+  virtual int CreateQueue(unsigned long nMaxDepth, bool bFlag) = 0;
+  virtual int DeleteQueue() = 0;
+
+  /// Puts one message. A priority below 0 means the queue's default; the expiry is in seconds and
+  /// 0 or less means never. The label is not used.
+  virtual int SendMsg(const UnicodeString& sText, int nPriority, long nExpiry,
+                      const UnicodeString& sLabel) = 0;
+  /// Takes the next message.
+  virtual int ReceiveMessage(UnicodeString& sText, long nWait) = 0;
+  virtual int ReceiveMessage(std::string& sText, long nWait) = 0;
+  /// Reads the first message, with each following call the next one, and leaves it there. After -2
+  /// it starts again from the first.
+  virtual int PeekMsg(UnicodeString& sText, long nWait) = 0;
+  virtual int PeekMsg(std::string& sText, long nWait) = 0;
+  /// Removes the message last peeked at, at once; peeking starts again from the first.
+  virtual int DeleteMessage() = 0;
+  virtual void ResetCursor() = 0;
+
+  /// Undoes what is pending, so that a new unit of work starts.
+  virtual int BeginTran() = 0;
+  virtual int RollbackTran() = 0;
+  virtual int CommitTran() = 0;
+  virtual bool IsTransactional(bool bFlag) = 0;
+
+  /// Both are the queue's name.
+  virtual UnicodeString GetPath() const = 0;
+  virtual UnicodeString GetLabel() const = 0;
+  /// The current depth; 0 also when it cannot be told, -1 without a command server.
+  virtual long GetMessageCount() const = 0;
+  virtual int ReOpenQueue() = 0;
+
+  /// How often SendMsg was called.
+  virtual int GetSentCount() const = 0;
+};
