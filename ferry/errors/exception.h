@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "ferry/errors/error_message.h"
-#include "ferry/errors/severity.h"
 #include "ferry/errors/exception_entry.h"
+#include "ferry/errors/severity.h"
 
 class CMsg;
 

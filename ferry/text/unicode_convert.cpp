@@ -1,0 +1,60 @@
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <unicode/ustring.h>
+
+#include "ferry/errors/exception.h"
+#include "ferry/text/ucss.h"
+
+namespace {
+
+constexpr size_t kStackBuffer = 16384;
+
+// Converts into a stack buffer, or for long strings into a heap buffer that is twice what three
+// bytes a code unit need. convert(buffer, capacity) returns the length of the result.
+template <class Convert>
+std::string narrow(const UnicodeString& s, Convert convert) {
+  if (s.isEmpty()) return {};
+  size_t needed = static_cast<size_t>(s.length()) * 3 * 2;
+  if (needed <= kStackBuffer) {
+    char buffer[kStackBuffer];
+    int32_t length = convert(buffer, static_cast<int32_t>(kStackBuffer));
+    return {buffer, static_cast<size_t>(length)};
+  }
+  needed = std::min<size_t>(needed, std::numeric_limits<int32_t>::max());
+  auto buffer = std::make_unique_for_overwrite<char[]>(needed);
+  int32_t length = convert(buffer.get(), static_cast<int32_t>(needed));
+  return {buffer.get(), static_cast<size_t>(length)};
+}
+
+} // namespace
+
+namespace UCSS {
+
+std::string ucsToDCP(const UnicodeString& s) {
+  return narrow(s, [&](char* buffer, int32_t capacity) {
+    // An encoding may need more than six bytes a unit; what did not fit is told but not there.
+    int32_t length = s.extract(0, s.length(), buffer, static_cast<uint32_t>(capacity));
+    return std::clamp(length, 0, capacity);
+  });
+}
+
+std::string ucToString(const UnicodeString& s) { return ucsToDCP(s); }
+
+std::string ucsToUTF8(const UnicodeString& s) {
+  return narrow(s, [&](char* buffer, int32_t capacity) {
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strToUTF8(buffer, capacity, &length, s.getBuffer(), s.length(), &status);
+    if (U_FAILURE(status))
+      throw VRK_Exception::genericError("UCSS::ucsToUTF8", UnicodeString(u_errorName(status)), 0,
+                                        VRK_CRITICAL_ERROR);
+    return length;
+  });
+}
+
+const UChar* getConstUnicodeStringContent(const UnicodeString& s) {
+  return const_cast<UnicodeString&>(s).getTerminatedBuffer();
+}
+
+} // namespace UCSS
