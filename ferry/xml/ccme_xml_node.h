@@ -1,0 +1,53 @@
+#pragma once
+
+#include <vector>
+#include <xercesc/util/XercesDefs.hpp>
+
+#include "ferry/text/unicode_string.h"
+
+XERCES_CPP_NAMESPACE_BEGIN
+class DOMElement;
+XERCES_CPP_NAMESPACE_END
+
+class CCMEXML;
+
+/// One element of a document, owned by it and valid as long as it is.
+///
+/// Text and attribute values may hold anything; what XML cannot hold becomes U+FFFD. Names must be
+/// XML names. Functions throw VRK_Exception (major error) for a name or an XPath expression that is
+/// none. A document and its nodes are used by one thread at a time.
+class CCMEXMLNode {
+public:
+  /// Appends an empty child element, or one that holds text.
+  CCMEXMLNode* addChild(const UnicodeString& name);
+  CCMEXMLNode* addChild(const UnicodeString& name, const UnicodeString& text);
+  void setAttribute(const UnicodeString& name, const UnicodeString& value);
+  /// Replaces everything in the element. Narrow text is in the default code page.
+  void setText(const UnicodeString& text);
+  void setText(const char* text);
+
+  UnicodeString getName() const;
+  /// "" when there is no such attribute.
+  UnicodeString getAttribute(const UnicodeString& name) const;
+  /// The text of the element and all elements in it.
+  UnicodeString getText() const;
+  std::vector<CCMEXMLNode*> getChildren() const;
+
+  /// The elements that an XPath expression selects from here, in document order.
+  std::vector<CCMEXMLNode*> selectNodes(const UnicodeString& xpath) const;
+  /// The first of them, or null.
+  CCMEXMLNode* selectNode(const UnicodeString& xpath) const;
+  /// The expression's value as text, "" when it selects nothing.
+  UnicodeString evaluate(const UnicodeString& xpath) const;
+
+  CCMEXMLNode(const CCMEXMLNode&) = delete;
+  CCMEXMLNode& operator=(const CCMEXMLNode&) = delete;
+
+private:
+  friend class CCMEXML;
+  CCMEXMLNode(CCMEXML& document, xercesc::DOMElement& element)
+      : m_obDocument(document), m_obElement(element) {}
+
+  CCMEXML& m_obDocument;
+  xercesc::DOMElement& m_obElement;
+};

@@ -1,0 +1,22 @@
+#include "ferry/xml/xml_text.h"
+
+#include <unicode/utf16.h>
+
+namespace {
+
+bool fitsXml(UChar32 c) {
+  if (c < 0x20) return c == u'\t' || c == u'\n' || c == u'\r';
+  return !U_IS_SURROGATE(c) && c != 0xFFFE && c != 0xFFFF;
+}
+
+} // namespace
+
+UnicodeString xmlText(const UnicodeString& text) {
+  UnicodeString result;
+  for (int32_t i = 0; i < text.length();) {
+    UChar32 c = text.char32At(i);
+    i += U16_LENGTH(c);
+    result.append(fitsXml(c) ? c : UChar32{0xFFFD});
+  }
+  return result;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+#include <xalanc/XPath/XPathEvaluator.hpp>
+#include <xalanc/XercesParserLiaison/XercesDOMSupport.hpp>
+#include <xalanc/XercesParserLiaison/XercesParserLiaison.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+
+#include "ferry/text/unicode_string.h"
+#include "ferry/xml/xml_runtime.h"
+
+/// Evaluates XPath expressions over DOM documents. An evaluator must not be shared between threads,
+/// and making one is dear, so each thread has its own until it ends. What it throws is the XML
+/// libraries' own.
+class CXPathEvaluator {
+public:
+  static CXPathEvaluator& OfThisThread_rob();
+
+  std::vector<xercesc::DOMElement*> selectElements(const xercesc::DOMElement& context,
+                                                   const UnicodeString& xpath);
+  UnicodeString evaluate(const xercesc::DOMElement& context, const UnicodeString& xpath);
+
+private:
+  CXPathEvaluator() = default;
+
+  std::shared_ptr<CXMLRuntime> m_pobRuntime = CXMLRuntime::Share_rob(); // first: others need it
+  xalanc::XercesParserLiaison m_obLiaison;
+  xalanc::XercesDOMSupport m_obSupport{m_obLiaison};
+  xalanc::XPathEvaluator m_obEvaluator;
+};
