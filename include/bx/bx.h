@@ -48,10 +48,14 @@
 extern "C" {
 #endif
 
+/* A program that defines the entry points itself, forwarding to a library that it loads at run
+ * time, sets BXENTRY beforehand to keep them out of that library's way. */
+#if !defined(BXENTRY)
 #if defined(__GNUC__)
 #define BXENTRY __attribute__((visibility("default")))
 #else
 #define BXENTRY
+#endif
 #endif
 
 /* ---- Types ------------------------------------------------------------------------------- */

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ferry/queue/ccmebx.h"
+#include "ferry/queue/queue.h"
 
 /// The factory of queues, and administration that needs no queue object.
 ///
