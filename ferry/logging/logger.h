@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <shared_mutex>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -96,28 +95,33 @@ public:
   static std::atomic<CLogger*> pobGlobalLogger;
 
 private:
-  struct Source; // where a configuration came from
   using TablesPtr = std::shared_ptr<const CLogTables>;
+  /// Where a configuration came from: a file, or the text alone.
+  struct Source {
+    UnicodeString m_sFile;
+    int64_t m_nTime = 0;
+  };
 
   bool Load_b(const UnicodeString& sText, const Source& obSource);
-  bool ParseLine_b(CLogTables& obTables, UnicodeString sLine) const;
-  void Start_v(const CLogTables& obTables) const;
-  TablesPtr Publish_pob(TablesPtr pobTables);
+  bool ParseConfig_b(CLogTables& obTables, const UnicodeString& sText);
+  bool ParseLine_b(CLogTables& obTables, UnicodeString sLine);
+  void StartWriters_v(CLogTables& obTables);
   void WatchFile_v(const CMsg& obMsg);
   bool TimeToLook_b(const CMsg& obMsg);
+  void Report_v(unsigned nSeverity, const UChar* pFormat, ...);
+
   CLogWriterFactory* FindFactory_pob(const UnicodeString& sScheme) const;
+  bool FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const;
   UnicodeString SeverityText_s(unsigned nSeverity) const;
-  UnicodeString CategoryText_s(const CMsg& obMsg) const;
-  void Report_v(unsigned nSeverity, const UChar* pFormat, ...) const;
+  TablesPtr Tables_pob() const;
 
   const UnicodeString m_sName;
-  mutable std::shared_mutex m_obLock; // guards what follows up to m_nFileTime
+  mutable std::shared_mutex m_obLock; // guards what follows up to m_obSource
   std::map<UnicodeString, unsigned> m_obSeverities;
   std::map<unsigned, UnicodeString> m_obSeverityNames;
   std::map<UnicodeString, CLogWriterFactory*> m_obFactories;
-  TablesPtr m_pobTables;
+  TablesPtr m_pobTables; // never null
   UnicodeString m_sConfig;
-  UnicodeString m_sFile;
-  int64_t m_nFileTime = 0;
+  Source m_obSource;
   std::atomic<int64_t> m_nLastCheck = 0;
 };

@@ -1,0 +1,139 @@
+#include "ferry/logging/log_system.h"
+#include "ferry/logging/log_tables.h"
+#include "ferry/logging/logger.h"
+
+#include <exception>
+#include <mutex>
+
+namespace {
+
+constexpr UChar kCategory[] = u"logger";
+
+UnicodeString Trimmed_s(UnicodeString s) { return UCSS::RTrim(UCSS::LTrim(s)); }
+
+} // namespace
+
+bool CLogger::LoadConfig_b(const UnicodeString& sText) { return Load_b(sText, Source()); }
+
+bool CLogger::Load_b(const UnicodeString& sText, const Source& obSource) {
+  const auto pobTables = std::make_shared<CLogTables>();
+  if (!ParseConfig_b(*pobTables, sText)) return false;
+
+  Clear_v();
+  // Started before anybody can find them: no writer is written to that has not started.
+  StartWriters_v(*pobTables);
+  TablesPtr pobOld = pobTables;
+  {
+    const std::unique_lock obGuard(m_obLock);
+    m_pobTables.swap(pobOld);
+    m_sConfig = sText;
+    m_obSource = obSource;
+  }
+  pobOld.reset(); // another thread's load may have come between; its writers stop here
+  Report_v(CSeverity::DBUG, u"Successfully loaded new config");
+  return true;
+}
+
+bool CLogger::ParseConfig_b(CLogTables& obTables, const UnicodeString& sText) {
+  std::vector<UnicodeString> obLines;
+  UCSS::Tokenize(sText, obLines, u"\n");
+  for (const UnicodeString& sLine : obLines)
+    if (!ParseLine_b(obTables, Trimmed_s(sLine))) return false;
+  return true;
+}
+
+bool CLogger::ParseLine_b(CLogTables& obTables, UnicodeString sLine) {
+  sLine.findAndReplace(u"$NODE_NAME", m_sName);
+  sLine.findAndReplace(u"$MODULE_NAME", m_sName);
+  if (sLine.isEmpty() || sLine.startsWith(u"#")) return true;
+
+  std::vector<UnicodeString> obFields;
+  if (UCSS::Tokenize(sLine, obFields, u" \t\u00A0") != 2) {
+    Report_v(CSeverity::ERR, u"Invalid config line: %S", sLine.getTerminatedBuffer());
+    return false;
+  }
+  const URIUC obDestination(obFields[0]);
+  CLogWriterFactory* pobFactory = FindFactory_pob(obDestination.Scheme_rob());
+  if (!pobFactory) {
+    UnicodeString sScheme = obDestination.Scheme_rob();
+    Report_v(CSeverity::ERR, u"Unknown log type [%S] for config line: %S",
+             sScheme.getTerminatedBuffer(), sLine.getTerminatedBuffer());
+    return false;
+  }
+  std::vector<Filter> obFilters;
+  if (!ParseMap_b(obFilters, obFields[1])) {
+    Report_v(CSeverity::ERR, u"Invalid filter: %S", obFields[1].getTerminatedBuffer());
+    return false;
+  }
+  obTables.AddWriter_v(obDestination, std::unique_ptr<CLogWriter>(pobFactory->CreateWriter_pob()));
+  for (const auto& [sCategory, nMask] : obFilters) obTables.AddRoute_v(sCategory, nMask);
+  Report_v(CSeverity::DBUG, u"Got config line: %S %S", obFields[0].getTerminatedBuffer(),
+           obFields[1].getTerminatedBuffer());
+  return true;
+}
+
+bool CLogger::ParseMap_b(std::vector<Filter>& obFilters, const UnicodeString& sText) const {
+  obFilters.clear();
+  std::vector<UnicodeString> obItems;
+  UCSS::Tokenize(sText, obItems, u";");
+  for (const UnicodeString& sItem : obItems) {
+    const int32_t nDot = sItem.lastIndexOf(u'.');
+    if (nDot < 0 || nDot + 1 == sItem.length()) return false;
+    UnicodeString sCategory(sItem, 0, nDot);
+    if (sCategory == u"*") sCategory.remove();
+    UnicodeString sSeverity(sItem, nDot + 1);
+    unsigned nMask = 0xFFFFFFFF;
+    if (sSeverity != u"*") {
+      const bool bNegated = sSeverity.startsWith(u"!");
+      if (bNegated) sSeverity.remove(0, 1);
+      if (!FindSeverity_b(sSeverity, nMask)) return false;
+      if (bNegated) nMask = ~nMask;
+    }
+    obFilters.emplace_back(sCategory, nMask);
+  }
+  return !obFilters.empty();
+}
+
+void CLogger::StartWriters_v(CLogTables& obTables) {
+  obTables.m_bStarted = true;
+  for (const auto& [obDestination, pobWriter] : obTables.m_obWriters) {
+    try {
+      pobWriter->Start_v(obDestination);
+    } catch (const std::exception& obException) {
+      UnicodeString sText = obDestination.Text_rob();
+      Report_v(CSeverity::ERR, u"Failed to start log writer [%S]: %s", sText.getTerminatedBuffer(),
+               obException.what());
+    }
+  }
+}
+
+void CLogger::Clear_v() {
+  TablesPtr pobOld = std::make_shared<const CLogTables>();
+  const std::unique_lock obGuard(m_obLock);
+  m_pobTables.swap(pobOld);
+}
+
+bool CLogger::ReloadConfig_b() {
+  UnicodeString sFile;
+  UnicodeString sConfig;
+  {
+    const std::shared_lock obGuard(m_obLock);
+    sFile = m_obSource.m_sFile;
+    sConfig = m_sConfig;
+  }
+  if (!sFile.isEmpty()) return LoadConfigFile_b(sFile.getTerminatedBuffer());
+  return sConfig.isEmpty() || LoadConfig_b(sConfig);
+}
+
+void CLogger::Report_v(unsigned nSeverity, const UChar* pFormat, ...) {
+  CMsg obMsg(kCategory, nSeverity);
+  va_list args;
+  va_start(args, pFormat);
+  obMsg.VAddLine_rob(pFormat, args);
+  va_end(args);
+  try {
+    VLocalLog_v(obMsg);
+  } catch (const std::exception&) {
+    // Whether a configuration loads must not hang on a writer that fails to report it.
+  }
+}
