@@ -73,7 +73,7 @@ CCMEXML::~CCMEXML() = default;
 CCMEXML::Document CCMEXML::create(const UnicodeString& rootName) {
   auto runtime = CXMLRuntime::Share_rob();
   return guardXml("CCMEXML::CCMEXML", [&] {
-    UnicodeString name = xmlText(rootName);
+    UnicodeString name = xmlName(rootName);
     return Document(implementation().createDocument(nullptr, name.getTerminatedBuffer(), nullptr));
   });
 }

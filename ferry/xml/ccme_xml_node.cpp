@@ -9,7 +9,7 @@
 
 CCMEXMLNode* CCMEXMLNode::addChild(const UnicodeString& name) {
   return guardXml("CCMEXMLNode::addChild", [&] {
-    UnicodeString tag = xmlText(name);
+    UnicodeString tag = xmlName(name);
     xercesc::DOMElement* child =
         m_obElement.getOwnerDocument()->createElement(tag.getTerminatedBuffer());
     m_obElement.appendChild(child);
@@ -25,7 +25,7 @@ CCMEXMLNode* CCMEXMLNode::addChild(const UnicodeString& name, const UnicodeStrin
 
 void CCMEXMLNode::setAttribute(const UnicodeString& name, const UnicodeString& value) {
   guardXml("CCMEXMLNode::setAttribute", [&] {
-    m_obElement.setAttribute(xmlText(name).getTerminatedBuffer(),
+    m_obElement.setAttribute(xmlName(name).getTerminatedBuffer(),
                              xmlText(value).getTerminatedBuffer());
   });
 }
@@ -40,7 +40,7 @@ void CCMEXMLNode::setText(const char* text) { setText(UnicodeString(text ? text 
 UnicodeString CCMEXMLNode::getName() const { return m_obElement.getTagName(); }
 
 UnicodeString CCMEXMLNode::getAttribute(const UnicodeString& name) const {
-  return m_obElement.getAttribute(xmlText(name).getTerminatedBuffer());
+  return m_obElement.getAttribute(xmlName(name).getTerminatedBuffer());
 }
 
 UnicodeString CCMEXMLNode::getText() const { return m_obElement.getTextContent(); }

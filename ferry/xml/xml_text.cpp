@@ -2,6 +2,8 @@
 
 #include <unicode/utf16.h>
 
+#include "ferry/xml/xml_errors.h"
+
 namespace {
 
 bool fitsXml(UChar32 c) {
@@ -19,4 +21,9 @@ UnicodeString xmlText(const UnicodeString& text) {
     result.append(fitsXml(c) ? c : UChar32{0xFFFD});
   }
   return result;
+}
+
+UnicodeString xmlName(const UnicodeString& name) {
+  if (name.indexOf(u'\0') >= 0) throw xmlError("xmlName", u"A name must not contain NUL");
+  return name;
 }

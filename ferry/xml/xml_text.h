@@ -6,3 +6,7 @@
 /// but tab, line feed and carriage return; NUL; lone surrogates; U+FFFE and U+FFFF) becomes the
 /// replacement character U+FFFD, so that a reader sees that something stood there.
 UnicodeString xmlText(const UnicodeString& text);
+
+/// The name as it is; the XML libraries judge it. Throws VRK_Exception when it holds a NUL,
+/// at which they would cut it.
+UnicodeString xmlName(const UnicodeString& name);

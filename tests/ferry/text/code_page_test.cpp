@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+#include <unicode/ucnv.h>
+#include <unicode/ustream.h>
+
+#include "ferry/errors/exception.h"
+#include "ferry/text/default_code_page.h"
+#include "ferry/text/ucss.h"
+
+namespace {
+
+class Utf8 : public ::testing::Environment {
+  void SetUp() override { UseUTF8CodePage_v(); }
+};
+const auto* const utf8 = ::testing::AddGlobalTestEnvironment(new Utf8);
+
+std::string conversionError(const UnicodeString& s) {
+  try {
+    return UCSS::ucsToUTF8(s);
+  } catch (const VRK_Exception& error) {
+    EXPECT_EQ(VRK_CRITICAL_ERROR, error.Severity());
+    return error.what();
+  }
+}
+
+TEST(CodePage, Utf8SurvivesAnEnvironmentWithoutIt) {
+  ucnv_setDefaultName("US-ASCII"); // what LANG=C gives, unless ICU is fixed to UTF-8
+  UseUTF8CodePage_v();
+  EXPECT_EQ("gr\u00fc\u00df", UCSS::ucsToDCP(UnicodeString("gr\u00fc\u00df")));
+}
+
+// Lengths around the switch from the stack buffer to the heap, in characters of one to four bytes.
+TEST(CodePage, TextOfAnyLengthIsConvertedWhole) {
+  const std::string characters[] = {"x", "\u00e9", "\u20ac", "\U0001F600"};
+  for (const std::string& character : characters)
+    for (int count : {0, 1, 1365, 1366, 2730, 2731, 200000}) {
+      std::string narrow;
+      for (int i = 0; i < count; ++i) narrow += character;
+      UnicodeString wide = UnicodeString::fromUTF8(narrow);
+      EXPECT_EQ(narrow, UCSS::ucsToUTF8(wide)) << character << " x " << count;
+      EXPECT_EQ(narrow, UCSS::ucsToDCP(wide)) << character << " x " << count;
+      EXPECT_EQ(narrow, UCSS::ucToString(wide)) << character << " x " << count;
+    }
+}
+
+TEST(CodePage, NulIsTextLikeAnyOther) {
+  UnicodeString s(u"a\0b", 3);
+  EXPECT_EQ(std::string("a\0b", 3), UCSS::ucsToDCP(s));
+  EXPECT_EQ(std::string("a\0b", 3), UCSS::ucsToUTF8(s));
+}
+
+TEST(CodePage, ALoneSurrogateIsReplacedOrReported) {
+  UnicodeString s(UnicodeString(u"a").append(UChar(0xD800)));
+  EXPECT_EQ("a\uFFFD", UCSS::ucsToDCP(s));
+  EXPECT_EQ("U_INVALID_CHAR_FOUND", conversionError(s));
+}
+
+} // namespace

@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+#include <thread>
+#include <unicode/ustream.h>
+
+#include "ferry/errors/exception.h"
+#include "ferry/xml/ccme_xml.h"
+#include "second_reader.h"
+
+namespace {
+
+std::string textReadBack(const UnicodeString& text) {
+  CCMEXML document(u"R");
+  document.getRoot()->setText(text);
+  return SecondReader(document.dump()).rootText();
+}
+
+std::string attributeReadBack(const UnicodeString& value) {
+  CCMEXML document(u"R");
+  document.getRoot()->setAttribute(u"a", value);
+  return SecondReader(document.dump()).rootAttribute("a");
+}
+
+TEST(XmlText, EveryCharacterOfTheBasicPlaneSurvivesOrIsReplaced) {
+  for (UChar32 c = 0; c <= 0xFFFF; ++c) {
+    bool fits = c >= 0x20 ? !U_IS_SURROGATE(c) && c < 0xFFFE : c == 9 || c == 10 || c == 13;
+    std::string expected;
+    UnicodeString(u"a").append(fits ? c : 0xFFFD).append(u"b").toUTF8String(expected);
+    UnicodeString text = UnicodeString(u"a").append(UChar(c)).append(u"b");
+    // All that the writer may treat apart, and a sample of the rest.
+    if (c > 0x300 && c < 0xD7F0 && c % 997) continue;
+    ASSERT_EQ(expected, textReadBack(text)) << std::hex << c;
+    ASSERT_EQ(expected, attributeReadBack(text)) << std::hex << c;
+  }
+}
+
+TEST(XmlText, SurvivesOverTheSupplementaryPlanes) {
+  EXPECT_EQ("\U0001F600\U0010FFFD", textReadBack(u"\U0001F600\U0010FFFD"));
+  EXPECT_EQ("]]>\r\n\t ", textReadBack(u"]]>\r\n\t "));
+  EXPECT_EQ("", textReadBack(u""));
+  EXPECT_EQ(std::string(300000, 'x'), textReadBack(UnicodeString(300000, u'x', 300000)));
+}
+
+TEST(XmlDocument, IsBuiltReadAndWritten) {
+  CCMEXML document(u"R");
+  CCMEXMLNode* child = document.getRoot()->addChild(u"C", u"one");
+  child->setAttribute(u"n", u"1");
+  document.getRoot()->addChild(u"D")->setText("two");
+  EXPECT_EQ("R{C(n=1){one}D{two}}", SecondReader(document.dump()).outline());
+  EXPECT_EQ("C(n=1){one}", SecondReader(document.dump(child)).outline());
+
+  auto copy = CCMEXML::parse_pob(document.dump());
+  std::vector<CCMEXMLNode*> children = copy->getRoot()->getChildren();
+  ASSERT_EQ(2U, children.size());
+  EXPECT_EQ(u"C", children[0]->getName());
+  EXPECT_EQ(u"1", children[0]->getAttribute(u"n"));
+  EXPECT_EQ(u"", children[0]->getAttribute(u"m"));
+  EXPECT_EQ(u"onetwo", copy->getRoot()->getText());
+  EXPECT_EQ(children, copy->getRoot()->getChildren());
+}
+
+TEST(XmlDocument, WhatIsNoXmlIsRefused) {
+  EXPECT_THROW(CCMEXML(u"a b"), VRK_Exception);
+  EXPECT_THROW(CCMEXML(u""), VRK_Exception);
+  CCMEXML document(u"R");
+  EXPECT_THROW(document.getRoot()->addChild(u"<"), VRK_Exception);
+  EXPECT_THROW(document.getRoot()->setAttribute(UnicodeString(u"a\0b", 3), u""), VRK_Exception);
+  EXPECT_EQ("R{}", SecondReader(document.dump()).outline());
+  for (const UChar* text : {u"", u"<a>", u"<a></b>", u"<a>&undefined;</a>", u"text"})
+    EXPECT_THROW(CCMEXML::parse_pob(text), VRK_Exception) << UnicodeString(text);
+}
+
+TEST(XmlDocument, NothingOutsideTheTextIsLoaded) {
+  const UChar* text = u"<?xml version='1.0' encoding='ISO-8859-1'?>"
+                      u"<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>\u20ac&e;</r>";
+  try {
+    EXPECT_EQ(u"\u20ac", CCMEXML::parse_pob(text)->getRoot()->getText());
+  } catch (const VRK_Exception&) {
+    // Refusing it is as good.
+  }
+}
+
+TEST(XmlDocument, EntitiesDoNotExpandWithoutEnd) {
+  UnicodeString text(u"<!DOCTYPE r [<!ENTITY a0 'xxxxxxxxxx'>");
+  for (char16_t i = 1; i < 9; ++i) {
+    text.append(u"<!ENTITY a").append(UChar(u'0' + i)).append(u" '");
+    for (int k = 0; k < 10; ++k) text.append(u"&a").append(UChar(u'0' + i - 1)).append(u";");
+    text.append(u"'>");
+  }
+  EXPECT_THROW(CCMEXML::parse_pob(text + u"]><r>&a8;</r>"), VRK_Exception);
+}
+
+TEST(XPath, SelectsElementsAndValues) {
+  auto document = CCMEXML::parse_pob(u"<r><a n='1'>x</a><b><a n='2'>y\u00e9</a></b></r>");
+  CCMEXMLNode* root = document->getRoot();
+  EXPECT_EQ(2U, root->selectNodes(u"//a").size());
+  EXPECT_EQ(1U, root->selectNodes(u"a").size());
+  EXPECT_EQ(root->getChildren()[0], root->selectNode(u"a"));
+  EXPECT_EQ(nullptr, root->selectNode(u"c"));
+  EXPECT_EQ(u"y\u00e9", root->evaluate(u"b/a"));
+  EXPECT_EQ(u"2", root->evaluate(u"count(//a)"));
+  EXPECT_EQ(u"2", root->evaluate(u"b/a/@n"));
+  EXPECT_EQ(u"", root->evaluate(u"c"));
+  EXPECT_THROW(root->selectNodes(u"]["), VRK_Exception);
+  // What was added since the last expression is seen.
+  root->addChild(u"c", u"new");
+  EXPECT_EQ(u"new", root->evaluate(u"c"));
+}
+
+TEST(XPath, ThreadsWorkOnTheirOwnDocuments) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t)
+    threads.emplace_back([] {
+      for (int i = 0; i < 100; ++i) {
+        CCMEXML document(u"r");
+        document.getRoot()->addChild(u"a", u"x");
+        auto copy = CCMEXML::parse_pob(document.dump());
+        ASSERT_EQ(u"x", copy->getRoot()->evaluate(u"a"));
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+}
+
+} // namespace
