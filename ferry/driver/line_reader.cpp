@@ -1,0 +1,72 @@
+#include "ferry/driver/line_reader.h"
+
+#include "ferry/driver/interruption.h"
+#include "ferry/driver/stream_error.h"
+
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t PIECE_SIZE = CLineReader::BUFFER_SIZE - 1;
+
+bool IsContinuation_b(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+size_t CharacterLength_n(char cLead) {
+  const auto n = static_cast<unsigned char>(cLead);
+  return n >= 0xF0 ? 4 : n >= 0xE0 ? 3 : n >= 0xC0 ? 2 : 1;
+}
+
+// The length of a piece of at most PIECE_SIZE bytes that does not end within a character.
+size_t WholeCharacters_n(const char* pText) {
+  size_t nLead = PIECE_SIZE - 1;
+  while (nLead > PIECE_SIZE - 4 && IsContinuation_b(pText[nLead])) --nLead;
+  return nLead + CharacterLength_n(pText[nLead]) > PIECE_SIZE ? nLead : PIECE_SIZE;
+}
+
+} // namespace
+
+CLineReader::CLineReader(int nDescriptor, std::function<void()> obBeforeWait)
+    : m_nDescriptor(nDescriptor), m_obBeforeWait(std::move(obBeforeWait)),
+      m_pBuffer(std::make_unique_for_overwrite<char[]>(BUFFER_SIZE)) {}
+
+CLineReader::~CLineReader() {
+  if (m_nBegin < m_nEnd) ::lseek(m_nDescriptor, -static_cast<off_t>(m_nEnd - m_nBegin), SEEK_CUR);
+}
+
+bool CLineReader::Read_b(std::string_view& sLine) {
+  size_t nScanned = 0;
+  while (CInterruption::Signal_n() == 0) {
+    const std::string_view sThere(m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
+    const size_t nLength = sThere.find('\n', nScanned) + 1; // 0 when there is none
+    if (nLength > 0 && nLength <= PIECE_SIZE) return Take_b(nLength, sLine);
+    if (sThere.size() >= PIECE_SIZE) return Take_b(WholeCharacters_n(sThere.data()), sLine);
+    nScanned = sThere.size();
+    if (!Fill_b()) return Take_b(nScanned, sLine);
+  }
+  return false;
+}
+
+bool CLineReader::Take_b(size_t nLength, std::string_view& sLine) {
+  sLine = std::string_view(m_pBuffer.get() + m_nBegin, nLength);
+  m_nBegin += nLength;
+  return nLength != 0;
+}
+
+// False at the end of input. A signal, like input that went elsewhere meanwhile, fills nothing.
+bool CLineReader::Fill_b() {
+  std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
+  m_nEnd -= m_nBegin;
+  m_nBegin = 0;
+  if (CInterruption::Wait_n(m_nDescriptor, POLLIN, 0) == 0) {
+    m_obBeforeWait();
+    if (CInterruption::Wait_n(m_nDescriptor, POLLIN, -1) == 0) return true;
+  }
+  const ssize_t nRead = ::read(m_nDescriptor, m_pBuffer.get() + m_nEnd, BUFFER_SIZE - m_nEnd);
+  if (nRead < 0 && errno != EINTR && errno != EAGAIN)
+    ThrowStreamError("Cannot read standard input");
+  if (nRead > 0) m_nEnd += static_cast<size_t>(nRead);
+  return nRead != 0;
+}

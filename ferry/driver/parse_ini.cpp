@@ -1,0 +1,154 @@
+#include "ferry/driver/parse_ini.h"
+
+#include "ferry/driver/commit_batch.h"
+#include "ferry/driver/distribution_config.h"
+#include "ferry/driver/interruption.h"
+#include "ferry/driver/line_reader.h"
+#include "ferry/driver/record.h"
+#include "ferry/driver/standard_streams.h"
+#include "ferry/queue/factory.h"
+#include "ferry/text/ucss.h"
+
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+using Queues = std::vector<std::unique_ptr<CCMEBX>>;
+using Limits = CDistributionConfig::Limits;
+
+constexpr long SKIPS_PER_NOTICE = 10000;
+constexpr long FULL_ROUND_WAIT = 10; // milliseconds
+
+Queues OpenQueues_a(const std::vector<UnicodeString>& aNames) {
+  Queues aQueues;
+  for (const UnicodeString& sName : aNames) {
+    aQueues.emplace_back(BXF::CreateBX(sName, UnicodeString()));
+    aQueues.back()->Open(CCMEBX::QT_ANY);
+  }
+  return aQueues;
+}
+
+std::vector<CCMEBX*> Pointers_a(const Queues& aQueues) {
+  std::vector<CCMEBX*> aPointers;
+  for (const auto& q : aQueues) aPointers.push_back(q.get());
+  return aPointers;
+}
+
+/// One run of a distribution.
+class CDistributor {
+public:
+  CDistributor(const std::string& sSection, UnicodeString sGrep, long nCount, long nPause,
+               long nPriority, long nExpire)
+      : m_obConfig(sSection), m_sGrep(std::move(sGrep)), m_nCount(nCount), m_nPause(nPause),
+        m_nPriority(nPriority), m_nExpire(nExpire), m_aQueues(OpenQueues_a(m_obConfig.Queues_a())),
+        m_obBatch(Pointers_a(m_aQueues)), m_obLimits(m_obConfig.Limits_ob()),
+        m_nSkipCount(m_obConfig.SkipCount_n()) {}
+
+  void Run_v();
+
+private:
+  void Record_v(std::string_view sLine);
+  void Skip_v();
+  bool Try_b(const UnicodeString& sRecord, size_t nBytes);
+  bool IsFull_b(const CCMEBX& obQueue) const;
+  void FullRound_v();
+  void SaturationPause_v();
+  void Statistics_v() const;
+
+  CDistributionConfig m_obConfig;
+  const UnicodeString m_sGrep;
+  long m_nCount;
+  const long m_nPause;
+  const long m_nPriority;
+  const long m_nExpire;
+  const Queues m_aQueues;
+  CCommitBatch m_obBatch;
+  Limits m_obLimits;
+  const long m_nSkipCount;
+  size_t m_nCursor = 0; // the queue to try next
+  long m_nRecords = 0;  // records skipped and attempts made
+  uint32_t m_nFull = 0; // full queues met since the last record was placed
+};
+
+void CDistributor::Run_v() {
+  const CInterruption obInterruption;
+  CLineReader obInput(STDIN_FILENO, [this] { m_obBatch.Commit_v(); });
+  std::string_view sLine;
+  while (obInput.Read_b(sLine)) {
+    Record_v(sLine);
+    if (m_nCount == 0) break;
+  }
+  m_obBatch.Commit_v();
+  WriteNotice_v("Final stats.\n");
+  Statistics_v();
+}
+
+void CDistributor::Record_v(std::string_view sLine) {
+  if (m_nRecords < m_nSkipCount) return Skip_v();
+  const UnicodeString sRecord(sLine.data(), static_cast<int32_t>(sLine.size()));
+  if (!Passes_b(sRecord, m_sGrep)) return;
+  bool bSent = false;
+  while (!bSent && CInterruption::Signal_n() == 0) {
+    bSent = Try_b(sRecord, sLine.size());
+    if (m_obLimits.nFullCountMax != Limits::NONE && m_nFull >= m_obLimits.nFullCountMax)
+      SaturationPause_v();
+    if (m_nPause > 0) m_obBatch.Commit_v();
+    rwSleep(m_nPause);
+    --m_nCount;
+    ++m_nRecords;
+    m_nCursor = (m_nCursor + 1) % m_aQueues.size();
+  }
+}
+
+void CDistributor::Skip_v() {
+  if (++m_nRecords % SKIPS_PER_NOTICE != 1) return;
+  WriteNotice_v("Skipped " + std::to_string(m_nRecords) + " records of " +
+                std::to_string(m_nSkipCount) + "\n");
+}
+
+bool CDistributor::Try_b(const UnicodeString& sRecord, size_t nBytes) {
+  CCMEBX& obQueue = *m_aQueues[m_nCursor];
+  if (IsFull_b(obQueue)) {
+    if (++m_nFull % m_aQueues.size() == 0) FullRound_v();
+    return false;
+  }
+  SendRecord_v(obQueue, sRecord, m_nPriority, m_nExpire);
+  m_obBatch.Add_v(m_nCursor, nBytes);
+  m_nFull = 0;
+  return true;
+}
+
+bool CDistributor::IsFull_b(const CCMEBX& obQueue) const {
+  const uint32_t nMax = m_obLimits.nMessageCountMax;
+  return nMax != Limits::NONE && static_cast<uint32_t>(obQueue.GetMessageCount()) >= nMax;
+}
+
+// A consumer can only relieve the queues of what is committed, and when no pause is set for them,
+// asking them again and again at full speed would not make it faster.
+void CDistributor::FullRound_v() {
+  m_obBatch.Commit_v();
+  if (m_obLimits.nFullCountMax == Limits::NONE && m_nPause <= 0) rwSleep(FULL_ROUND_WAIT);
+}
+
+void CDistributor::SaturationPause_v() {
+  m_obBatch.Commit_v();
+  WriteNotice_v("Pausing " + std::to_string(m_obLimits.nFullPause) +
+                "ms during message saturation.\n");
+  m_obLimits = m_obConfig.Reread_ob();
+  Statistics_v();
+  rwSleep(m_obLimits.nFullPause);
+}
+
+void CDistributor::Statistics_v() const {
+  for (const auto& q : m_aQueues)
+    WriteNotice_v("Sent " + std::to_string(static_cast<uint32_t>(q->GetSentCount())) +
+                  " records to " + UCSS::ucToString(q->GetLabel()) + "\n");
+}
+
+} // namespace
+
+void ParseIni(std::string section, UnicodeString grep, long count, long pause, long priority,
+              long expire) {
+  CDistributor(section, std::move(grep), count, pause, priority, expire).Run_v();
+}

@@ -1,0 +1,52 @@
+#include "ferry/driver/standard_output.h"
+
+#include "ferry/driver/stream_error.h"
+
+#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t BUFFER_SIZE = 65536;
+
+short Poll_n(short nEvents, int nMilliseconds) {
+  struct pollfd obPoll = {STDOUT_FILENO, nEvents, 0};
+  return ::poll(&obPoll, 1, nMilliseconds) > 0 ? obPoll.revents : short(0);
+}
+
+// False with errno set when not all of it could be written. A signal does not end it: the record
+// was taken from its queue already.
+bool WriteAll_b(std::string_view sText) {
+  while (!sText.empty()) {
+    const ssize_t nWritten = ::write(STDOUT_FILENO, sText.data(), sText.size());
+    if (nWritten >= 0)
+      sText.remove_prefix(static_cast<size_t>(nWritten));
+    else if (errno == EAGAIN)
+      Poll_n(POLLOUT, -1);
+    else if (errno != EINTR)
+      return false;
+  }
+  return true;
+}
+
+} // namespace
+
+CStandardOutput::~CStandardOutput() { WriteAll_b(m_sBuffer); }
+
+void CStandardOutput::Add_v(std::string_view sText) {
+  m_sBuffer.append(sText);
+  if (m_sBuffer.size() >= BUFFER_SIZE) Flush_v();
+}
+
+void CStandardOutput::Flush_v() {
+  const bool bWritten = WriteAll_b(m_sBuffer);
+  m_sBuffer.clear();
+  if (!bWritten) ThrowStreamError("Cannot write to standard output");
+}
+
+void CStandardOutput::CheckReader_v() const {
+  if ((Poll_n(0, 0) & (POLLERR | POLLHUP)) == 0) return;
+  errno = EPIPE;
+  ThrowStreamError("Cannot write to standard output");
+}

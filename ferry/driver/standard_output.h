@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// Standard output, of which no record may get lost unnoticed: every failure to write is thrown as
+/// VRK_Exception.
+class CStandardOutput {
+public:
+  CStandardOutput() = default;
+  /// Tries to write what is still there; only after an exception is there anything.
+  ~CStandardOutput();
+  CStandardOutput(const CStandardOutput&) = delete;
+  CStandardOutput& operator=(const CStandardOutput&) = delete;
+
+  /// Adds text to the buffer; a buffer that is full is written.
+  void Add_v(std::string_view sText);
+  /// Hands everything to the operating system.
+  void Flush_v();
+  /// Makes sure that somebody is left to read, as far as that can be told.
+  void CheckReader_v() const;
+
+private:
+  std::string m_sBuffer;
+};

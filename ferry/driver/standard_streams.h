@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string_view>
+
+/// Puts something harmless, which can not be used, where standard input, output or error is
+/// closed. Otherwise the next file that is opened would take its number, and records or notices
+/// would be written into a queue's store.
+void GuardStandardStreams_v();
+
+/// Writes a notice to standard error. One that cannot be written is lost: it tells of what was
+/// done, and does not undo it.
+void WriteNotice_v(std::string_view sText);
