@@ -21,7 +21,7 @@ public:
                               bool bCaseSensitive);
   /// The word for a type; a word in any case for a type, unknown ones mean STRING.
   static UnicodeString typeWord(int nType);
-  static int typeOf(UnicodeString sWord);
+  static int typeOf(const UnicodeString& sWord);
 
   /// The store's value when one was found, else the default.
   const UnicodeString& value() const { return m_bFound ? m_sStoreValue : m_sDefault; }

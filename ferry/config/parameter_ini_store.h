@@ -24,7 +24,7 @@ public:
   void write() override;
 
 private:
-  void readLine(UnicodeString sLine, UnicodeString& sSection);
+  void readLine(const UnicodeString& sLine, UnicodeString& sSection);
   std::string fileText() const;
 
   std::string m_sFile;

@@ -3,6 +3,8 @@
 #include "ferry/config/parameter.h"
 #include "ferry/text/ucss.h"
 
+#include <unicode/uchar.h>
+
 #include <map>
 #include <vector>
 

@@ -1,0 +1,61 @@
+#include "ferry/config/parameter_store.h"
+
+#include "ferry/config/settings.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr UChar kActiveGroup[] = u"*";
+
+} // namespace
+
+void CCMEParameterStore::initialize(const UnicodeString& sSection, const char* (*table)[7],
+                                    unsigned short nRowCount) {
+  if (!sSection.isEmpty()) read();
+  if (hasSection(sSection))
+    m_sActiveGroup = sSection;
+  else
+    GetAppName_v(m_sActiveGroup);
+  m_obParameters.clear();
+  for (unsigned short n = 0; n < nRowCount; ++n) declare(table[n]);
+}
+
+bool CCMEParameterStore::hasSection(const UnicodeString& sSection) const {
+  if (sSection.isEmpty()) return false;
+  return std::any_of(m_obParameters.begin(), m_obParameters.end(),
+                     [&](const auto& obEntry) { return obEntry.second.m_sGroup == sSection; });
+}
+
+void CCMEParameterStore::declare(const char* const* row) {
+  CCMEParameter obParameter(row);
+  if (obParameter.m_sGroup == kActiveGroup) obParameter.m_sGroup = m_sActiveGroup;
+  m_obParameters.insert_or_assign(key(obParameter.m_sGroup, obParameter.m_sName), obParameter);
+}
+
+void CCMEParameterStore::setFound(const UnicodeString& sGroup, const UnicodeString& sName,
+                                  const UnicodeString& sValue) {
+  const auto it = m_obParameters.try_emplace(key(sGroup, sName), sGroup, sName).first;
+  it->second.setStoreValue(sValue);
+}
+
+const CCMEParameter* CCMEParameterStore::find(const UnicodeString& sGroup,
+                                              const UnicodeString& sName) const {
+  const auto it = m_obParameters.find(key(sGroup == kActiveGroup ? m_sActiveGroup : sGroup, sName));
+  return it == m_obParameters.end() ? nullptr : &it->second;
+}
+
+unsigned long CCMEParameterStore::asULong(const UnicodeString& sGroup, const UnicodeString& sName,
+                                          const UnicodeString& sDefault) const {
+  const CCMEParameter* pobParameter = find(sGroup, sName);
+  return UCSS::atoul(pobParameter && pobParameter->m_bFound ? pobParameter->m_sStoreValue
+                                                            : sDefault);
+}
+
+void CCMEParameterStore::getAllParamsInGroup(const UnicodeString& sGroup,
+                                             std::vector<const CCMEParameter*>& out) const {
+  out.clear();
+  for (const auto& [sKey, obParameter] : m_obParameters)
+    if (obParameter.m_sGroup.caseCompare(sGroup, U_FOLD_CASE_DEFAULT) == 0)
+      out.push_back(&obParameter);
+}

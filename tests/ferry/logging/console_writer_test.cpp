@@ -1,0 +1,46 @@
+#include "ferry/logging/console_writer.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// What a console writer for the destination prints, standard output and error.
+std::pair<std::string, std::string> print(const UnicodeString& destination) {
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  CConsoleWriter writer;
+  writer.Start_v(URIUC(destination));
+  writer.Write_v(u"03/14 15:09:26", u"INFO", u"mod:7", {u"one %s", u"zw\u00F6"});
+  writer.Stop_v();
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  return {out, ::testing::internal::GetCapturedStderr()};
+}
+
+TEST(ConsoleWriter, ChoosesStreamAndStyle) {
+  using Outputs = std::pair<std::string, std::string>;
+  const std::string full =
+      "03/14 15:09:26 [INFO] mod:7: one %s\n03/14 15:09:26 [INFO] mod:7: zw\u00F6\n";
+  const std::string bare = "one %s\nzw\u00F6\n";
+  EXPECT_EQ(print(u"console://stdout"), Outputs(full, ""));
+  EXPECT_EQ(print(u"console://stdout/?style=bare"), Outputs(bare, ""));
+  EXPECT_EQ(print(u"console://STDOUT/?style=Bare"), Outputs("", full));
+  EXPECT_EQ(print(u"system:?style=bare"), Outputs("", full)) << "this has no query";
+  EXPECT_EQ(print(u"system:///?style=bare"), Outputs("", bare));
+}
+
+TEST(ConsoleWriter, IgnoresAStreamThatCannotBeWritten) {
+  CConsoleWriter writer;
+  writer.Start_v(URIUC(u"console://stdout"));
+  ::testing::internal::CaptureStdout();
+  FILE* saved = stdout;
+  stdout = std::fopen("/dev/full", "w");
+  CConsoleWriter full;
+  full.Start_v(URIUC(u"console://stdout"));
+  EXPECT_NO_THROW(full.Write_v(u"", u"", u"", {u"lost"}));
+  std::fclose(stdout);
+  stdout = saved;
+  writer.Write_v(u"t", u"s", u"c", {u"kept"});
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "t [s] c: kept\n");
+}
+
+} // namespace
