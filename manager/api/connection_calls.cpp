@@ -1,0 +1,75 @@
+#include "manager/api/connections.h"
+#include "manager/api/guard.h"
+#include "manager/store/names.h"
+
+namespace bxm {
+
+HandleTable<Connection>& connections() {
+  static auto& table = *new HandleTable<Connection>;
+  return table;
+}
+
+namespace {
+
+Codes connect(const BXCHAR* name, BXHCONN* connection) {
+  const std::string manager = name ? unpadded(name, BX_NAME_LENGTH + 1) : "";
+  if (!manager.empty() && !isName(manager)) return failed(BXRC_Q_MGR_NAME_ERROR);
+  *connection = connections().add(std::make_shared<Connection>(manager));
+  return ok();
+}
+
+constexpr BXLONG kConnectOptions =
+    BXCNO_HANDLE_SHARE_NONE | BXCNO_HANDLE_SHARE_BLOCK | BXCNO_HANDLE_SHARE_NO_BLOCK;
+
+bool isAtMostOne(BXLONG options) { return (options & (options - 1)) == 0; }
+
+} // namespace
+
+} // namespace bxm
+
+using namespace bxm;
+
+void BXCONN(const BXCHAR* name, BXHCONN* connection, BXLONG* completion, BXLONG* reason) {
+  *connection = BXHC_UNUSABLE;
+  guarded("BXCONN", completion, reason, [&] { return connect(name, connection); });
+}
+
+void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BXLONG* completion,
+             BXLONG* reason) {
+  *connection = BXHC_UNUSABLE;
+  guarded("BXCONNX", completion, reason, [&] {
+    if (options && !isStructure(options, BXCNO_ID, BXCNO_VERSION_4)) return failed(BXRC_CNO_ERROR);
+    if (options && ((options->options & ~kConnectOptions) != 0 || !isAtMostOne(options->options)))
+      return failed(BXRC_OPTIONS_ERROR);
+    return connect(name, connection);
+  });
+}
+
+void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason) {
+  guarded("BXDISC", completion, reason, [&] {
+    const auto ended = connections().remove(*connection);
+    if (!ended) return failed(BXRC_HCONN_ERROR);
+    *connection = BXHC_UNUSABLE;
+    return ended->disconnect();
+  });
+}
+
+void BXCMIT(BXHCONN connection, BXLONG* completion, BXLONG* reason) {
+  guarded("BXCMIT", completion, reason,
+          [&] { return withConnection(connection, [](Connection& c) { return c.commit(); }); });
+}
+
+void BXBACK(BXHCONN connection, BXLONG* completion, BXLONG* reason) {
+  guarded("BXBACK", completion, reason,
+          [&] { return withConnection(connection, [](Connection& c) { return c.backout(); }); });
+}
+
+void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLONG* reason) {
+  guarded("BXBEGIN", completion, reason, [&] {
+    return withConnection(connection, [&](Connection&) {
+      if (options && !isStructure(options, BXBO_ID, BXBO_VERSION_1)) return failed(BXRC_BO_ERROR);
+      if (options && options->options != BXBO_NONE) return failed(BXRC_OPTIONS_ERROR);
+      return warning(BXRC_NO_EXTERNAL_PARTICIPANTS);
+    });
+  });
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "manager/engine/codes.h"
+#include "manager/engine/open_queue.h"
+#include "manager/store/failure.h"
+#include "manager/store/put_batch.h"
+#include "manager/store/record.h"
+#include "manager/store/store.h"
+
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+namespace bxm {
+
+/// One connection: its open queues and its unit of work. Calls may come from any thread and run one
+/// after the other. What a method throws is a Failure.
+class Connection {
+public:
+  /// An empty name connects to the default manager.
+  explicit Connection(std::string_view manager);
+
+  /// options: BXOO_*, known to be consistent. object receives the handle.
+  Codes open(std::string_view queue, std::string_view manager, BXLONG options, BXHOBJ& object);
+  Codes close(BXHOBJ object);
+
+  struct PutRequest {
+    BXMD& descriptor;
+    bool syncpoint;
+    std::string_view data;
+  };
+  Codes put(BXHOBJ object, const PutRequest& request);
+
+  struct GetRequest {
+    BXMD& descriptor;
+    BXLONG options;
+    BXLONG matchOptions;
+    BXLONG wait; ///< milliseconds; 0 none, -1 for ever
+    char* buffer;
+    std::size_t bufferLength;
+    BXLONG dataLength = 0;     ///< set
+    BXLONG returnedLength = 0; ///< set
+    std::string queueName;     ///< set
+  };
+  Codes get(BXHOBJ object, GetRequest& request);
+
+  Codes commit();
+  Codes backout();
+  /// Commits; the connection serves no other call afterwards.
+  Codes disconnect();
+
+  /// Runs body with the session, for commands.
+  template <typename Body>
+  auto withSession(Body body) {
+    const std::lock_guard guard(m_mutex);
+    if (!m_session) throw Failure(BXRC_HCONN_ERROR, "the connection has ended");
+    return body(*m_session);
+  }
+
+private:
+  OpenQueue* find(BXHOBJ object);
+  Codes get(OpenQueue& queue, GetRequest& request);
+  Codes store(OpenQueue& queue, const PutRequest& request, int priority);
+  static Codes codesOf(Committed committed, BXLONG reason);
+
+  std::mutex m_mutex;
+  std::unique_ptr<StoreSession> m_session;
+  std::vector<std::unique_ptr<OpenQueue>> m_queues; ///< handle - 1 is the index
+  PutBatch m_puts;                                  ///< of the unit of work
+  PutBatch m_single;                                ///< of a put outside of it
+  std::string m_header;
+  MadeId m_lastId;
+};
+
+} // namespace bxm

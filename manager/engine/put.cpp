@@ -1,0 +1,91 @@
+#include "manager/engine/connection.h"
+
+#include "manager/store/failure.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace bxm {
+
+namespace {
+
+/// What is wrong with a descriptor to be put; 0 nothing.
+BXLONG faultOf(const BXMD& descriptor) {
+  if (descriptor.expiry != BXEI_UNLIMITED && descriptor.expiry <= 0) return BXRC_EXPIRY_ERROR;
+  if (descriptor.priority < BXPRI_AS_Q_DEF) return BXRC_PRIORITY_ERROR;
+  if (descriptor.persistence < BXPER_NOT_PERSISTENT || descriptor.persistence > BXPER_AS_Q_DEF)
+    return BXRC_PERSISTENCE_ERROR;
+  return BXRC_NONE;
+}
+
+/// The priority of messages that ask for the queue's default.
+constexpr int kDefaultPriority = 0;
+
+bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) {
+  return std::all_of(std::begin(identifier), std::end(identifier), [](BXBYTE b) { return b == 0; });
+}
+
+/// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
+BXMD withDefaultTail(BXMD descriptor) {
+  constexpr BXMD kDefault = BXMD_DEFAULT;
+  if (descriptor.version == BXMD_VERSION_1)
+    std::memcpy(descriptor.groupId, kDefault.groupId, sizeof(BXMD) - offsetof(BXMD, groupId));
+  return descriptor;
+}
+
+} // namespace
+
+Codes Connection::put(BXHOBJ object, const PutRequest& request) {
+  const std::lock_guard guard(m_mutex);
+  OpenQueue* queue = find(object);
+  if (!queue) return failed(BXRC_HOBJ_ERROR);
+  if (!queue->output) return failed(BXRC_NOT_OPEN_FOR_OUTPUT);
+  if (const BXLONG fault = faultOf(request.descriptor)) return failed(fault);
+  if (request.data.size() > static_cast<std::size_t>(kMessageLengthLimit))
+    return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR);
+  if (request.data.size() > static_cast<std::size_t>(queue->queue.definition().maxMessageLength))
+    return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q);
+  if (!queue->queue.exists()) return failed(BXRC_Q_DELETED);
+  const BXLONG asked = request.descriptor.priority;
+  const int priority =
+      asked == BXPRI_AS_Q_DEF ? kDefaultPriority : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
+  const Codes codes = store(*queue, request, priority);
+  return codes.completion == BXCC_OK && asked > BXPRI_MAXIMUM
+             ? warning(BXRC_PRIORITY_EXCEEDS_MAXIMUM)
+             : codes;
+}
+
+Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priority) {
+  const QueueDefinition& definition = queue.queue.definition();
+  BXMD stored = withDefaultTail(request.descriptor);
+  if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
+  RecordTimes times;
+  times.put = clockNow();
+  if (stored.expiry != BXEI_UNLIMITED)
+    times.expires = times.put + std::int64_t{stored.expiry} * 100;
+  const bool makesId = isZero(stored.messageId);
+  if (makesId) ++m_lastId.counter;
+  m_header.clear();
+  encodeRecordHeader(stored, times, m_lastId, m_header);
+
+  if (!queue.queue.reserve()) return failed(BXRC_Q_FULL);
+  PutBatch& batch = request.syncpoint ? m_puts : m_single;
+  try {
+    batch.append(definition.id, priority, m_header, request.data);
+  } catch (const Failure&) {
+    queue.queue.unreserve();
+    throw;
+  }
+  if (!request.syncpoint) {
+    BXLONG reason = BXRC_NONE;
+    const Committed committed = m_session->put(m_single, reason);
+    if (committed == Committed::kQueueGone) return failed(BXRC_Q_DELETED);
+    if (committed != Committed::kDone) return codesOf(committed, reason);
+  }
+  if (makesId) m_lastId.writeTo(request.descriptor.messageId);
+  request.descriptor.priority = priority;
+  setPutTime(request.descriptor, times.put);
+  return ok();
+}
+
+} // namespace bxm

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "manager/store/catalog.h"
+#include "manager/store/lmdb/lmdb_store.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace bxm {
+
+/// The folder of the embedded managers: one folder for each, and a file that names the default one.
+/// Thread-safe.
+class Home : public Catalog {
+public:
+  explicit Home(std::string folder) : m_folder(std::move(folder)) {}
+
+  std::unique_ptr<StoreSession> connect(std::string_view name) override;
+  void create(const std::string& name, bool makeDefault) override;
+  void remove(const std::string& name) override;
+  void setSettings(const std::string& name, const ManagerSettings& settings) override;
+  std::vector<Entry> list() override;
+
+private:
+  std::string folderOf(std::string_view name) const;
+  std::string defaultName();
+  void markDefault(const std::string& name);
+  std::shared_ptr<LmdbStore> open(const std::string& name);
+  void makeHome();
+  void build(const std::string& name);
+
+  std::string m_folder;
+  std::mutex m_mutex;                                     ///< guards what follows
+  std::map<std::string, std::weak_ptr<LmdbStore>> m_open; ///< by folder
+  std::shared_ptr<LmdbStore> m_latest; ///< kept open: a process often connects again at once
+};
+
+/// BXM_HOME, else where the system keeps the state of root's or a user's programs.
+std::string defaultHomeFolder();
+
+/// A manager's name as a folder's name, and back. Slashes, percent signs and whatever could be
+/// mistaken for another file are encoded as %XX.
+std::string encodeFolderName(std::string_view name);
+std::string decodeFolderName(std::string_view folder);
+
+} // namespace bxm

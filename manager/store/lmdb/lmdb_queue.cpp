@@ -1,0 +1,147 @@
+#include "manager/store/lmdb/lmdb_queue.h"
+
+#include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
+#include "manager/store/lmdb/lmdb_session.h"
+
+#include <algorithm>
+#include <array>
+
+namespace bxm {
+
+namespace {
+constexpr int kDepthTries = 16;
+} // namespace
+
+LmdbQueue::LmdbQueue(LmdbSession& session, const QueueDefinition& definition)
+    : m_session(session), m_definition(definition),
+      m_share(session.store().share(definition.id, definition.slot)),
+      m_accessSlot(session.store().runtime().claimAccess(session.slot(), definition)),
+      m_access(session.store().runtime().access(m_accessSlot)), m_consumption(m_share, m_access) {
+  session.store().settler().join(m_consumption);
+}
+
+LmdbQueue::~LmdbQueue() {
+  releaseTaken();
+  // What could not be settled keeps its owner, for recovery to find.
+  if (m_consumption.size() == 0) m_session.store().runtime().releaseAccess(m_accessSlot);
+}
+
+// ---- Depth --------------------------------------------------------------------------------------
+
+std::uint64_t LmdbQueue::durableDepth() {
+  const std::uint64_t last = m_session.store().durable().lastTransaction();
+  const std::lock_guard guard(m_share->depthMutex);
+  if (m_share->depthTransaction != last) {
+    const Reader::Snapshot snapshot(m_session.reader());
+    m_share->durableDepth =
+        readCounts(snapshot.txn(), m_session.store().durable(), m_share->id).depth;
+    m_share->depthTransaction = ::mdb_txn_id(snapshot.txn());
+  }
+  return m_share->durableDepth;
+}
+
+namespace {
+
+/// What one access slot adds to and takes from the durable depth as of a transaction. False when
+/// it changed while it was read.
+bool readAccess(const AccessSlot& access, std::uint64_t transaction, std::int64_t& difference) {
+  const std::uint32_t before = access.settling.load();
+  auto uncommitted = static_cast<std::int64_t>(access.uncommitted.load());
+  auto consumed = static_cast<std::int64_t>(access.consumed.load());
+  if (before % 2 == 1 && access.transaction.load() <= transaction) {
+    uncommitted -= static_cast<std::int64_t>(access.movedUncommitted.load());
+    consumed -= static_cast<std::int64_t>(access.movedConsumed.load());
+  }
+  difference += uncommitted - consumed;
+  return access.settling.load() == before;
+}
+
+} // namespace
+
+std::uint64_t LmdbQueue::depth() {
+  const Runtime& runtime = m_session.store().runtime();
+  const Durable& durable = m_session.store().durable();
+  std::int64_t depth = 0;
+  for (int tries = 0; tries < kDepthTries; ++tries) {
+    depth = static_cast<std::int64_t>(durableDepth());
+    const std::uint64_t transaction = durable.lastTransaction();
+    bool steady = true;
+    const std::uint32_t limit = runtime.accessLimit();
+    for (std::uint32_t slot = 0; slot < limit && steady; ++slot)
+      if (runtime.access(slot).queueId.load() == m_share->id)
+        steady = readAccess(runtime.access(slot), transaction, depth);
+    if (steady && durable.lastTransaction() == transaction &&
+        m_share->depthTransaction == transaction)
+      break;
+  }
+  return depth > 0 ? static_cast<std::uint64_t>(depth) : 0;
+}
+
+bool LmdbQueue::reserve() {
+  // Counted before it is checked: of two that meet at the limit, none passes it.
+  m_access.uncommitted.fetch_add(1);
+  if (depth() <= static_cast<std::uint64_t>(m_definition.maxDepth)) return true;
+  unreserve();
+  return false;
+}
+
+// ---- What the unit of work has taken ------------------------------------------------------------
+
+void LmdbQueue::visitTaken(
+    const std::function<void(const Position&, std::atomic<std::uint32_t>&)>& visit) {
+  TakeMap& takes = m_share->takes;
+  if (m_taken.size() == m_takenCount) {
+    for (const Position& position : m_taken) visit(position, takes.at(position.sequence));
+    return;
+  }
+  takes.forEachOf(m_accessSlot, m_access.lowest.load(), m_access.highest.load(),
+                  [&visit](std::uint64_t sequence, std::atomic<std::uint32_t>& entry) {
+                    const std::uint32_t value = entry.load();
+                    if (TakeEntry::stateOf(value) == TakeEntry::kTaken)
+                      visit({TakeEntry::priorityOf(value), sequence}, entry);
+                  });
+}
+
+void LmdbQueue::forgetTaken() {
+  m_taken.clear();
+  m_takenCount = 0;
+}
+
+void LmdbQueue::consumeTaken() {
+  std::vector<Position> consumed;
+  visitTaken([&](const Position& position, std::atomic<std::uint32_t>& entry) {
+    entry.store(TakeEntry::make(TakeEntry::kConsumed, m_accessSlot, position.priority));
+    consumed.push_back(position);
+    BXM_KILL_POINT("consume-entry");
+  });
+  m_access.consumed.fetch_add(consumed.size());
+  forgetTaken();
+  m_consumption.add(consumed.data(), consumed.size());
+}
+
+void LmdbQueue::markTakenDeleted() {
+  visitTaken([](const Position&, std::atomic<std::uint32_t>& entry) {
+    entry.store(TakeEntry::deleted());
+  });
+  forgetTaken();
+}
+
+void LmdbQueue::releaseTaken() {
+  if (!hasTaken()) return;
+  std::array<std::uint64_t, BXPRI_MAXIMUM + 1> lowest;
+  lowest.fill(UINT64_MAX);
+  visitTaken([&](const Position& position, std::atomic<std::uint32_t>& entry) {
+    entry.store(TakeEntry::kFree);
+    auto& low = lowest[static_cast<std::size_t>(position.priority)];
+    low = std::min(low, position.sequence);
+    BXM_KILL_POINT("release-entry");
+  });
+  for (std::size_t priority = 0; priority < lowest.size(); ++priority)
+    if (lowest[priority] != UINT64_MAX)
+      lowerFloor(m_share->slot.floors[priority], lowest[priority]);
+  forgetTaken();
+  announceArrival(m_share->slot);
+}
+
+} // namespace bxm

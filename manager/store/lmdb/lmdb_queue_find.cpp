@@ -1,0 +1,183 @@
+#include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
+#include "manager/store/lmdb/lmdb_queue.h"
+#include "manager/store/lmdb/lmdb_session.h"
+#include "manager/store/lmdb/queue_scan.h"
+#include "manager/store/record.h"
+
+#include <algorithm>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::size_t kMostListed = 65536;
+
+/// Looks a message up; false when it is not there.
+bool find(Reader::Snapshot& snapshot, std::uint32_t queue, StoredMessage& message) {
+  MessageKey key(queue, message.position);
+  MDB_val keyValue = key.value(), value{};
+  const int result = ::mdb_cursor_get(snapshot.messages(), &keyValue, &value, MDB_SET);
+  if (result == MDB_NOTFOUND) return false;
+  if (result != MDB_SUCCESS) failWithLmdb(result, "reading a message");
+  message.record = {static_cast<const char*>(value.mv_data), value.mv_size};
+  return true;
+}
+
+bool hasExpired(const StoredMessage& message) {
+  const std::int64_t expires = recordExpiry(message.record);
+  return expires != 0 && expires <= message.now;
+}
+
+} // namespace
+
+void LmdbQueue::noteTouched(std::uint64_t sequence) {
+  const bool fresh = m_takenCount == 0 && m_consumption.size() == 0;
+  m_access.lowest = fresh ? sequence : std::min(m_access.lowest.load(), sequence);
+  m_access.highest = fresh ? sequence : std::max(m_access.highest.load(), sequence);
+}
+
+/// Claims a message that a snapshot shows. Messages are deleted only by whoever has claimed them,
+/// so one that a snapshot shows which was begun after the claim is there and stays there.
+LmdbQueue::Claim LmdbQueue::claim(Reader::Snapshot& snapshot, StoredMessage& message, bool& moved) {
+  const Position position = message.position;
+  auto& entry = m_share->takes.at(position.sequence);
+  noteTouched(position.sequence);
+  std::uint32_t expected = TakeEntry::kFree;
+  if (!entry.compare_exchange_strong(
+          expected, TakeEntry::make(TakeEntry::kTaken, m_accessSlot, position.priority)))
+    return Claim::kLost;
+  BXM_KILL_POINT("take-claimed");
+  moved = snapshot.refresh();
+  if (!moved || find(snapshot, m_share->id, message)) return Claim::kMine;
+  entry.store(TakeEntry::deleted());
+  return Claim::kGone;
+}
+
+void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoint) {
+  receiver.deliver(message);
+  ++m_takenCount;
+  if (m_taken.size() < kMostListed) m_taken.push_back(message.position);
+  if (syncpoint) return;
+  // Without a unit of work the take and its commit are this one store.
+  m_share->takes.at(message.position.sequence)
+      .store(TakeEntry::make(TakeEntry::kConsumed, m_accessSlot, message.position.priority));
+  BXM_KILL_POINT("take-consumed");
+  --m_takenCount;
+  if (m_taken.size() > m_takenCount) m_taken.pop_back();
+  m_access.consumed.fetch_add(1);
+  m_consumption.add(message.position);
+  m_session.store().settler().added(m_consumption);
+}
+
+/// Removes an expired message. False when that has to wait: an entry that nobody holds must stay
+/// in sight, since a clock can be set back.
+bool LmdbQueue::dropExpired(const Position& position) {
+  if (m_consumption.size() >= kMostListed) {
+    try {
+      m_session.store().settler().settleAll();
+    } catch (const Failure&) {
+      return false;
+    }
+  }
+  auto& entry = m_share->takes.at(position.sequence);
+  noteTouched(position.sequence);
+  std::uint32_t expected = TakeEntry::kFree;
+  const std::uint32_t consumed =
+      TakeEntry::make(TakeEntry::kConsumed, m_accessSlot, position.priority);
+  if (!entry.compare_exchange_strong(expected, consumed)) return true;
+  m_access.consumed.fetch_add(1);
+  m_consumption.add(position);
+  m_session.store().settler().added(m_consumption);
+  return true;
+}
+
+/// Passes over a message that nobody can have. True when it was one.
+bool LmdbQueue::passOver(QueueScan& scan, bool& others) {
+  StoredMessage& message = scan.message();
+  const std::uint32_t entry = m_share->takes.load(message.position.sequence);
+  if (entry != TakeEntry::kFree) {
+    others = others || (TakeEntry::stateOf(entry) == TakeEntry::kTaken &&
+                        TakeEntry::accessOf(entry) != m_accessSlot);
+    scan.markUnavailable();
+    return true;
+  }
+  if (!hasExpired(message)) return false;
+  if (dropExpired(message.position))
+    scan.markUnavailable();
+  else
+    scan.markAvailable();
+  return true;
+}
+
+Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint, bool& others) {
+  Reader::Snapshot snapshot(m_session.reader());
+  QueueScan scan(*m_share, snapshot, std::nullopt);
+  while (scan.next()) {
+    if (passOver(scan, others)) continue;
+    StoredMessage& message = scan.message();
+    const auto verdict = receiver.judge(message);
+    if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
+    if (verdict == Receiver::Verdict::kSkip) {
+      scan.markAvailable();
+      continue;
+    }
+    bool moved = false;
+    const Claim result = claim(snapshot, message, moved);
+    if (moved) scan.reseek();
+    scan.markUnavailable();
+    if (result != Claim::kMine) continue;
+    accept(message, receiver, syncpoint);
+    return Found::kDelivered;
+  }
+  return Found::kNothing;
+}
+
+Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
+  if (!exists()) return Found::kNothing;
+  if (!syncpoint) m_session.store().settler().makeRoom(m_consumption, 1);
+  bool others = false;
+  const Found found = scanAndTake(receiver, syncpoint, others);
+  // Messages that a dead process had taken may be all there is.
+  if (found != Found::kNothing || !others || !m_session.store().recoverDead()) return found;
+  return scanAndTake(receiver, syncpoint, others);
+}
+
+Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncpoint) {
+  if (!exists()) return Found::kNothing;
+  if (!syncpoint) m_session.store().settler().makeRoom(m_consumption, 1);
+  Reader::Snapshot snapshot(m_session.reader());
+  StoredMessage message{position, {}, clockNow()};
+  if (!find(snapshot, m_share->id, message) ||
+      m_share->takes.load(position.sequence) != TakeEntry::kFree || hasExpired(message))
+    return Found::kNothing;
+  if (receiver.judge(message) != Receiver::Verdict::kAccept) return Found::kRefused;
+  bool moved = false;
+  if (claim(snapshot, message, moved) != Claim::kMine) return Found::kNothing;
+  accept(message, receiver, syncpoint);
+  return Found::kDelivered;
+}
+
+Found LmdbQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
+  if (!exists()) return Found::kNothing;
+  Reader::Snapshot snapshot(m_session.reader());
+  QueueScan scan(*m_share, snapshot, after);
+  bool others = false;
+  while (scan.next()) {
+    if (passOver(scan, others)) continue;
+    scan.markAvailable();
+    const auto verdict = receiver.judge(scan.message());
+    if (verdict == Receiver::Verdict::kSkip) continue;
+    if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
+    receiver.deliver(scan.message());
+    return Found::kDelivered;
+  }
+  return Found::kNothing;
+}
+
+void LmdbQueue::waitForArrival(std::uint32_t seen, std::chrono::steady_clock::time_point until) {
+  awaitArrival(m_share->slot, seen, until);
+  m_session.store().recoverDead();
+}
+
+} // namespace bxm

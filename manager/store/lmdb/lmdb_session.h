@@ -1,0 +1,52 @@
+#pragma once
+
+#include "manager/store/lmdb/lmdb_queue.h"
+#include "manager/store/lmdb/lmdb_store.h"
+#include "manager/store/store.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bxm {
+
+/// One connection to an embedded manager.
+class LmdbSession : public StoreSession {
+public:
+  /// Throws Failure 2025.
+  explicit LmdbSession(std::shared_ptr<LmdbStore> store);
+  ~LmdbSession() override;
+
+  std::string managerName() const override { return m_store->name(); }
+  std::string scratchFolder() const override { return m_store->folder(); }
+
+  std::optional<QueueDefinition> findQueue(std::string_view name) override;
+  std::vector<QueueDefinition> listQueues() override;
+  bool createQueue(QueueDefinition& definition) override;
+  Deleted deleteQueue(std::string_view name, bool purge) override;
+  bool commandServerRuns() override;
+  void setCommandServer(bool runs) override;
+  StoreQueue& open(const QueueDefinition& definition) override;
+  Committed commit(PutBatch& puts, BXLONG& reason) override;
+  void backout(PutBatch& puts) override;
+  Committed put(PutBatch& puts, BXLONG& reason) override;
+
+  LmdbStore& store() { return *m_store; }
+  Reader& reader() { return m_reader; }
+  ConnectionSlot& connection() { return m_store->runtime().connection(m_slot); }
+  std::uint32_t slot() const { return m_slot; }
+
+private:
+  friend class DurableCommit;
+  void commitTakes();
+  Committed commitDurably(PutBatch& puts, bool withTakes, BXLONG& reason);
+  void uncount(PutBatch& puts);
+
+  std::shared_ptr<LmdbStore> m_store;
+  std::uint32_t m_slot;
+  Reader m_reader;
+  std::map<std::uint32_t, std::unique_ptr<LmdbQueue>> m_queues; ///< by queue id
+};
+
+} // namespace bxm

@@ -1,0 +1,198 @@
+#include "manager/store/lmdb/lmdb_store.h"
+
+#include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
+#include "manager/store/lmdb/lmdb_session.h"
+
+#include <algorithm>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::size_t kPurgeStep = 20'000;
+
+/// Sets up the runtime's slot of a queue from what the durable store holds of it.
+void prepareFromDurable(const Runtime& runtime, MDB_cursor* messages, const QueueDefinition& queue,
+                        const QueueCounts& counts) {
+  std::uint64_t base = counts.nextSequence;
+  std::uint32_t priorities = 0;
+  for (int priority = BXPRI_MAXIMUM; priority >= 0; --priority) {
+    MessageKey key(queue.id, {priority, 0});
+    MDB_val keyValue = key.value(), value{};
+    if (::mdb_cursor_get(messages, &keyValue, &value, MDB_SET_RANGE) != MDB_SUCCESS) continue;
+    const Position first = MessageKey::positionOf(keyValue);
+    if (MessageKey::queueOf(keyValue) != queue.id || first.priority != priority) continue;
+    base = std::min(base, first.sequence);
+    priorities |= 1U << priority;
+  }
+  runtime.prepareQueue(queue, base, priorities);
+}
+
+} // namespace
+
+LmdbStore::LmdbStore(std::string name, const std::string& folder)
+    : m_name(std::move(name)), m_folder(folder), m_durable(folder, Durable::Open::kExisting),
+      m_runtime(folder, m_durable.storeId(),
+                [this](const Runtime& runtime) {
+                  Reader reader(m_durable);
+                  const Reader::Snapshot snapshot(reader);
+                  for (const QueueDefinition& queue : readDefinitions(snapshot.txn(), m_durable))
+                    prepareFromDurable(runtime, snapshot.messages(), queue,
+                                       readCounts(snapshot.txn(), m_durable, queue.id));
+                }),
+      m_settler(m_durable) {}
+
+std::unique_ptr<StoreSession> LmdbStore::connect() {
+  m_durable.clearStaleReaders();
+  recoverDead();
+  readSettings();
+  return std::make_unique<LmdbSession>(shared_from_this());
+}
+
+void LmdbStore::readSettings() {
+  Reader reader(m_durable);
+  bool purges = false;
+  {
+    const Reader::Snapshot snapshot(reader);
+    m_syncFull = readSetting(snapshot.txn(), m_durable, kSettingSync) == "full";
+    purges = !readPurges(snapshot.txn(), m_durable).empty();
+  }
+  if (purges) purgeDeletedQueues();
+}
+
+std::shared_ptr<QueueShare> LmdbStore::share(std::uint32_t queueId, std::uint32_t queueSlot) {
+  const std::lock_guard guard(m_sharesMutex);
+  auto& share = m_shares[queueId];
+  if (!share) share = std::make_shared<QueueShare>(m_folder, queueId, m_runtime.queue(queueSlot));
+  return share;
+}
+
+// ---- Deleted queues -----------------------------------------------------------------------------
+
+void LmdbStore::retireQueue(const QueueDefinition& queue) {
+  QueueSlot& slot = m_runtime.queue(queue.slot);
+  std::uint32_t id = queue.id;
+  slot.queueId.compare_exchange_strong(id, 0);
+  announceArrival(slot);
+  removeTakeMap(m_folder, queue.id);
+  const std::lock_guard guard(m_sharesMutex);
+  m_shares.erase(queue.id);
+}
+
+namespace {
+
+/// Deletes up to kPurgeStep messages of a queue; false when there are no more.
+bool purgeSome(MDB_txn* txn, const Durable& durable, std::uint32_t queue) {
+  MDB_cursor* cursor = nullptr;
+  if (const int result = ::mdb_cursor_open(txn, durable.messages, &cursor))
+    failWithLmdb(result, "deleting a queue");
+  const std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)> closes(cursor, ::mdb_cursor_close);
+  MessageKey first(queue, {BXPRI_MAXIMUM, 0});
+  MDB_val key = first.value(), value{};
+  int result = ::mdb_cursor_get(cursor, &key, &value, MDB_SET_RANGE);
+  for (std::size_t done = 0; result == MDB_SUCCESS && MessageKey::queueOf(key) == queue; ++done) {
+    if (done == kPurgeStep) return true;
+    if ((result = ::mdb_cursor_del(cursor, 0)) != MDB_SUCCESS) break;
+    result = ::mdb_cursor_get(cursor, &key, &value, MDB_NEXT);
+  }
+  if (result != MDB_SUCCESS && result != MDB_NOTFOUND) failWithLmdb(result, "deleting a queue");
+  return false;
+}
+
+} // namespace
+
+void LmdbStore::purgeDeletedQueues() {
+  std::vector<QueueDefinition> purges;
+  {
+    Reader reader(m_durable);
+    const Reader::Snapshot snapshot(reader);
+    purges = readPurges(snapshot.txn(), m_durable);
+  }
+  for (const QueueDefinition& queue : purges) {
+    retireQueue(queue);
+    bool more = true;
+    while (more) {
+      WriteTransaction txn(m_durable);
+      more = purgeSome(txn.get(), m_durable, queue.id);
+      if (!more) removePurge(txn.get(), m_durable, queue.id);
+      txn.commit();
+      BXM_KILL_POINT("purge-step");
+    }
+  }
+}
+
+// ---- Recovery -----------------------------------------------------------------------------------
+
+bool LmdbStore::recoverDead() {
+  bool any = false;
+  const std::uint32_t limit = m_runtime.connectionLimit();
+  for (std::uint32_t slot = 0; slot < limit; ++slot) {
+    if (!m_runtime.claimDead(slot)) continue;
+    try {
+      recoverConnection(slot);
+    } catch (const Failure&) {
+      m_runtime.abandonConnection(slot); // another try is due when the store can delete again
+      continue;
+    }
+    m_runtime.releaseConnection(slot);
+    any = true;
+  }
+  if (any) m_durable.clearStaleReaders();
+  return any;
+}
+
+void LmdbStore::recoverConnection(std::uint32_t slot) {
+  const std::uint32_t limit = m_runtime.accessLimit();
+  const bool committing = m_runtime.connection(slot).committing.load() == 1;
+  std::vector<std::uint32_t> accesses;
+  for (std::uint32_t access = 0; access < limit; ++access)
+    if (m_runtime.access(access).connection.load() == slot + 1) accesses.push_back(access);
+  // A commit that was decided is decided for all queues before anything is given back.
+  if (committing)
+    for (const std::uint32_t access : accesses) recoverAccess(access, true);
+  m_runtime.connection(slot).committing = 0;
+  BXM_KILL_POINT("recover-decided");
+  for (const std::uint32_t access : accesses) {
+    recoverAccess(access, false);
+    m_runtime.releaseAccess(access);
+  }
+}
+
+void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
+  AccessSlot& access = m_runtime.access(number);
+  const std::uint32_t queueSlot = access.queueSlot.load(), queueId = access.queueId.load();
+  if (queueId == 0 || m_runtime.queue(queueSlot).queueId.load() != queueId) return;
+  const auto queue = share(queueId, queueSlot);
+  std::vector<Position> consumed;
+  bool released = false;
+  queue->takes.forEachOf(number, access.lowest.load(), access.highest.load(),
+                         [&](std::uint64_t sequence, auto& entry) {
+                           const std::uint32_t value = entry.load();
+                           const Position position{TakeEntry::priorityOf(value), sequence};
+                           if (TakeEntry::stateOf(value) == TakeEntry::kConsumed) {
+                             consumed.push_back(position);
+                           } else if (finishCommit) {
+                             entry.store(
+                                 TakeEntry::make(TakeEntry::kConsumed, number, position.priority));
+                           } else {
+                             entry.store(TakeEntry::kFree);
+                             lowerFloor(queue->slot.floors[position.priority], sequence);
+                             released = true;
+                           }
+                         });
+  if (finishCommit) return;
+  if (!consumed.empty()) {
+    access.consumed = consumed.size();
+    WriteTransaction txn(m_durable);
+    deleteMessages(txn.get(), m_durable, queueId, consumed);
+    Settling settling(access, ::mdb_txn_id(txn.get()), 0, consumed.size());
+    txn.commit();
+    settling.done();
+    for (const Position& position : consumed)
+      queue->takes.at(position.sequence).store(TakeEntry::deleted());
+  }
+  if (released) announceArrival(queue->slot);
+}
+
+} // namespace bxm

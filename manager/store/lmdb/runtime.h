@@ -1,0 +1,166 @@
+#pragma once
+
+#include "manager/store/lmdb/take_map.h"
+#include "manager/store/store.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// The shared memory of a manager: who is connected, who has taken what, who waits. A file that all
+/// processes map. It is made anew after a boot; it must be right after the death of any process at
+/// any instruction, so every change of state is one atomic store, and what is counted can be
+/// counted again (see docs/storage-format.md).
+namespace bxm {
+
+constexpr std::uint32_t kConnectionSlots = 4096;
+constexpr std::uint32_t kAccessSlots = 8192;
+constexpr std::uint32_t kQueueSlots = 16384;
+
+/// One connection. It is alive while its process holds the lock on the slot's byte of the file,
+/// which the kernel releases at the process's death.
+struct alignas(64) ConnectionSlot {
+  std::atomic<std::uint32_t> used;
+  std::atomic<std::uint32_t> process; ///< for people who look
+  /// 1 from the moment a unit of work of gets counts until all its entries say so: who finds the
+  /// process dead finishes the commit instead of backing out.
+  std::atomic<std::uint32_t> committing;
+};
+
+/// One queue in use by one connection; the owner that take map entries name. Only its connection
+/// writes it.
+struct alignas(64) AccessSlot {
+  std::atomic<std::uint32_t> connection; ///< slot + 1; 0 free
+  std::atomic<std::uint32_t> queueSlot;
+  std::atomic<std::uint32_t> queueId;
+  std::atomic<std::uint32_t> settling;        ///< odd while a durable transaction moves the counts
+  std::atomic<std::uint64_t> uncommitted;     ///< puts
+  std::atomic<std::uint64_t> consumed;        ///< gets that count and are not deleted yet
+  std::atomic<std::uint64_t> lowest, highest; ///< sequences that entries of this owner lie between
+  /// While settling is odd: the transaction, and what it moves. A snapshot that holds the
+  /// transaction counts these messages already.
+  std::atomic<std::uint64_t> transaction, movedUncommitted, movedConsumed;
+};
+
+/// One queue.
+struct alignas(64) QueueSlot {
+  std::atomic<std::uint32_t> queueId;  ///< 0 free
+  std::atomic<std::uint32_t> arrivals; ///< futex: changes when a message may have become available
+  std::atomic<std::uint32_t> waiters;
+  std::atomic<std::uint32_t> priorities; ///< bit p: priority p may hold messages
+  std::atomic<std::uint64_t> base;       ///< sequence that the take map's file begins with
+  std::atomic<std::uint64_t> allocated;  ///< bytes of that file that may be touched
+  /// For each priority, generation << 48 | sequence: every message below is unavailable. Lowering
+  /// it changes the generation, so that a scan which saw the older state cannot raise it again.
+  std::atomic<std::uint64_t> floors[10];
+};
+
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+class Runtime {
+public:
+  /// Opens the file, or makes it when it is of another boot or another store: rebuild is then
+  /// called, under a lock that keeps everybody else out, to set up the queue slots.
+  template <typename Rebuild>
+  Runtime(const std::string& folder, std::uint64_t storeId, Rebuild rebuild) : Runtime(folder) {
+    const OpeningLock lock(*this);
+    if (isCurrent(storeId)) {
+      map();
+    } else {
+      remake(storeId);
+      map();
+      rebuild(*this);
+      seal();
+    }
+  }
+  ~Runtime();
+  Runtime(const Runtime&) = delete;
+  Runtime& operator=(const Runtime&) = delete;
+
+  ConnectionSlot& connection(std::uint32_t slot) const { return m_layout->connections[slot]; }
+  AccessSlot& access(std::uint32_t slot) const { return m_layout->accesses[slot]; }
+  QueueSlot& queue(std::uint32_t slot) const { return m_layout->queues[slot]; }
+  std::uint32_t accessLimit() const { return m_layout->accessLimit.load(); }
+  std::uint32_t connectionLimit() const { return m_layout->connectionLimit.load(); }
+
+  /// Throws Failure 2025 when all are in use. The slot is this process's until released.
+  std::uint32_t claimConnection();
+  void releaseConnection(std::uint32_t slot);
+  /// Leaves the slot as that of a dead process, for a later recovery to find.
+  void abandonConnection(std::uint32_t slot);
+  /// Throws Failure 2102 when all are in use.
+  std::uint32_t claimAccess(std::uint32_t connection, const QueueDefinition& definition);
+  void releaseAccess(std::uint32_t slot);
+
+  /// Takes hold of a slot whose process died; false when it is free or its process lives. Held
+  /// until releaseConnection, also against other recoverers.
+  bool claimDead(std::uint32_t slot);
+  /// True when another process holds any connection.
+  bool othersConnected() const;
+
+  /// Sets a queue's slot up, for a queue that is new or known from the durable store.
+  void prepareQueue(const QueueDefinition& definition, std::uint64_t base,
+                    std::uint32_t priorities) const;
+
+  /// False when the folder has been renamed or replaced under this process.
+  bool isInPlace() const;
+  /// True when any process holds a connection to the manager in a folder. Not for a folder that
+  /// this process has open itself: closing the file again would release its locks.
+  static bool isInUse(const std::string& folder);
+
+private:
+  struct Layout {
+    char magic[8];
+    std::uint32_t version;
+    std::uint32_t sealed;
+    std::uint64_t storeId;
+    char bootId[40];
+    std::atomic<std::uint32_t> connectionLimit; ///< slots from here on were never used
+    std::atomic<std::uint32_t> accessLimit;
+    alignas(4096) ConnectionSlot connections[kConnectionSlots];
+    AccessSlot accesses[kAccessSlots];
+    QueueSlot queues[kQueueSlots];
+  };
+
+  class OpeningLock {
+  public:
+    explicit OpeningLock(Runtime& runtime);
+    ~OpeningLock();
+
+  private:
+    Runtime& m_runtime;
+  };
+
+  explicit Runtime(const std::string& folder);
+  bool isCurrent(std::uint64_t storeId) const;
+  void remake(std::uint64_t storeId);
+  void map();
+  void seal();
+  bool lockByte(std::uint64_t byte, bool wait) const;
+  void unlockByte(std::uint64_t byte) const;
+  bool heldByOther(std::uint64_t byte) const;
+
+  std::string m_folder;
+  int m_file = -1;
+  Layout* m_layout = nullptr;
+  std::mutex m_mutex; ///< guards the slots of this process
+  std::vector<bool>
+      m_mine; ///< connection slots of this process: the kernel would grant its own lock
+};
+
+/// Raises or lowers a floor as described above.
+void raiseFloor(std::atomic<std::uint64_t>& floor, std::uint64_t seen, std::uint64_t sequence);
+void lowerFloor(std::atomic<std::uint64_t>& floor, std::uint64_t sequence);
+constexpr std::uint64_t floorSequence(std::uint64_t word) {
+  return word & ((std::uint64_t{1} << 48) - 1);
+}
+
+/// Tells everybody who waits that a message may have become available.
+void announceArrival(QueueSlot& queue);
+/// Sleeps until arrivals is no longer seen, until, or half a second.
+void awaitArrival(QueueSlot& queue, std::uint32_t seen,
+                  std::chrono::steady_clock::time_point until);
+
+} // namespace bxm

@@ -1,0 +1,152 @@
+#include "manager/store/lmdb/settler.h"
+
+#include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
+#include "manager/store/lmdb/lmdb_store.h"
+
+#include <csignal>
+#include <deque>
+
+namespace bxm {
+
+void Consumption::add(const Position* positions, std::size_t count) {
+  const std::lock_guard guard(m_mutex);
+  m_waiting.insert(m_waiting.end(), positions, positions + count);
+  m_size += count;
+}
+
+// ---- Settling -----------------------------------------------------------------------------------
+
+Settling::Settling(AccessSlot& access, std::uint64_t transaction, std::uint64_t uncommitted,
+                   std::uint64_t consumed)
+    : m_access(access), m_uncommitted(uncommitted), m_consumed(consumed) {
+  m_access.transaction = transaction;
+  m_access.movedUncommitted = uncommitted;
+  m_access.movedConsumed = consumed;
+  m_access.settling.fetch_add(1);
+}
+
+Settling::~Settling() {
+  if (m_done) {
+    m_access.uncommitted.fetch_sub(m_uncommitted);
+    m_access.consumed.fetch_sub(m_consumed);
+  }
+  m_access.settling.fetch_add(1);
+}
+
+void deleteMessages(MDB_txn* txn, const Durable& durable, std::uint32_t queue,
+                    const std::vector<Position>& positions) {
+  QueueCounts counts;
+  if (!readCountsIfThere(txn, durable, queue, counts)) return; // the queue was deleted
+  for (const Position& position : positions) {
+    MessageKey key(queue, position);
+    MDB_val keyValue = key.value();
+    const int result = ::mdb_del(txn, durable.messages, &keyValue, nullptr);
+    if (result == MDB_NOTFOUND) continue;
+    if (result != MDB_SUCCESS) failWithLmdb(result, "deleting messages");
+    --counts.depth;
+  }
+  writeCounts(txn, durable, queue, counts);
+}
+
+// ---- Settler ------------------------------------------------------------------------------------
+
+Settler::~Settler() {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_stop = true;
+  }
+  m_wake.notify_all();
+  if (m_thread.joinable()) m_thread.join();
+}
+
+void Settler::join(Consumption& consumption) {
+  const std::lock_guard guard(m_pass);
+  m_members.insert(&consumption);
+}
+
+void Settler::leave(Consumption& consumption) noexcept {
+  try {
+    if (consumption.size() > 0) settleAll();
+  } catch (const std::exception&) {
+    // The entries stay marked as consumed; whoever connects next finds their owner gone.
+  }
+  const std::lock_guard guard(m_pass);
+  m_members.erase(&consumption);
+}
+
+void Settler::added(const Consumption& consumption) noexcept {
+  const bool hurry = consumption.size() >= kMostUnsettled / 2;
+  bool notify;
+  {
+    const std::lock_guard guard(m_mutex);
+    notify = !m_dirty || (hurry && !m_hurry);
+    m_dirty = true;
+    m_hurry = m_hurry || hurry;
+    if (!m_thread.joinable() && !m_threadless) startThread();
+  }
+  if (notify) m_wake.notify_one();
+}
+
+void Settler::settleAll() {
+  const std::lock_guard guard(m_pass);
+  std::vector<Consumption*> work;
+  for (Consumption* member : m_members) {
+    const std::lock_guard waiting(member->m_mutex);
+    member->m_inWork.insert(member->m_inWork.end(), member->m_waiting.begin(),
+                            member->m_waiting.end());
+    member->m_waiting.clear();
+    if (!member->m_inWork.empty()) work.push_back(member);
+  }
+  if (work.empty()) return;
+  BXM_KILL_POINT("settle-begin");
+  WriteTransaction txn(m_durable);
+  for (Consumption* member : work)
+    deleteMessages(txn.get(), m_durable, member->m_share->id, member->m_inWork);
+  std::deque<Settling> settlings;
+  for (Consumption* member : work)
+    settlings.emplace_back(member->m_access, ::mdb_txn_id(txn.get()), 0, member->m_inWork.size());
+  BXM_KILL_POINT("settle-before-commit");
+  txn.commit();
+  BXM_KILL_POINT("settle-after-commit");
+  for (Settling& settling : settlings) settling.done();
+  for (Consumption* member : work) {
+    for (const Position& position : member->m_inWork)
+      member->m_share->takes.at(position.sequence).store(TakeEntry::deleted());
+    member->m_size -= member->m_inWork.size();
+    member->m_inWork.clear();
+  }
+}
+
+void Settler::startThread() {
+  sigset_t all, before;
+  ::sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before); // signals are the program's, not this thread's
+  try {
+    m_thread = std::thread([this] { run(); });
+  } catch (const std::system_error&) {
+    m_threadless = true; // the bound of messages still holds, and the disconnect settles the rest
+  }
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void Settler::run() {
+  std::unique_lock lock(m_mutex);
+  while (!m_stop) {
+    m_wake.wait(lock, [this] { return m_stop || m_dirty; });
+    m_wake.wait_for(lock, kLongest, [this] { return m_stop || m_hurry; });
+    if (m_stop) return;
+    m_dirty = m_hurry = false;
+    lock.unlock();
+    bool failed = false;
+    try {
+      settleAll();
+    } catch (const std::exception&) {
+      failed = true; // the next reader that passes the bound is told
+    }
+    lock.lock();
+    m_dirty = m_dirty || failed;
+  }
+}
+
+} // namespace bxm

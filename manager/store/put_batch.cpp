@@ -1,0 +1,100 @@
+#include "manager/store/put_batch.h"
+
+#include "manager/store/bytes.h"
+#include "manager/store/failure.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::size_t kMemoryLimit = 8 << 20;
+constexpr std::size_t kKeptCapacity = 2 << 20;
+
+void visitAll(const char* p, const char* end,
+              const std::function<void(const PutBatch::Entry&)>& visit) {
+  while (p < end) {
+    PutBatch::Entry entry{};
+    entry.queue = takeLittle<std::uint32_t>(p);
+    entry.priority = takeLittle<std::uint8_t>(p);
+    const auto size = takeLittle<std::uint32_t>(p);
+    entry.record = {p, size};
+    p += size;
+    visit(entry);
+  }
+}
+
+int openUnlinked(const std::string& folder) {
+  const int file = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (file >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return file;
+  std::string name = folder + "/.batch-XXXXXX"; // a file system without O_TMPFILE
+  const int named = ::mkostemp(name.data(), O_CLOEXEC);
+  if (named >= 0) ::unlink(name.c_str());
+  return named;
+}
+
+} // namespace
+
+PutBatch::~PutBatch() {
+  if (m_file >= 0) ::close(m_file);
+}
+
+void PutBatch::append(std::uint32_t queue, int priority, std::string_view header,
+                      std::string_view data) {
+  if (m_memory.size() + header.size() + data.size() > kMemoryLimit && !m_memory.empty()) spill();
+  appendLittle(m_memory, queue);
+  appendLittle(m_memory, static_cast<std::uint8_t>(priority));
+  appendLittle(m_memory, static_cast<std::uint32_t>(header.size() + data.size()));
+  m_memory.append(header).append(data);
+  ++m_counts[queue];
+}
+
+void PutBatch::spill() {
+  if (m_file < 0) m_file = openUnlinked(m_folder);
+  if (m_file < 0)
+    failWithErrno(errno, BXRC_RESOURCE_PROBLEM, "cannot make a temporary file in " + m_folder);
+  std::size_t done = 0;
+  while (done < m_memory.size()) {
+    const ssize_t n = ::pwrite(m_file, m_memory.data() + done, m_memory.size() - done,
+                               static_cast<off_t>(m_fileSize + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0)
+      failWithErrno(n < 0 ? errno : ENOSPC, BXRC_RESOURCE_PROBLEM,
+                    "cannot write a temporary file in " + m_folder);
+    done += static_cast<std::size_t>(n);
+  }
+  m_fileSize += m_memory.size();
+  m_memory.clear();
+}
+
+void PutBatch::forEach(const std::function<void(const Entry&)>& visit) const {
+  if (m_fileSize > 0) {
+    void* mapped = ::mmap(nullptr, m_fileSize, PROT_READ, MAP_SHARED, m_file, 0);
+    if (mapped == MAP_FAILED)
+      failWithErrno(errno, BXRC_RESOURCE_PROBLEM, "cannot read a temporary file");
+    ::madvise(mapped, m_fileSize, MADV_SEQUENTIAL);
+    struct Unmap {
+      void* address;
+      std::size_t size;
+      ~Unmap() { ::munmap(address, size); }
+    } unmap{mapped, m_fileSize};
+    const char* p = static_cast<const char*>(mapped);
+    visitAll(p, p + m_fileSize, visit);
+  }
+  visitAll(m_memory.data(), m_memory.data() + m_memory.size(), visit);
+}
+
+void PutBatch::clear() {
+  m_counts.clear();
+  m_memory.clear();
+  if (m_memory.capacity() > kKeptCapacity) m_memory.shrink_to_fit();
+  if (m_file >= 0) ::close(m_file);
+  m_file = -1;
+  m_fileSize = 0;
+}
+
+} // namespace bxm

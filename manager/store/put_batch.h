@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace bxm {
+
+/// Messages that were put and are not stored yet, in the order of the puts. Up to 8 MiB stay in
+/// memory, what is beyond goes to an unlinked file in the folder given. Not thread-safe.
+class PutBatch {
+public:
+  explicit PutBatch(std::string folder) : m_folder(std::move(folder)) {}
+  ~PutBatch();
+  PutBatch(const PutBatch&) = delete;
+  PutBatch& operator=(const PutBatch&) = delete;
+
+  /// Throws Failure (2056, 2102) when the file cannot take it; the batch is then as it was.
+  void append(std::uint32_t queue, int priority, std::string_view header, std::string_view data);
+
+  struct Entry {
+    std::uint32_t queue;
+    int priority;
+    std::string_view record; ///< valid during the call
+  };
+  /// Calls visit for every message in order. Throws Failure when the file cannot be read.
+  void forEach(const std::function<void(const Entry&)>& visit) const;
+
+  bool empty() const { return m_counts.empty(); }
+  /// How many messages there are for each queue.
+  const std::map<std::uint32_t, std::uint64_t>& counts() const { return m_counts; }
+  void clear();
+
+private:
+  void spill();
+
+  std::string m_folder;
+  std::string m_memory;
+  std::map<std::uint32_t, std::uint64_t> m_counts;
+  int m_file = -1;
+  std::uint64_t m_fileSize = 0;
+};
+
+} // namespace bxm

@@ -1,0 +1,182 @@
+#include "manager/store/record.h"
+
+#include "manager/store/bytes.h"
+#include "manager/store/failure.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::uint8_t kVersion = 1;
+constexpr std::size_t kFixedSize = 1 + 2 + 8;
+constexpr BXMD kDefaultDescriptor = BXMD_DEFAULT;
+
+template <std::size_t size>
+bool isZero(const BXBYTE (&bytes)[size]) {
+  return std::all_of(bytes, bytes + size, [](BXBYTE b) { return b == 0; });
+}
+
+/// The descriptor without what the header tells by itself.
+BXMD withoutToldFields(BXMD descriptor) {
+  const BXMD& plain = kDefaultDescriptor;
+  descriptor.version = plain.version;
+  descriptor.expiry = plain.expiry;
+  descriptor.priority = plain.priority;
+  descriptor.persistence = plain.persistence;
+  descriptor.characterSet =
+      descriptor.characterSet == BXCS_UTF8 ? BXCS_Q_MGR : descriptor.characterSet;
+  std::memcpy(descriptor.format, plain.format, sizeof plain.format);
+  std::memset(descriptor.messageId, 0, sizeof descriptor.messageId);
+  std::memset(descriptor.correlationId, 0, sizeof descriptor.correlationId);
+  std::memcpy(descriptor.putDate, plain.putDate, sizeof plain.putDate);
+  std::memcpy(descriptor.putTime, plain.putTime, sizeof plain.putTime);
+  return descriptor;
+}
+
+bool isOrdinary(const BXMD& descriptor) {
+  const BXMD rest = withoutToldFields(descriptor);
+  return std::memcmp(&rest, &kDefaultDescriptor, sizeof rest) == 0;
+}
+
+bool hasFormat(const BXMD& descriptor, const char* format) {
+  return std::memcmp(descriptor.format, format, BX_FORMAT_LENGTH) == 0;
+}
+
+std::uint16_t flagsOf(const BXMD& descriptor, const RecordTimes& times) {
+  unsigned flags = times.expires ? kExpires : 0;
+  flags |= isZero(descriptor.messageId) ? kMadeId : kGivenId;
+  if (!isZero(descriptor.correlationId)) flags |= kCorrelated;
+  if (hasFormat(descriptor, BXFMT_STRING))
+    flags |= kStringFormat;
+  else if (!hasFormat(descriptor, BXFMT_NONE))
+    flags |= kOtherFormat;
+  if (descriptor.persistence == BXPER_NOT_PERSISTENT) flags |= kNotPersistent;
+  if (!isOrdinary(descriptor)) flags |= kWholeDescriptor;
+  return static_cast<std::uint16_t>(flags);
+}
+
+std::uint16_t flagsIn(std::string_view record) {
+  if (record.size() < kFixedSize || static_cast<std::uint8_t>(record[0]) != kVersion)
+    throw Failure(BXRC_OBJECT_DAMAGED, "a message record is not readable");
+  std::uint16_t flags;
+  std::memcpy(&flags, record.data() + 1, sizeof flags);
+  return flags;
+}
+
+std::size_t headerSize(std::uint16_t flags) {
+  return kFixedSize + (flags & kExpires ? 8 : 0) + (flags & kMadeId ? 16 : 0) +
+         (flags & kGivenId ? BX_IDENTIFIER_LENGTH : 0) +
+         (flags & kCorrelated ? BX_IDENTIFIER_LENGTH : 0) +
+         (flags & kOtherFormat ? BX_FORMAT_LENGTH : 0) +
+         (flags & kWholeDescriptor ? sizeof(BXMD) : 0);
+}
+
+void putDigits(char* field, unsigned value, int digits) {
+  for (int i = digits - 1; i >= 0; --i, value /= 10) field[i] = static_cast<char>('0' + value % 10);
+}
+
+BXLONG tenthsLeft(std::int64_t expires, std::int64_t now) {
+  const std::int64_t tenths = (expires - now + 99) / 100;
+  return static_cast<BXLONG>(std::clamp<std::int64_t>(tenths, 1, INT32_MAX));
+}
+
+} // namespace
+
+void MadeId::writeTo(BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) const {
+  std::memcpy(identifier, "BXM ", 4);
+  for (int i = 0; i < 8; ++i) {
+    identifier[4 + i] = static_cast<BXBYTE>(connection >> (8 * (7 - i)));
+    identifier[12 + i] = static_cast<BXBYTE>(counter >> (8 * (7 - i)));
+  }
+  std::memset(identifier + 20, 0, 4);
+}
+
+void encodeRecordHeader(const BXMD& descriptor, const RecordTimes& times, const MadeId& made,
+                        std::string& out) {
+  const std::uint16_t flags = flagsOf(descriptor, times);
+  appendLittle<std::uint8_t>(out, kVersion);
+  appendLittle(out, flags);
+  appendLittle(out, times.put);
+  if (flags & kExpires) appendLittle(out, times.expires);
+  if (flags & kMadeId) {
+    appendLittle(out, made.connection);
+    appendLittle(out, made.counter);
+  }
+  auto append = [&out](const void* field, std::size_t size) {
+    out.append(static_cast<const char*>(field), size);
+  };
+  if (flags & kGivenId) append(descriptor.messageId, BX_IDENTIFIER_LENGTH);
+  if (flags & kCorrelated) append(descriptor.correlationId, BX_IDENTIFIER_LENGTH);
+  if (flags & kOtherFormat) append(descriptor.format, BX_FORMAT_LENGTH);
+  if (flags & kWholeDescriptor) append(&descriptor, sizeof descriptor);
+}
+
+std::int64_t recordExpiry(std::string_view record) {
+  if (!(flagsIn(record) & kExpires)) return 0;
+  if (record.size() < kFixedSize + 8)
+    throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");
+  const char* p = record.data() + kFixedSize;
+  return takeLittle<std::int64_t>(p);
+}
+
+std::string_view recordData(std::string_view record) {
+  const std::size_t header = headerSize(flagsIn(record));
+  if (record.size() < header) throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");
+  return record.substr(header);
+}
+
+std::string_view decodeRecord(std::string_view record, std::int64_t now, BXMD& descriptor) {
+  const std::string_view data = recordData(record);
+  const std::uint16_t flags = flagsIn(record);
+  const BXLONG version = descriptor.version, priority = descriptor.priority;
+  const char* p = record.data() + 3;
+  const auto putTime = takeLittle<std::int64_t>(p);
+  const std::int64_t expires = flags & kExpires ? takeLittle<std::int64_t>(p) : 0;
+  const char* ids = p;
+  if (flags & kWholeDescriptor)
+    std::memcpy(&descriptor, data.data() - sizeof descriptor, sizeof descriptor);
+  else
+    descriptor = kDefaultDescriptor;
+  descriptor.version = version;
+  descriptor.priority = priority;
+  descriptor.expiry = expires ? tenthsLeft(expires, now) : BXEI_UNLIMITED;
+  descriptor.persistence = flags & kNotPersistent ? BXPER_NOT_PERSISTENT : BXPER_PERSISTENT;
+  if (descriptor.characterSet == BXCS_Q_MGR) descriptor.characterSet = BXCS_UTF8;
+  if (flags & kMadeId) {
+    MadeId made;
+    made.connection = takeLittle<std::uint64_t>(ids);
+    made.counter = takeLittle<std::uint64_t>(ids);
+    made.writeTo(descriptor.messageId);
+  }
+  auto read = [&ids](void* field, std::size_t size) {
+    std::memcpy(field, ids, size);
+    ids += size;
+  };
+  if (flags & kGivenId) read(descriptor.messageId, BX_IDENTIFIER_LENGTH);
+  if (flags & kCorrelated) read(descriptor.correlationId, BX_IDENTIFIER_LENGTH);
+  if (flags & kStringFormat) std::memcpy(descriptor.format, BXFMT_STRING, BX_FORMAT_LENGTH);
+  if (flags & kOtherFormat) read(descriptor.format, BX_FORMAT_LENGTH);
+  setPutTime(descriptor, putTime);
+  return data;
+}
+
+void setPutTime(BXMD& descriptor, std::int64_t putTime) {
+  using namespace std::chrono;
+  const sys_time<milliseconds> time{milliseconds(putTime)};
+  const auto day = floor<days>(time);
+  const year_month_day date{day};
+  const hh_mm_ss clock{time - day};
+  putDigits(descriptor.putDate, static_cast<unsigned>(static_cast<int>(date.year())), 4);
+  putDigits(descriptor.putDate + 4, static_cast<unsigned>(date.month()), 2);
+  putDigits(descriptor.putDate + 6, static_cast<unsigned>(date.day()), 2);
+  putDigits(descriptor.putTime, static_cast<unsigned>(clock.hours().count()), 2);
+  putDigits(descriptor.putTime + 2, static_cast<unsigned>(clock.minutes().count()), 2);
+  putDigits(descriptor.putTime + 4, static_cast<unsigned>(clock.seconds().count()), 2);
+  putDigits(descriptor.putTime + 6, static_cast<unsigned>(clock.subseconds().count() / 10), 2);
+}
+
+} // namespace bxm
