@@ -1,0 +1,16 @@
+#include "manager/admin/program.h"
+#include "manager/engine/managers.h"
+
+#include <cstdio>
+
+/// Stops a manager's command server.
+int main(int count, char** values) {
+  return bxm::admin::runProgram(
+      "endbxcsv", "Usage:\n endbxcsv [NAME]\n", count, values, [](auto& arguments) {
+        const std::string name = arguments.empty() ? "" : arguments.takeName();
+        arguments.expectEnd();
+        bxm::switchCommandServer(name, false);
+        std::printf("Command server stopped.\n");
+        return 0;
+      });
+}
