@@ -34,7 +34,6 @@ TEST(ErrorStack, KeepsWhatEachLayerAdded) {
   KELErrorMessage record = error.getKELErrorMessage(0);
   EXPECT_EQ(u"9113E", record.getId());
   EXPECT_EQ(u"Failed to open [{0}]", record.getTemplate());
-  EXPECT_EQ(u"Failed to open [ferry.ini]", record.getText());
   EXPECT_EQ(std::vector<UnicodeString>{u"ferry.ini"}, record.getParameters());
   EXPECT_EQ(u"0000E", error.getKELErrorMessage(2).getId());
 
@@ -92,19 +91,6 @@ TEST(SqlException, CriticalCodesOfTheFirstEntryEndTheDatabase) {
         << code;
   }
   EXPECT_FALSE(VRKSQL_Exception().isCriticalDatabaseFailure());
-}
-
-TEST(SqlException, KeepsAndForgetsItsOrigin) {
-  VRKSQL_Exception error("f", kNotOpened, 1, "select", "gone", 0, VRK_MAJOR_ERROR);
-  EXPECT_STREQ("select", error.SQLStatement());
-  EXPECT_STREQ("gone", error.OriginMessage());
-  error.SetSQLError(2, "later", nullptr);
-  EXPECT_EQ(2, error.OriginCode());
-  EXPECT_STREQ("", error.SQLStatement());
-  EXPECT_STREQ("later", error.OriginMessage());
-  error.ResetException();
-  EXPECT_EQ(0, error.OriginCode());
-  EXPECT_STREQ("", error.OriginMessage());
 }
 
 } // namespace

@@ -97,26 +97,16 @@ TEST_F(Printing, DatabaseErrorsShowTheStatement) {
   EXPECT_EQ(Lines{u"MAJOR ERROR[SQL-00042]: no table"}, lines());
 }
 
-TEST_F(Printing, TheArgumentChoosesTheLogSeverityOnly) {
-  const std::pair<int, unsigned> expected[] = {{0, 0x10}, {1, 0x04}, {2, 0x02}, {3, 0x02},
-                                               {4, 0x01}, {5, 0x40}, {-1, 0x40}};
-  for (auto [severity, bit] : expected) {
-    EXPECT_EQ(static_cast<int>(bit), VRK_Exception::getLoggingSeverity(severity));
-    m_plain.PrintError(severity, "[label]", "text", false);
-    CMsg message = logged();
-    EXPECT_EQ(bit, message.Severity_n());
-    EXPECT_EQ(Lines{u"MAJOR ERROR[label]: text"}, message.Lines_rob());
-  }
-}
-
-TEST_F(Printing, EverySeverityHasItsWord) {
-  const UChar* words[] = {u"INFORMATION: ", u"WARNING: ",        u"MINOR ERROR: ",
-                          u"MAJOR ERROR: ", u"CRITICAL ERROR: ", u"UNSPECIFIED: "};
+TEST_F(Printing, TheWordIsTheExceptionsTheLogSeverityTheCallers) {
+  const std::pair<const UChar*, unsigned> expected[] = {
+      {u"INFORMATION: t", 0x10}, {u"WARNING: t", 0x04},        {u"MINOR ERROR: t", 0x02},
+      {u"MAJOR ERROR: t", 0x02}, {u"CRITICAL ERROR: t", 0x01}, {u"UNSPECIFIED: t", 0x40}};
   for (int i = 0; i < 6; ++i) {
     VRKFormat_Exception error("", KELErrorMessage(), 0, static_cast<VRK_Severity>(i));
-    error.PrintException(3, false, false, false);
+    error.PrintError(5 - i, "", "t", false);
     CMsg message = logged();
-    EXPECT_EQ(Lines{words[i]}, message.Lines_rob());
+    EXPECT_EQ(Lines{expected[i].first}, message.Lines_rob());
+    EXPECT_EQ(expected[5 - i].second, message.Severity_n());
     EXPECT_EQ(u"pipeline", message.Category_rob());
   }
 }

