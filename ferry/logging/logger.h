@@ -124,4 +124,5 @@ private:
   UnicodeString m_sConfig;
   Source m_obSource;
   std::atomic<int64_t> m_nLastCheck = 0;
+  std::atomic<bool> m_bLooking = false; // some thread looks at the file
 };

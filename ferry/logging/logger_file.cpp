@@ -29,6 +29,16 @@ std::optional<UnicodeString> FileText_s(const UnicodeString& sFile) {
   return sText;
 }
 
+/// What a load reports must not lead to another look, however the clock jumps.
+class CLookingEnds {
+public:
+  explicit CLookingEnds(std::atomic<bool>& bLooking) : m_bLooking(bLooking) {}
+  ~CLookingEnds() { m_bLooking = false; }
+
+private:
+  std::atomic<bool>& m_bLooking;
+};
+
 } // namespace
 
 bool CLogger::LoadConfigFile_b(const UChar* pPath) {
@@ -56,7 +66,8 @@ void CLogger::WatchFile_v(const CMsg& obMsg) {
     if (m_obSource.m_sFile.isEmpty()) return;
     obSource = m_obSource;
   }
-  if (!TimeToLook_b(obMsg)) return;
+  if (m_bLooking || !TimeToLook_b(obMsg) || m_bLooking.exchange(true)) return;
+  const CLookingEnds obEnd(m_bLooking);
   const auto nTime = FileTime_n(obSource.m_sFile);
   if (!nTime)
     Report_v(CSeverity::ERR, u"Failed to stat logger config file: %S",

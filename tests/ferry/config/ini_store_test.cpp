@@ -1,0 +1,182 @@
+#include "ferry/config/parameter_ini_store.h"
+#include "ferry/errors/exception.h"
+#include "tests/support/temp_folder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class IniStoreTest : public ::testing::Test {
+protected:
+  /// "group:name=value" of all parameters in a file with the text.
+  std::vector<std::string> read(const std::string& text) {
+    put(text);
+    CCMEParameterINIStore store(m_file);
+    store.read();
+    std::vector<std::string> all;
+    for (const auto& [key, p] : store.parameters())
+      all.push_back(UCSS::ucsToUTF8(p.m_sGroup + u":" + p.m_sName + u"=" + p.value()));
+    return all;
+  }
+  void put(const std::string& text) { std::ofstream(m_file) << text; }
+  std::string content() const {
+    std::ifstream in(m_file);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  /// The id and text of what the call throws.
+  template <typename Call>
+  static std::string failure(Call call) {
+    try {
+      call();
+      return "";
+    } catch (const VRK_Exception& e) {
+      EXPECT_EQ(e.Severity(), VRK_CRITICAL_ERROR);
+      return UCSS::ucsToUTF8(e.getKELErrorMessage(0).getId()) + " " + e.what();
+    }
+  }
+  std::string filesInFolder() const {
+    std::string names;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.path()))
+      names += entry.path().filename().string() + " ";
+    return names;
+  }
+
+  support::TempFolder m_folder;
+  const std::string m_file = m_folder / "a.ini";
+};
+
+TEST_F(IniStoreTest, ReadsSectionsAndValues) {
+  EXPECT_THAT(read("  [Queues]  \n  depth = 5000   \nname=a=b\n # no=1\nlimit=1 # one\njunk\n"
+                   "[Other\n=empty name\nlast="),
+              ElementsAre("Othe:=empty name", "Othe:last=", "Queues:depth=5000",
+                          "Queues:limit=1 # one", "Queues:name=a=b"));
+  EXPECT_THAT(read("a=1\n[]\nb=2\n[\nc=3\n[ s ]\nd=4"),
+              ElementsAre(" s :d=4", ":a=1", ":b=2", ":c=3"));
+  EXPECT_THAT(read("[q]\nDepth=1\nDEPTH=2\n[Q]\ndepth=3\n"), ElementsAre("q:Depth=3"));
+}
+
+TEST_F(IniStoreTest, ReadsFilesAsPeopleHaveThem) {
+  EXPECT_THAT(read(""), IsEmpty());
+  EXPECT_THAT(read("\xEF\xBB\xBF[s]\r\na\t=\tb c\t\r\n\r\nm\u00FCll=\u20AC\r\n"),
+              ElementsAre("s:a=b c", "s:m\u00FCll=\u20AC"));
+  EXPECT_THAT(read("\xEF\xBB\xBF"
+                   "a=1\n\xEF\xBB\xBF"
+                   "b=2"),
+              ElementsAre(":a=1", ":\uFEFFb=2"));
+}
+
+TEST_F(IniStoreTest, LongLinesAreSeveral) {
+  EXPECT_THAT(read("k=" + std::string(1497, 'v') + "\nb=1"),
+              ElementsAre(":b=1", ":k=" + std::string(1497, 'v')));
+  EXPECT_THAT(read("k=" + std::string(1497, 'v') + "x=1\n"),
+              ElementsAre(":k=" + std::string(1497, 'v'), ":x=1"));
+}
+
+TEST_F(IniStoreTest, TheEndOfAPieceTearsNoCharacterApart) {
+  for (const std::string& c :
+       {std::string("\u00E4"), std::string("\u20AC"), std::string("\U0001F600")})
+    for (size_t before = 1; before < c.size(); ++before) {
+      const std::string value(1497 - before, 'v');
+      EXPECT_THAT(read("k=" + value + c + "=1\n"), ElementsAre(":k=" + value, ":" + c + "=1"));
+    }
+}
+
+TEST_F(IniStoreTest, ADeclaredParameterGainsOnlyAValue) {
+  const char* rows[][7] = {{"Queues", "Depth", "INTEGER", "text", "5", "Y", "N"}};
+  put("[QUEUES]\nDEPTH=7\n");
+  CCMEParameterINIStore store(m_file);
+  store.initialize(u"", rows, 1);
+  store.read();
+  const CCMEParameter& p = *store.find(u"queues", u"depth");
+  EXPECT_TRUE(p.m_bFound);
+  EXPECT_EQ(p.m_sGroup + p.m_sName + p.m_sStoreValue + p.m_sDefault, u"QueuesDepth75");
+  EXPECT_NO_THROW(store.handleErrors());
+}
+
+TEST_F(IniStoreTest, RefusesWhatIsNoFile) {
+  const auto read = [](const std::string& file) {
+    return failure([&] { CCMEParameterINIStore(file).read(); });
+  };
+  const std::string text = "9113E Failed to open ini file for reading [";
+  EXPECT_EQ(read(m_file), text + m_file + "]");
+  EXPECT_EQ(read(m_folder.path()), text + m_folder.path().string() + "]");
+  put("a=1");
+  chmod(m_file.c_str(), 0);
+  const bool mayReadAll = geteuid() == 0;
+  EXPECT_EQ(read(m_file), mayReadAll ? "" : text + m_file + "]");
+}
+
+TEST_F(IniStoreTest, WritesKeysAndValues) {
+  const char* rows[][7] = {{"Zone", "Size", "INTEGER", "", "5", "N", "N"}};
+  put("[b]\nx = \u20AC\n[A]\ny=2\n[]\nnone=0\n");
+  CCMEParameterINIStore store(m_file);
+  store.initialize(u"", rows, 1);
+  store.read();
+  chmod(m_file.c_str(), 0640);
+  store.write();
+  EXPECT_EQ(content(), "NONE=0\n[A]\nY=2\n[B]\nX=\u20AC\n[ZONE]\nSIZE=5\n");
+  struct stat s {};
+  stat(m_file.c_str(), &s);
+  EXPECT_EQ(s.st_mode & 0777, 0640U);
+  EXPECT_EQ(filesInFolder(), "a.ini ");
+}
+
+TEST_F(IniStoreTest, WritesThroughALinkAndMakesANewFile) {
+  const std::string link = m_folder / "link.ini";
+  ASSERT_EQ(symlink("a.ini", link.c_str()), 0);
+  CCMEParameterINIStore store(link);
+  store.write();
+  EXPECT_EQ(content(), "");
+  put("a=1");
+  store.read();
+  store.write();
+  EXPECT_EQ(content(), "A=1\n");
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST_F(IniStoreTest, AFailedWriteSaysSoAndKeepsTheOldFile) {
+  put("a=" + std::string(1000, 'v') + "\n");
+  const std::string old = content();
+  CCMEParameterINIStore store(m_file);
+  store.read();
+  // A limit on the size of files stands for the disk that fills up half-way.
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit tight{500, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const std::string text = failure([&] { store.write(); });
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(text, "9112E Failed to open ini file for writing [" + m_file + "]");
+  EXPECT_EQ(content(), old);
+  EXPECT_EQ(filesInFolder(), "a.ini ");
+}
+
+TEST_F(IniStoreTest, RefusesToWriteWhereItCannot) {
+  const auto write = [&](const std::string& file) {
+    put("a=1");
+    CCMEParameterINIStore store(m_file);
+    store.read();
+    CCMEParameterINIStore target(file);
+    target.parameters() = store.parameters();
+    return failure([&] { target.write(); });
+  };
+  const std::string text = "9112E Failed to open ini file for writing [";
+  for (const std::string& file :
+       {m_folder.path().string(), m_folder / "no/a.ini", std::string("/dev/full")})
+    EXPECT_EQ(write(file), text + file + "]");
+}
+
+} // namespace

@@ -1,0 +1,42 @@
+#include "ferry/logging/logger.h"
+#include "fuzz_check.h"
+
+namespace {
+
+struct SilentFactory : CLogWriterFactory {
+  struct Writer : CLogWriter {
+    void Start_v(const URIUC&) override {}
+    void Write_v(const UnicodeString&, const UnicodeString&, const UnicodeString&,
+                 const std::vector<UnicodeString>&) override {}
+    void Stop_v() override {}
+  };
+  CLogWriter* CreateWriter_pob() override { return new Writer; }
+};
+
+struct SilentLogger : CLogger {
+  SilentLogger() : CLogger(u"fuzz") {
+    RegisterFactory_v(u"silent", &m_factory);
+    LoadConfig_b(u"silent://x *.*");
+  }
+  ~SilentLogger() override { Clear_v(); }
+  SilentFactory m_factory;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static SilentLogger logger;
+  const auto text = UnicodeString::fromUTF8(
+      icu::StringPiece(reinterpret_cast<const char*>(data), static_cast<int32_t>(size)));
+  std::vector<CLogger::Filter> filters;
+  if (!logger.ParseMap_b(filters, text)) return 0;
+  FUZZ_CHECK(!filters.empty());
+  // A list of filters is one field of a line.
+  const bool oneField = text.indexOf(u' ') < 0 && text.indexOf(u'\t') < 0 &&
+                        text.indexOf(u'\u00A0') < 0 && text.indexOf(u'\n') < 0 &&
+                        text.indexOf(u'$') < 0 && text == UnicodeString(text).trim();
+  FUZZ_CHECK(!oneField || logger.LoadConfig_b(u"silent://x " + text));
+  for (const auto& [category, mask] : filters)
+    logger.VLocalLog_v(CMsg(category, mask).AddLine_rob(u"text"));
+  return 0;
+}
