@@ -1,19 +1,25 @@
 #include "manager/admin/program.h"
 #include "manager/engine/managers.h"
+#include "manager/engine/queues.h"
 
+#include <charconv>
 #include <cstdio>
 
 namespace {
 
 using bxm::admin::Arguments;
 
-constexpr const char* kUsage = "Usage:\n"
-                               " bxadm manager create NAME [--default]\n"
-                               " bxadm manager list\n"
-                               " bxadm manager delete NAME\n"
-                               " bxadm manager alter NAME --sync full|batch\n";
+constexpr const char* kUsage =
+    "Usage:\n"
+    " bxadm manager create NAME [--default]\n"
+    " bxadm manager list\n"
+    " bxadm manager delete NAME\n"
+    " bxadm manager alter NAME --sync full|batch\n"
+    " bxadm queue create NAME [-m MANAGER] [--max-depth N] [--max-length BYTES]\n"
+    " bxadm queue list [-m MANAGER]\n"
+    " bxadm queue delete NAME [-m MANAGER]\n";
 
-int create(Arguments& arguments) {
+int createManager(Arguments& arguments) {
   const bool makeDefault = arguments.takeFlag("--default");
   const std::string name = arguments.takeName();
   arguments.expectEnd();
@@ -22,14 +28,14 @@ int create(Arguments& arguments) {
   return 0;
 }
 
-int list(Arguments& arguments) {
+int listManagers(Arguments& arguments) {
   arguments.expectEnd();
   for (const bxm::ManagerInfo& manager : bxm::listManagers())
     std::printf("%s%s\n", manager.name.c_str(), manager.isDefault ? " (default)" : "");
   return 0;
 }
 
-int remove(Arguments& arguments) {
+int deleteManager(Arguments& arguments) {
   const std::string name = arguments.takeName();
   arguments.expectEnd();
   bxm::deleteManager(name);
@@ -37,7 +43,7 @@ int remove(Arguments& arguments) {
   return 0;
 }
 
-int alter(Arguments& arguments) {
+int alterManager(Arguments& arguments) {
   const std::string sync = arguments.takeValue("--sync");
   const std::string name = arguments.takeName();
   arguments.expectEnd();
@@ -47,15 +53,69 @@ int alter(Arguments& arguments) {
   return 0;
 }
 
+std::string managerIn(Arguments& arguments) {
+  return arguments.takeOptionalValue("-m").value_or("");
+}
+
+BXLONG numberIn(Arguments& arguments, const std::string& option) {
+  const auto text = arguments.takeOptionalValue(option);
+  if (!text) return 0;
+  BXLONG number = 0;
+  const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
+  if (error != std::errc() || end != text->data() + text->size() || number < 1)
+    throw bxm::admin::UsageError(option + " takes a number above 0");
+  return number;
+}
+
+int createQueue(Arguments& arguments) {
+  const std::string manager = managerIn(arguments);
+  bxm::QueueInfo queue;
+  queue.maxDepth = numberIn(arguments, "--max-depth");
+  queue.maxMessageLength = numberIn(arguments, "--max-length");
+  queue.name = arguments.takeName();
+  arguments.expectEnd();
+  bxm::createLocalQueue(manager, queue);
+  std::printf("Queue %s created.\n", queue.name.c_str());
+  return 0;
+}
+
+int listQueues(Arguments& arguments) {
+  const std::string manager = managerIn(arguments);
+  arguments.expectEnd();
+  for (const bxm::QueueInfo& queue : bxm::listLocalQueues(manager))
+    std::printf("%s depth %llu of %d, messages up to %d bytes\n", queue.name.c_str(),
+                static_cast<unsigned long long>(queue.depth), queue.maxDepth,
+                queue.maxMessageLength);
+  return 0;
+}
+
+int deleteQueue(Arguments& arguments) {
+  const std::string manager = managerIn(arguments);
+  const std::string name = arguments.takeName();
+  arguments.expectEnd();
+  bxm::deleteLocalQueue(manager, name);
+  std::printf("Queue %s deleted.\n", name.c_str());
+  return 0;
+}
+
+struct Command {
+  const char* object;
+  const char* verb;
+  int (*run)(Arguments&);
+};
+
+constexpr Command kCommands[] = {
+    {"manager", "create", createManager}, {"manager", "list", listManagers},
+    {"manager", "delete", deleteManager}, {"manager", "alter", alterManager},
+    {"queue", "create", createQueue},     {"queue", "list", listQueues},
+    {"queue", "delete", deleteQueue},
+};
+
 int run(Arguments& arguments) {
-  if (arguments.takeWord() != "manager")
-    throw bxm::admin::UsageError("the first word is 'manager'");
-  const std::string verb = arguments.takeWord();
-  if (verb == "create") return create(arguments);
-  if (verb == "list") return list(arguments);
-  if (verb == "delete") return remove(arguments);
-  if (verb == "alter") return alter(arguments);
-  throw bxm::admin::UsageError("unknown command '" + verb + "'");
+  const std::string object = arguments.takeWord(), verb = arguments.takeWord();
+  for (const Command& command : kCommands)
+    if (object == command.object && verb == command.verb) return command.run(arguments);
+  throw bxm::admin::UsageError("unknown command '" + object + " " + verb + "'");
 }
 
 } // namespace

@@ -26,9 +26,15 @@ bool Arguments::takeFlag(const std::string& flag) {
 }
 
 std::string Arguments::takeValue(const std::string& option) {
+  const auto value = takeOptionalValue(option);
+  if (!value) throw UsageError(option + " is missing");
+  return *value;
+}
+
+std::optional<std::string> Arguments::takeOptionalValue(const std::string& option) {
   const auto found = std::find(m_words.begin(), m_words.end(), option);
-  if (found == m_words.end() || found + 1 == m_words.end())
-    throw UsageError(option + " and its value are missing");
+  if (found == m_words.end()) return std::nullopt;
+  if (found + 1 == m_words.end()) throw UsageError(option + " lacks its value");
   const std::string value = found[1];
   m_words.erase(found, found + 2);
   return value;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,8 +22,9 @@ public:
   std::string takeWord();
   std::string takeName();
   bool takeFlag(const std::string& flag);
-  /// The word after an option.
+  /// The word after an option that must be there, or may be.
   std::string takeValue(const std::string& option);
+  std::optional<std::string> takeOptionalValue(const std::string& option);
   bool empty() const { return m_words.empty(); }
   void expectEnd() const;
 
