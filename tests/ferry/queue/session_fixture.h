@@ -2,6 +2,7 @@
 
 #include "ferry/queue/client_library.h"
 #include "ferry/queue/session.h"
+#include "ferry/text/default_code_page.h"
 #include "ferry/text/ucss.h"
 #include "tests/ferry/logging/recording_writer.h"
 #include "tests/support/recording_client.h"
@@ -17,6 +18,7 @@ protected:
   using Texts = std::vector<std::string>;
 
   SessionTest() {
+    UseUTF8CodePage_v();
     InitBXM();
     m_script = reinterpret_cast<decltype(&clientScript)>(FindFunc("clientScript"))();
     *m_script = support::ClientScript();

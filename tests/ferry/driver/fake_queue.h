@@ -1,0 +1,89 @@
+#pragma once
+
+#include "ferry/queue/queue.h"
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+/// A queue in memory that notes what it is told, in one word each: "put", "get", "peek", "begin",
+/// "commit", "rollback", "delete".
+class FakeQueue : public CCMEBX {
+public:
+  std::deque<std::string> m_records;
+  std::vector<std::string> m_notes;
+  std::vector<UnicodeString> m_sent;
+  int m_commitStatus = 0;
+  std::function<void()> m_onGet = [] {};
+  int m_lastPriority = 0;
+  long m_lastExpiry = 0;
+  UnicodeString m_lastLabel;
+
+  /// How many notes of a kind there are.
+  long noted(const std::string& word) const {
+    return std::count(m_notes.begin(), m_notes.end(), word);
+  }
+
+  int SendMsg(const UnicodeString& text, int priority, long expiry,
+              const UnicodeString& label) override {
+    note("put");
+    m_sent.push_back(text);
+    m_lastPriority = priority;
+    m_lastExpiry = expiry;
+    m_lastLabel = label;
+    return 0;
+  }
+  int ReceiveMessage(UnicodeString& text, long wait) override {
+    note("get");
+    EXPECT_EQ(wait, 100);
+    m_onGet();
+    if (m_records.empty()) return -2;
+    text = UnicodeString::fromUTF8(m_records.front());
+    m_records.pop_front();
+    return 0;
+  }
+  int PeekMsg(UnicodeString& text, long wait) override {
+    note("peek");
+    EXPECT_EQ(wait, 100);
+    if (m_cursor >= m_records.size()) return -2;
+    text = UnicodeString::fromUTF8(m_records[m_cursor++]);
+    return 0;
+  }
+  int DeleteMessage() override {
+    note("delete");
+    m_records.erase(m_records.begin() + static_cast<long>(m_cursor) - 1);
+    m_cursor = 0;
+    return 0;
+  }
+  int BeginTran() override { return note("begin"); }
+  int RollbackTran() override { return note("rollback"); }
+  int CommitTran() override {
+    note("commit");
+    return m_commitStatus;
+  }
+
+  int Open(QTYPE) override { return 0; }
+  int Close() override { return 0; }
+  int ChangeAccess(QTYPE) override { return 0; }
+  int CreateQueue(unsigned long, bool) override { return 0; }
+  int DeleteQueue() override { return 0; }
+  int ReceiveMessage(std::string&, long) override { return -1; }
+  int PeekMsg(std::string&, long) override { return -1; }
+  void ResetCursor() override { m_cursor = 0; }
+  bool IsTransactional(bool) override { return true; }
+  UnicodeString GetPath() const override { return u"FAKE"; }
+  UnicodeString GetLabel() const override { return u"FAKE"; }
+  long GetMessageCount() const override { return static_cast<long>(m_records.size()); }
+  int ReOpenQueue() override { return 0; }
+  int GetSentCount() const override { return static_cast<int>(m_sent.size()); }
+
+private:
+  int note(const std::string& word) {
+    m_notes.push_back(word);
+    return 0;
+  }
+  size_t m_cursor = 0;
+};

@@ -1,0 +1,235 @@
+#include "ferry/driver/ferry_ex.h"
+#include "ferry/driver/interruption.h"
+#include "ferry/errors/exception.h"
+#include "ferry/text/default_code_page.h"
+#include "tests/ferry/driver/fake_queue.h"
+#include "tests/support/process.h"
+#include "tests/support/redirect.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace support;
+using ::testing::ElementsAre;
+
+namespace {
+
+class RecordLoops : public ::testing::Test {
+protected:
+  RecordLoops() { UseUTF8CodePage_v(); }
+  ~RecordLoops() override { CFerryEx::m_sGrep.remove(); }
+
+  /// Each runs a loop with this standard input, and keeps what it writes.
+  void copy(const std::string& input, long count = -1, long pause = -1, long priority = -1,
+            long expire = -1) {
+    run(input, [&] { CFerryEx::ProcessFile2Q(&m_queue, count, pause, priority, expire); });
+  }
+  void show(long count, bool peek = false, long pause = -1) {
+    run("", [&] { CFerryEx::ProcessQ2File(&m_queue, count, peek, pause); });
+  }
+  void clean(long count) {
+    run("", [&] { CFerryEx::CleanQueue(&m_queue, count); });
+  }
+  template <typename Loop>
+  void run(const std::string& input, Loop loop) {
+    const TempFolder folder;
+    writeFile(folder / "in", input);
+    try {
+      const Redirect in(0, folder / "in", O_RDONLY);
+      const Redirect out(1, folder / "out", O_WRONLY | O_CREAT);
+      const Redirect err(2, folder / "err", O_WRONLY | O_CREAT);
+      loop();
+    } catch (const VRK_Exception& e) {
+      m_failure = e.what();
+    }
+    m_out = readFile(folder / "out");
+    m_err = readFile(folder / "err");
+  }
+  void fill(int count) {
+    for (int n = 1; n <= count; ++n) m_queue.m_records.push_back(std::to_string(n));
+  }
+
+  FakeQueue m_queue;
+  std::string m_out;
+  std::string m_err;
+  std::string m_failure;
+};
+
+} // namespace
+
+TEST_F(RecordLoops, CopyLinesAsTheyAre) {
+  using namespace std::literals;
+  copy("one\r\n\ngr\xc3\xbc\xc3\x9f\na\0b\nlast"s, -1, -1, 4, 60);
+  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"one\r\n", u"\n", u"gr\u00fc\u00df\n",
+                                          UnicodeString(u"a\0b\n", 4), u"last"));
+  EXPECT_EQ(m_queue.m_lastPriority, 4);
+  EXPECT_EQ(m_queue.m_lastExpiry, 60);
+  EXPECT_EQ(m_queue.m_lastLabel, u"Ferry Message");
+  EXPECT_EQ(m_err, "(5) Records Sent.\n");
+  EXPECT_EQ(m_queue.m_notes.back(), "commit");
+}
+
+TEST_F(RecordLoops, CopyNothing) {
+  copy("");
+  EXPECT_EQ(m_err, "(0) Records Sent.\n");
+  EXPECT_THAT(m_queue.m_notes, ElementsAre());
+}
+
+TEST_F(RecordLoops, CopyUpToACountAboveZero) {
+  for (const auto& [count, sent] :
+       {std::pair(1L, 1), {2L, 2}, {9L, 3}, {0L, 3}, {-1L, 3}, {-7L, 3}}) {
+    m_queue.m_sent.clear();
+    copy("1\n2\n3\n", count);
+    EXPECT_EQ(m_queue.GetSentCount(), sent) << count;
+  }
+}
+
+TEST_F(RecordLoops, CountOnlyWhatPassesTheFilter) {
+  CFerryEx::m_sGrep = u"x";
+  copy("a\nx1\nb\nx2\nx3\n", 2);
+  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"x1\n", u"x2\n"));
+  copy("a\nx1\n", 0);
+  EXPECT_EQ(m_err, "(0) Records Sent.\n");
+}
+
+TEST_F(RecordLoops, LeaveTheRestOfAFileToTheNextProgram) {
+  run("1\n2\n3\n", [this] {
+    CFerryEx::ProcessFile2Q(&m_queue, 1, -1, -1, -1);
+    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
+  });
+  EXPECT_EQ(m_err, "(1) Records Sent.\n(2) Records Sent.\n");
+}
+
+TEST_F(RecordLoops, CommitEveryThousandRecordsOrMebibyte) {
+  std::string lines;
+  for (int n = 0; n < 2500; ++n) lines += "x\n";
+  copy(lines);
+  EXPECT_EQ(m_queue.noted("commit"), 3);
+  m_queue.m_notes.clear();
+  copy(std::string(400000, 'a') + '\n' + std::string(400000, 'b') + '\n' +
+       std::string(400000, 'c') + "\nd\n");
+  EXPECT_THAT(m_queue.m_notes, ElementsAre("put", "put", "put", "commit", "put", "commit"));
+}
+
+TEST_F(RecordLoops, CommitBeforeEveryPause) {
+  copy("1\n2\n", -1, 1);
+  EXPECT_THAT(m_queue.m_notes, ElementsAre("put", "commit", "put", "commit"));
+}
+
+TEST_F(RecordLoops, FailWithoutCountWhenACommitFails) {
+  m_queue.m_commitStatus = -1;
+  copy("1\n");
+  EXPECT_THAT(m_failure, ::testing::StartsWith("Commit failed on queue FAKE"));
+  EXPECT_EQ(m_err, "");
+  fill(2);
+  show(-1);
+  EXPECT_EQ(m_out + m_err, ""); // not shown: it is still on the queue
+  clean(-1);
+  EXPECT_EQ(m_err, "");
+}
+
+TEST_F(RecordLoops, ReadEachRecordInAUnitOfWork) {
+  m_queue.m_records = {"one\r\n", "t\nw\ro"};
+  show(-1);
+  EXPECT_EQ(m_out, "one\ntwo\n");
+  EXPECT_EQ(m_err, "(2) Records Received.\n");
+  EXPECT_THAT(m_queue.m_notes, ElementsAre("begin", "get", "commit", "begin", "get", "commit",
+                                           "begin", "get", "rollback"));
+}
+
+TEST_F(RecordLoops, ReadUpToExactlyTheCount) {
+  fill(5);
+  show(0);
+  EXPECT_EQ(m_out + m_err, "");
+  EXPECT_THAT(m_queue.m_notes, ElementsAre());
+  show(2);
+  EXPECT_EQ(m_err, "(2) Records Received.\n");
+  show(-2);
+  EXPECT_EQ(m_out, "3\n4\n5\n");
+}
+
+TEST_F(RecordLoops, PeekWithoutTaking) {
+  fill(3);
+  show(2, true);
+  EXPECT_EQ(m_out, "1\n2\n");
+  EXPECT_EQ(m_err, "(2) Records Received.\n");
+  EXPECT_THAT(m_queue.m_notes, ElementsAre("peek", "peek"));
+}
+
+TEST_F(RecordLoops, TakeOnlyWhatPassesTheFilter) {
+  CFerryEx::m_sGrep = u"x";
+  m_queue.m_records = {"a", "x1", "b", "x2"};
+  show(-1);
+  EXPECT_EQ(m_out, "x1\nx2\n");
+  EXPECT_THAT(m_queue.m_records, ElementsAre("a", "b"));
+}
+
+TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
+  fill(3);
+  try {
+    const Redirect out(1, "/dev/full", O_WRONLY);
+    CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
+    ADD_FAILURE() << "a full disk went unnoticed";
+  } catch (const VRK_Exception& e) {
+    EXPECT_STREQ(e.what(), "Cannot write to standard output: No space left on device");
+  }
+  EXPECT_EQ(m_queue.m_records.size(), 2U);
+  try {
+    const Redirect out(1, "/dev/full", O_WRONLY);
+    CFerryEx::ProcessQ2File(&m_queue, -1, true, -1);
+    ADD_FAILURE() << "a full disk went unnoticed by the peek";
+  } catch (const VRK_Exception&) {
+  }
+}
+
+TEST_F(RecordLoops, TakeNothingMoreWhenTheReaderIsGone) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  fill(3);
+  // The reader leaves while the second record is being waited for.
+  m_queue.m_onGet = [&] {
+    if (m_queue.noted("get") == 2) ::close(ends[0]);
+  };
+  ::signal(SIGPIPE, SIG_IGN);
+  EXPECT_THROW(
+      {
+        const Redirect out(1, ends[1]);
+        CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
+      },
+      VRK_Exception);
+  EXPECT_EQ(m_queue.m_records.size(), 1U);
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  EXPECT_THROW(
+      {
+        const Redirect out(1, ends[1]);
+        CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
+      },
+      VRK_Exception);
+  EXPECT_EQ(m_queue.m_records.size(), 1U);
+}
+
+TEST_F(RecordLoops, RemoveOneRecordForAnyCountButMinusOne) {
+  for (const auto& [count, removed] : {std::pair(0L, 1), {-2L, 1}, {1L, 1}, {3L, 3}, {-1L, 5}}) {
+    m_queue.m_records.clear();
+    fill(5);
+    clean(count);
+    EXPECT_EQ(m_err, "(" + std::to_string(removed) + ") Records Purged.\n") << count;
+    EXPECT_EQ(m_queue.m_notes.back(), "commit");
+  }
+}
+
+TEST_F(RecordLoops, EndAtTheNextRecordAfterASignal) {
+  fill(5);
+  m_queue.m_onGet = [this] {
+    if (m_queue.noted("get") == 2) ::raise(SIGTERM);
+  };
+  clean(-1);
+  EXPECT_EQ(m_err, "(2) Records Purged.\n");
+  EXPECT_EQ(CInterruption::Signal_n(), SIGTERM);
+  m_queue.m_notes.clear();
+  show(-1);
+  EXPECT_EQ(m_out, "3\n4\n");
+}
