@@ -3,6 +3,7 @@
 #include "manager/api/handle_table.h"
 #include "manager/engine/bag.h"
 #include "manager/engine/command.h"
+#include "manager/engine/process_local.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,10 +13,7 @@ namespace bxm {
 
 namespace {
 
-HandleTable<Bag>& bags() {
-  static auto& table = *new HandleTable<Bag>;
-  return table;
-}
+HandleTable<Bag>& bags() { return ProcessLocal<HandleTable<Bag>>::get(); }
 
 /// The handles of nested bags that were asked for, by bag.
 class NestedHandles {
@@ -42,10 +40,7 @@ private:
   std::map<const Bag*, BXHBAG> m_handles;
 };
 
-NestedHandles& nestedHandles() {
-  static auto& handles = *new NestedHandles;
-  return handles;
-}
+NestedHandles& nestedHandles() { return ProcessLocal<NestedHandles>::get(); }
 
 template <typename Body>
 Codes withBag(BXHBAG handle, Body body) {

@@ -1,13 +1,11 @@
 #include "manager/api/connections.h"
 #include "manager/api/guard.h"
-#include "manager/store/names.h"
+#include "manager/engine/names.h"
+#include "manager/engine/process_local.h"
 
 namespace bxm {
 
-HandleTable<Connection>& connections() {
-  static auto& table = *new HandleTable<Connection>;
-  return table;
-}
+HandleTable<Connection>& connections() { return ProcessLocal<HandleTable<Connection>>::get(); }
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 namespace bxm {
 
-/// The connections of this process. Never destroyed: a program may leave one open until its end.
+/// The connections of this process.
 HandleTable<Connection>& connections();
 
 /// Runs body with the connection, or gives 2018.

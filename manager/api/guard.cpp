@@ -1,6 +1,6 @@
 #include "manager/api/guard.h"
 
-#include "manager/store/failure.h"
+#include "manager/engine/names.h"
 
 #include <cstdio>
 #include <new>

@@ -1,6 +1,6 @@
 #include "manager/api/connections.h"
 #include "manager/api/guard.h"
-#include "manager/store/names.h"
+#include "manager/engine/names.h"
 
 using namespace bxm;
 

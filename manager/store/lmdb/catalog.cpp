@@ -1,16 +1,24 @@
 #include "manager/store/catalog.h"
 
 #include "manager/store/lmdb/home.h"
+#include "manager/store/process_local.h"
 
 namespace bxm {
 
+namespace {
+
+/// One object for each folder that BXM_HOME has named.
+struct Homes {
+  std::mutex mutex;
+  std::map<std::string, std::unique_ptr<Home>> byFolder;
+};
+
+} // namespace
+
 Catalog& catalog() {
-  // One object for each folder that BXM_HOME has named; never destroyed, because connections may
-  // be used until the very end of the process.
-  static std::mutex& mutex = *new std::mutex;
-  static auto& homes = *new std::map<std::string, std::unique_ptr<Home>>;
-  const std::lock_guard guard(mutex);
-  auto& home = homes[defaultHomeFolder()];
+  Homes& homes = ProcessLocal<Homes>::get();
+  const std::lock_guard guard(homes.mutex);
+  auto& home = homes.byFolder[defaultHomeFolder()];
   if (!home) home = std::make_unique<Home>(defaultHomeFolder());
   return *home;
 }

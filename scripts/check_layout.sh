@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# What no compiler checks: that a folder includes only the folders it may, and that every test file
+# is registered.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+faults=0
+fault() { echo "$1" >&2; faults=1; }
+
+# folder: what its files may include besides itself and the outside.
+declare -A may=(
+  [include/bx]=""
+  [ferry/text]="ferry/errors"
+  [ferry/errors]="ferry/text ferry/logging"
+  [ferry/logging]="ferry/text ferry/errors"
+  [ferry/config]="ferry/text ferry/errors ferry/logging"
+  [ferry/queue]="bx ferry/text ferry/errors ferry/logging"
+  [ferry/xml]="ferry/text ferry/errors"
+  [ferry/driver]="ferry/text ferry/errors ferry/logging ferry/config ferry/queue"
+  [manager/store]="bx"
+  [manager/store/lmdb]="bx manager/store"
+  [manager/engine]="bx manager/store"
+  [manager/api]="bx manager/engine"
+  [manager/admin]="bx manager/engine"
+)
+for folder in "${!may[@]}"; do
+  while IFS=: read -r file included; do
+    from=$(dirname "$included")
+    [[ $from == "$folder" || $from == "${folder#include/}" ]] && continue
+    [[ " ${may[$folder]} " == *" $from "* ]] || fault "$file may not include $included"
+  done < <(grep -HoP '^\s*#include "\K[^"]+' "$folder"/*.h "$folder"/*.cpp 2>/dev/null || true)
+done
+for folder in $(find ferry manager include -mindepth 1 -type d); do
+  [[ -v may[$folder] ]] || [[ -z $(find "$folder" -maxdepth 1 -name '*.[hc]*' ! -name CMakeLists.txt) ]] ||
+    fault "$folder is not in the list of scripts/check_layout.sh"
+done
+
+# With the commands of a configured build: every source is compiled by something.
+if [[ $# -gt 0 ]]; then
+  while read -r file; do
+    grep -qF "$PWD/$file" "$1" || fault "$file is registered nowhere"
+  done < <(find tests bench ferry manager \( -name '*.cpp' -o -name '*.c' \))
+fi
+
+exit "$faults"

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# install_packages.sh build|test: installs the Debian packages that are missing. Says in one line
+# what is missing where it cannot.
+set -euo pipefail
+
+build=(g++ cmake ninja-build pkg-config libicu-dev liblmdb-dev libxerces-c-dev libxalan-c-dev)
+test=(libgtest-dev libgmock-dev clang-tidy libxml2-dev)
+case "${1:-}" in
+  build) wanted=("${build[@]}") ;;
+  test) wanted=("${build[@]}" "${test[@]}") ;;
+  *) echo "usage: $0 build|test" >&2; exit 2 ;;
+esac
+
+missing=()
+for package in "${wanted[@]}"; do
+  state=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || true)
+  [[ $state == *"ok installed"* ]] || missing+=("$package")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+become=()
+if [[ $(id -u) -ne 0 ]]; then
+  if ! command -v sudo >/dev/null; then
+    echo "Missing packages (install them as root): ${missing[*]}" >&2
+    exit 1
+  fi
+  become=(sudo)
+fi
+if ! command -v apt-get >/dev/null; then
+  echo "Missing packages, and no apt-get to install them with: ${missing[*]}" >&2
+  exit 1
+fi
+echo "Installing: ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+if ! { "${become[@]}" apt-get update && "${become[@]}" env DEBIAN_FRONTEND=noninteractive \
+       apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+  tail -n 5 "$log" >&2
+  echo "Could not install: ${missing[*]}" >&2
+  exit 1
+fi
