@@ -22,6 +22,7 @@ struct QueueShare {
   const std::uint32_t id;
   QueueSlot& slot;
   TakeMap takes;
+  std::uint64_t settledSinceTrim = 0; ///< guarded by the settler's pass
 
   std::mutex depthMutex; ///< guards the two below
   std::uint64_t depthTransaction = UINT64_MAX;

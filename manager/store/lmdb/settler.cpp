@@ -4,6 +4,7 @@
 #include "manager/store/kill_point.h"
 #include "manager/store/lmdb/lmdb_store.h"
 
+#include <algorithm>
 #include <csignal>
 #include <deque>
 
@@ -48,6 +49,39 @@ void deleteMessages(MDB_txn* txn, const Durable& durable, std::uint32_t queue,
   }
   writeCounts(txn, durable, queue, counts);
 }
+
+namespace {
+
+constexpr std::uint64_t kTrimAfter = 1'000'000;
+
+/// The lowest sequence that a queue holds, as a transaction sees it.
+std::uint64_t lowestSequence(MDB_txn* txn, const Durable& durable, std::uint32_t queue) {
+  MDB_cursor* cursor = nullptr;
+  if (const int result = ::mdb_cursor_open(txn, durable.messages, &cursor))
+    failWithLmdb(result, "reading messages");
+  const std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)> closes(cursor, ::mdb_cursor_close);
+  std::uint64_t lowest = readCounts(txn, durable, queue).nextSequence;
+  for (int priority = 0; priority <= BXPRI_MAXIMUM; ++priority) {
+    MessageKey key(queue, {priority, 0});
+    MDB_val keyValue = key.value(), value{};
+    if (::mdb_cursor_get(cursor, &keyValue, &value, MDB_SET_RANGE) != MDB_SUCCESS) continue;
+    const Position first = MessageKey::positionOf(keyValue);
+    if (MessageKey::queueOf(keyValue) == queue && first.priority == priority)
+      lowest = std::min(lowest, first.sequence);
+  }
+  return lowest;
+}
+
+/// From time to time, tells below which sequence a queue's take map is not needed any more; else 0.
+std::uint64_t trimBelow(MDB_txn* txn, const Durable& durable, QueueShare& share,
+                        std::size_t settled) {
+  share.settledSinceTrim += settled;
+  if (share.settledSinceTrim < kTrimAfter) return 0;
+  share.settledSinceTrim = 0;
+  return lowestSequence(txn, durable, share.id);
+}
+
+} // namespace
 
 // ---- Settler ------------------------------------------------------------------------------------
 
@@ -101,8 +135,11 @@ void Settler::settleAll() {
   if (work.empty()) return;
   BXM_KILL_POINT("settle-begin");
   WriteTransaction txn(m_durable);
-  for (Consumption* member : work)
+  std::vector<std::uint64_t> trims;
+  for (Consumption* member : work) {
     deleteMessages(txn.get(), m_durable, member->m_share->id, member->m_inWork);
+    trims.push_back(trimBelow(txn.get(), m_durable, *member->m_share, member->m_inWork.size()));
+  }
   std::deque<Settling> settlings;
   for (Consumption* member : work)
     settlings.emplace_back(member->m_access, ::mdb_txn_id(txn.get()), 0, member->m_inWork.size());
@@ -110,11 +147,13 @@ void Settler::settleAll() {
   txn.commit();
   BXM_KILL_POINT("settle-after-commit");
   for (Settling& settling : settlings) settling.done();
-  for (Consumption* member : work) {
+  for (std::size_t i = 0; i < work.size(); ++i) {
+    Consumption* member = work[i];
     for (const Position& position : member->m_inWork)
       member->m_share->takes.at(position.sequence).store(TakeEntry::deleted());
     member->m_size -= member->m_inWork.size();
     member->m_inWork.clear();
+    if (trims[i] > 0) member->m_share->takes.forget(trims[i]);
   }
 }
 
