@@ -82,6 +82,11 @@ public:
     m_files[descriptor] = {path, flags};
     return *this;
   }
+  /// The folder that the program starts in.
+  Process& in(const std::string& folder) {
+    m_startFolder = folder;
+    return *this;
+  }
   Process& closed(int descriptor) { return redirect(descriptor, "", 0); }
   /// Gives the program a pipe; the test keeps the other end until close().
   Process& pipe(int descriptor) {
@@ -154,6 +159,7 @@ private:
         ::close(opened);
       }
     }
+    if (!m_startFolder.empty() && ::chdir(m_startFolder.c_str()) != 0) ::_exit(127);
     for (const auto& [name, value] : m_environment) ::setenv(name.c_str(), value.c_str(), 1);
     std::vector<char*> arguments;
     for (auto& argument : m_arguments) arguments.push_back(argument.data());
@@ -164,6 +170,7 @@ private:
 
   TempFolder m_folder;
   std::vector<std::string> m_arguments;
+  std::string m_startFolder;
   std::map<std::string, std::string> m_environment;
   std::map<int, File> m_files;
   std::map<int, Pipe> m_pipes;
