@@ -55,6 +55,7 @@ private:
   bool dropExpired(const Position& position);
   bool passOver(QueueScan& scan, bool& others);
   void noteTouched(std::uint64_t sequence);
+  void makeRoomForOne();
   Found scanAndTake(Receiver& receiver, bool syncpoint, bool& others);
   std::uint64_t durableDepth();
 

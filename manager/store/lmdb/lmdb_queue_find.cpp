@@ -68,6 +68,13 @@ void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoin
   m_access.consumed.fetch_add(1);
   m_consumption.add(message.position);
   m_session.store().settler().added(m_consumption);
+  if (!m_session.journal({{m_share->id, message.position}}))
+    throw Failure(BXRC_CONNECTION_BROKEN, "the disk does not take the get of a message");
+}
+
+void LmdbQueue::makeRoomForOne() {
+  m_session.store().settler().makeRoom(m_consumption, 1);
+  m_session.prepareJournal();
 }
 
 /// Removes an expired message. False when that has to wait: an entry that nobody holds must stay
@@ -135,7 +142,7 @@ Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint, bool& others) {
 
 Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
   if (!exists()) return Found::kNothing;
-  if (!syncpoint) m_session.store().settler().makeRoom(m_consumption, 1);
+  if (!syncpoint) makeRoomForOne();
   bool others = false;
   const Found found = scanAndTake(receiver, syncpoint, others);
   // Messages that a dead process had taken may be all there is.
@@ -145,7 +152,7 @@ Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
 
 Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncpoint) {
   if (!exists()) return Found::kNothing;
-  if (!syncpoint) m_session.store().settler().makeRoom(m_consumption, 1);
+  if (!syncpoint) makeRoomForOne();
   Reader::Snapshot snapshot(m_session.reader());
   StoredMessage message{position, {}, clockNow()};
   if (!find(snapshot, m_share->id, message) ||

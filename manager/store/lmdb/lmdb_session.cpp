@@ -130,21 +130,30 @@ Committed LmdbSession::commit(PutBatch& puts, BXLONG& reason) {
   std::uint64_t taken = 0;
   for (const auto& [id, queue] : m_queues) taken += queue->takenCount();
   if (puts.empty() && taken == 0) return Committed::kDone;
-  if (!puts.empty() || taken > Settler::kMostUnsettled || m_store->syncFull())
-    return commitDurably(puts, true, reason);
+  if (!puts.empty() || taken > Settler::kMostUnsettled) return commitDurably(puts, true, reason);
   try {
-    for (auto& [id, queue] : m_queues)
-      m_store->settler().makeRoom(queue->consumption(), queue->takenCount());
+    makeRoomForTakes();
   } catch (const Failure& failure) {
     reason = failure.reason();
     backout(puts);
     return Committed::kFailed;
   }
-  commitTakes();
-  return Committed::kDone;
+  return commitTakes(reason);
 }
 
-void LmdbSession::commitTakes() {
+void LmdbSession::makeRoomForTakes() {
+  for (auto& [id, queue] : m_queues)
+    m_store->settler().makeRoom(queue->consumption(), queue->takenCount());
+  prepareJournal();
+}
+
+Committed LmdbSession::commitTakes(BXLONG& reason) {
+  std::vector<TakeJournal::Entry> entries;
+  if (m_journal)
+    for (auto& [id, queue] : m_queues)
+      queue->visitTaken([&](const Position& position, auto&) {
+        entries.push_back({id, position});
+      });
   BXM_KILL_POINT("commit-takes-begin");
   connection().committing = 1; // the commit: from here on whoever recovers finishes it
   BXM_KILL_POINT("commit-takes-decided");
@@ -155,6 +164,35 @@ void LmdbSession::commitTakes() {
   }
   BXM_KILL_POINT("commit-takes-consumed");
   connection().committing = 0;
+  if (journal(entries)) return Committed::kDone;
+  reason = BXRC_CONNECTION_BROKEN;
+  return Committed::kUnknown;
+}
+
+void LmdbSession::prepareJournal() {
+  if (!m_store->syncFull()) return m_journal.reset();
+  if (!m_journal)
+    m_journal =
+        std::make_unique<TakeJournal>(m_store->folder(), m_slot, m_store->durable().storeId());
+  if (!m_journal->isHalfFull()) return;
+  m_store->settler().settleAll();
+  m_journal->settled();
+}
+
+bool LmdbSession::journal(const std::vector<TakeJournal::Entry>& entries) noexcept {
+  if (!m_journal || entries.empty()) return true;
+  try {
+    m_journal->append(entries);
+    return true;
+  } catch (const std::exception&) {
+    // What the journal cannot take, the store may still delete.
+  }
+  try {
+    m_store->settler().settleAll();
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 Committed LmdbSession::put(PutBatch& puts, BXLONG& reason) {

@@ -2,6 +2,7 @@
 
 #include "manager/store/lmdb/lmdb_queue.h"
 #include "manager/store/lmdb/lmdb_store.h"
+#include "manager/store/lmdb/take_journal.h"
 #include "manager/store/store.h"
 
 #include <map>
@@ -32,20 +33,26 @@ public:
   void backout(PutBatch& puts) override;
   Committed put(PutBatch& puts, BXLONG& reason) override;
 
+  /// With full synchronisation: before a get that counts is decided, and after it. The latter says
+  /// false when the disk cannot tell whether it knows.
+  void prepareJournal();
+  bool journal(const std::vector<TakeJournal::Entry>& entries) noexcept;
+
   LmdbStore& store() { return *m_store; }
   Reader& reader() { return m_reader; }
   ConnectionSlot& connection() { return m_store->runtime().connection(m_slot); }
   std::uint32_t slot() const { return m_slot; }
 
 private:
-  friend class DurableCommit;
-  void commitTakes();
+  Committed commitTakes(BXLONG& reason);
+  void makeRoomForTakes();
   Committed commitDurably(PutBatch& puts, bool withTakes, BXLONG& reason);
   void uncount(PutBatch& puts);
 
   std::shared_ptr<LmdbStore> m_store;
   std::uint32_t m_slot;
   Reader m_reader;
+  std::unique_ptr<TakeJournal> m_journal;                       ///< only with full synchronisation
   std::map<std::uint32_t, std::unique_ptr<LmdbQueue>> m_queues; ///< by queue id
 };
 

@@ -3,6 +3,7 @@
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
 #include "manager/store/lmdb/lmdb_session.h"
+#include "manager/store/lmdb/take_journal.h"
 
 #include <algorithm>
 
@@ -31,10 +32,29 @@ void prepareFromDurable(const Runtime& runtime, MDB_cursor* messages, const Queu
 
 } // namespace
 
+namespace {
+
+/// After a boot: deletes what was got with full synchronisation and not deleted yet.
+void replayJournals(const Durable& durable, const std::string& folder) {
+  std::map<std::uint32_t, std::vector<Position>> consumed;
+  readTakeJournals(folder, durable.storeId(), [&](const TakeJournal::Entry& entry) {
+    consumed[entry.queue].push_back(entry.position);
+  });
+  if (consumed.empty()) return;
+  WriteTransaction txn(durable);
+  for (const auto& [queue, positions] : consumed)
+    deleteMessages(txn.get(), durable, queue, positions);
+  txn.commit();
+  removeTakeJournals(folder);
+}
+
+} // namespace
+
 LmdbStore::LmdbStore(std::string name, const std::string& folder)
     : m_name(std::move(name)), m_folder(folder), m_durable(folder, Durable::Open::kExisting),
       m_runtime(folder, m_durable.storeId(),
                 [this](const Runtime& runtime) {
+                  replayJournals(m_durable, m_folder);
                   Reader reader(m_durable);
                   const Reader::Snapshot snapshot(reader);
                   for (const QueueDefinition& queue : readDefinitions(snapshot.txn(), m_durable))
