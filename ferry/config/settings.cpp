@@ -1,5 +1,7 @@
 #include "ferry/config/settings.h"
 
+#include "ferry/logging/own_copy.h"
+
 #include <mutex>
 
 CSettings CGlobalSettings::obMap;
@@ -19,13 +21,13 @@ bool CSettings::Get_b(const UnicodeString& sName, UnicodeString& sValue) const {
   const std::shared_lock obGuard(m_obLock);
   const auto it = m_obValues.find(sName);
   if (it == m_obValues.end()) return false;
-  sValue = it->second;
+  sValue = OwnCopy_s(it->second);
   return true;
 }
 
 void CSettings::Set_v(const UnicodeString& sName, const UnicodeString& sValue) {
   const std::unique_lock obGuard(m_obLock);
-  m_obValues[sName] = sValue;
+  m_obValues[OwnCopy_s(sName)] = OwnCopy_s(sValue);
 }
 
 // The search and the entry are one step, or two threads would take the same number.
@@ -33,7 +35,7 @@ void CSettings::SetNext_v(const UnicodeString& sPrefix, const UnicodeString& sVa
   const std::unique_lock obGuard(m_obLock);
   int n = 1;
   while (m_obValues.contains(Numbered_s(sPrefix, n))) ++n;
-  m_obValues[Numbered_s(sPrefix, n)] = sValue;
+  m_obValues[Numbered_s(sPrefix, n)] = OwnCopy_s(sValue);
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/log_time.h"
+#include "ferry/logging/own_copy.h"
 
 #include <mutex>
 #include <optional>
@@ -101,7 +102,7 @@ bool CLogger::FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const
 UnicodeString CLogger::SeverityText_s(unsigned nSeverity) const {
   const std::shared_lock obGuard(m_obLock);
   const auto it = m_obSeverityNames.find(nSeverity);
-  return it == m_obSeverityNames.end() ? UnicodeString(u"UNKNOWN") : it->second;
+  return it == m_obSeverityNames.end() ? UnicodeString(u"UNKNOWN") : OwnCopy_s(it->second);
 }
 
 CLogger::TablesPtr CLogger::Tables_pob() const {

@@ -1,6 +1,6 @@
-#include "ferry/logging/log_system.h"
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/logger.h"
+#include "ferry/logging/own_copy.h"
 
 #include <exception>
 #include <mutex>
@@ -26,8 +26,8 @@ bool CLogger::Load_b(const UnicodeString& sText, const Source& obSource) {
   {
     const std::unique_lock obGuard(m_obLock);
     m_pobTables.swap(pobOld);
-    m_sConfig = sText;
-    m_obSource = obSource;
+    m_sConfig = OwnCopy_s(sText);
+    m_obSource = {OwnCopy_s(obSource.m_sFile), obSource.m_nTime};
   }
   pobOld.reset(); // another thread's load may have come between; its writers stop here
   Report_v(CSeverity::DBUG, u"Successfully loaded new config");
@@ -118,8 +118,8 @@ bool CLogger::ReloadConfig_b() {
   UnicodeString sConfig;
   {
     const std::shared_lock obGuard(m_obLock);
-    sFile = m_obSource.m_sFile;
-    sConfig = m_sConfig;
+    sFile = OwnCopy_s(m_obSource.m_sFile);
+    sConfig = OwnCopy_s(m_sConfig);
   }
   if (!sFile.isEmpty()) return LoadConfigFile_b(sFile.getTerminatedBuffer());
   return sConfig.isEmpty() || LoadConfig_b(sConfig);

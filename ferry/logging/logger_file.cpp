@@ -1,5 +1,6 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
+#include "ferry/logging/own_copy.h"
 
 #include <mutex>
 #include <optional>
@@ -64,7 +65,7 @@ void CLogger::WatchFile_v(const CMsg& obMsg) {
   {
     const std::shared_lock obGuard(m_obLock);
     if (m_obSource.m_sFile.isEmpty()) return;
-    obSource = m_obSource;
+    obSource = {OwnCopy_s(m_obSource.m_sFile), m_obSource.m_nTime};
   }
   if (m_bLooking || !TimeToLook_b(obMsg) || m_bLooking.exchange(true)) return;
   const CLookingEnds obEnd(m_bLooking);

@@ -36,27 +36,23 @@ void CLogger::VLog_v(const UnicodeString& sCategory, unsigned nSeverity, const U
 }
 
 void CLogger::Log_v(unsigned nSeverity, const UChar* pFormat, ...) {
+  if (!pobGlobalLogger.load()) return;
+  CMsg obMsg(UnicodeString(), nSeverity);
   va_list args;
   va_start(args, pFormat);
-  try {
-    VLog_v(nSeverity, pFormat, args);
-  } catch (...) {
-    va_end(args);
-    throw;
-  }
+  obMsg.VAddLine_rob(pFormat, args);
   va_end(args);
+  Log_v(obMsg);
 }
 
 void CLogger::Log_v(const UnicodeString& sCategory, unsigned nSeverity, const UChar* pFormat, ...) {
+  if (!pobGlobalLogger.load()) return;
+  CMsg obMsg(sCategory, nSeverity);
   va_list args;
   va_start(args, pFormat);
-  try {
-    VLog_v(sCategory, nSeverity, pFormat, args);
-  } catch (...) {
-    va_end(args);
-    throw;
-  }
+  obMsg.VAddLine_rob(pFormat, args);
   va_end(args);
+  Log_v(obMsg);
 }
 
 bool CLogger::TryLog_b(const CMsg& obMsg) noexcept {

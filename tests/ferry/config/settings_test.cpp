@@ -38,23 +38,6 @@ TEST(Settings, DefaultsUntilTheyAreMade) {
   EXPECT_EQ(configFile(true), u"/etc/other.ini");
 }
 
-TEST(Settings, EachHasItsOwnPlace) {
-  SetAppDesc_v(u"1");
-  SetProdDesc_v(u"2");
-  SetDatafile_v(u"3");
-  SetOutputTransport_v(u"4");
-  SetAdmintransport_v(u"5");
-  UnicodeString values[5];
-  GetAppDesc_v(values[0]);
-  GetProdDesc_v(values[1]);
-  EXPECT_TRUE(GetDatafile_b(values[2]));
-  EXPECT_TRUE(GetOutputTransport_b(values[3]));
-  EXPECT_TRUE(GetAdmintransport_b(values[4]));
-  EXPECT_EQ(values[0] + values[1] + values[2] + values[3] + values[4], u"12345");
-  CGlobalSettings::obMap.Get_b(u"AdminTransport", values[0]);
-  EXPECT_EQ(values[0], u"5");
-}
-
 TEST(Settings, ModuleNameIsWhatNamesTheModule) {
   const std::pair<const char*, const char*> names[] = {{"/opt/bin/ferry", "ferry"},
                                                        {"C:\\tools\\ferry.exe", "ferry"},

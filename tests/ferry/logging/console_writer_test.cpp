@@ -24,23 +24,7 @@ TEST(ConsoleWriter, ChoosesStreamAndStyle) {
   EXPECT_EQ(print(u"console://stdout"), Outputs(full, ""));
   EXPECT_EQ(print(u"console://stdout/?style=bare"), Outputs(bare, ""));
   EXPECT_EQ(print(u"console://STDOUT/?style=Bare"), Outputs("", full));
-  EXPECT_EQ(print(u"system:?style=bare"), Outputs("", full)) << "this has no query";
   EXPECT_EQ(print(u"system:///?style=bare"), Outputs("", bare));
-}
-
-TEST(ConsoleWriter, IgnoresAStreamThatCannotBeWritten) {
-  CConsoleWriter writer;
-  writer.Start_v(URIUC(u"console://stdout"));
-  ::testing::internal::CaptureStdout();
-  FILE* saved = stdout;
-  stdout = std::fopen("/dev/full", "w");
-  CConsoleWriter full;
-  full.Start_v(URIUC(u"console://stdout"));
-  EXPECT_NO_THROW(full.Write_v(u"", u"", u"", {u"lost"}));
-  std::fclose(stdout);
-  stdout = saved;
-  writer.Write_v(u"t", u"s", u"c", {u"kept"});
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "t [s] c: kept\n");
 }
 
 } // namespace

@@ -76,15 +76,6 @@ TEST_F(LoggerTest, AWriterGetsAMessageOnceInTheOrderOfTheMasks) {
   EXPECT_THAT(order, ElementsAre("y", "z", "x"));
 }
 
-TEST_F(LoggerTest, MessagesWithoutCategoryFollowTheLoggersName) {
-  ASSERT_TRUE(load(u"rec://a mod.*"));
-  log(CSeverity::INFO, u"mine");
-  CLogger::Log_v(u"mod:1", CSeverity::INFO, u"not mine");
-  EXPECT_THAT(written("a"), ElementsAre("INFO mod mine"));
-  EXPECT_TRUE(m_recorder.m_category.startsWith(u"mod:"));
-  EXPECT_TRUE(UCSS::isNumber(UnicodeString(m_recorder.m_category, 4)));
-}
-
 TEST_F(LoggerTest, MessagesHaveLinesAndATime) {
   ASSERT_TRUE(load(u"rec://a *.*"));
   CMsg msg(u"cat", CSeverity::NOTE);
@@ -135,16 +126,6 @@ TEST_F(LoggerTest, AWrongConfigurationLeavesTheOldOne) {
   EXPECT_EQ(written("a").front(), "DBUG logger Got config line: rec://first *.*");
   log(CSeverity::ERR, u"still here");
   EXPECT_EQ(written("a").back(), "ERR mod still here");
-}
-
-TEST_F(LoggerTest, ParsesFilters) {
-  std::vector<CLogger::Filter> filters;
-  m_logger.RegisterSeverity_v(u"AUDIT", 0x100);
-  ASSERT_TRUE(m_logger.ParseMap_b(filters, u"*.*;a.b.!AUDIT;.CRIT;"));
-  EXPECT_THAT(filters, ElementsAre(CLogger::Filter(u"", 0xFFFFFFFF),
-                                   CLogger::Filter(u"a.b", ~0x100U), CLogger::Filter(u"", 1)));
-  EXPECT_FALSE(m_logger.ParseMap_b(filters, u""));
-  EXPECT_FALSE(m_logger.ParseMap_b(filters, u"*.!*"));
 }
 
 TEST_F(LoggerTest, AFailingWriterStopsNeitherTheOthersNorALoad) {
