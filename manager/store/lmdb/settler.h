@@ -68,6 +68,8 @@ public:
 private:
   void run();
   void startThread();
+  /// From how many waiting messages on the thread begins a pass.
+  std::size_t passBegins() const { return m_slow.load() ? SIZE_MAX : kMostUnsettled / 2; }
 
   const Durable& m_durable;
   std::mutex m_pass; ///< one pass at a time; guards m_members
@@ -80,6 +82,9 @@ private:
   bool m_dirty = false;
   bool m_hurry = false;
   bool m_threadless = false;
+  /// The last pass took so long that readers reach the bound meanwhile: then fewer, larger passes,
+  /// made by whoever reaches it, let them go faster than the thread's halves.
+  std::atomic<bool> m_slow{false};
 };
 
 /// A durable transaction moves messages out of these counts: brackets it, so that depths stay
