@@ -1,0 +1,93 @@
+// commit_probe QUEUE [-i IN] COMMAND...: while a command runs, puts one record at a time onto a
+// queue and commits it. Prints the median, the 99th percentile and the longest time of a commit in
+// seconds, and their number.
+#include "bx/bx.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kBetween{5};
+
+/// A connection with one queue open for output.
+class Probe {
+public:
+  explicit Probe(const std::string& queue) {
+    ::BXCONN("", &m_connection, &m_completion, &m_reason);
+    expectDone("BXCONN");
+    BXOD descriptor = BXOD_DEFAULT;
+    queue.copy(descriptor.objectName, BX_NAME_LENGTH);
+    ::BXOPEN(m_connection, &descriptor, BXOO_OUTPUT, &m_object, &m_completion, &m_reason);
+    expectDone("BXOPEN");
+  }
+
+  double putAndCommit() {
+    BXMD descriptor = BXMD_DEFAULT;
+    BXPMO options = BXPMO_DEFAULT;
+    options.options = BXPMO_SYNCPOINT;
+    const std::string record(100, 'p');
+    const auto begin = Clock::now();
+    ::BXPUT(m_connection, m_object, &descriptor, &options, static_cast<BXLONG>(record.size()),
+            record.data(), &m_completion, &m_reason);
+    expectDone("BXPUT");
+    ::BXCMIT(m_connection, &m_completion, &m_reason);
+    expectDone("BXCMIT");
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+  }
+
+private:
+  void expectDone(const char* call) const {
+    if (m_completion == BXCC_OK) return;
+    std::fprintf(stderr, "commit_probe: %s: %d\n", call, m_reason);
+    std::exit(1);
+  }
+
+  BXHCONN m_connection = BXHC_UNUSABLE;
+  BXHOBJ m_object = BXHO_UNUSABLE;
+  BXLONG m_completion = BXCC_FAILED, m_reason = BXRC_NONE;
+};
+
+pid_t start(const char* in, char** command) {
+  const pid_t pid = ::fork();
+  if (pid != 0) return pid;
+  ::dup2(::open(in, O_RDONLY), 0);
+  ::dup2(::open("/dev/null", O_WRONLY), 1);
+  ::execvp(command[0], command);
+  ::_exit(127);
+}
+
+void report(std::vector<double>& times) {
+  std::sort(times.begin(), times.end());
+  std::printf("%.6f %.6f %.6f %zu\n", times[times.size() / 2], times[times.size() * 99 / 100],
+              times.back(), times.size());
+}
+
+} // namespace
+
+int main(int count, char** values) {
+  const bool hasInput = count > 3 && std::strcmp(values[2], "-i") == 0;
+  char** command = values + (hasInput ? 4 : 2);
+  if (count < 3 || !*command) return 2;
+  const pid_t pid = start(hasInput ? values[3] : "/dev/null", command);
+  Probe probe(values[1]);
+  std::vector<double> times;
+  int status = 0;
+  while (::waitpid(pid, &status, WNOHANG) == 0) {
+    times.push_back(probe.putAndCommit());
+    std::this_thread::sleep_for(kBetween);
+  }
+  if (status != 0 || times.empty()) return 1;
+  report(times);
+}
