@@ -3,6 +3,8 @@
 #include "manager/store/lmdb/home.h"
 #include "manager/store/process_local.h"
 
+#include <filesystem>
+
 namespace bxm {
 
 namespace {
@@ -18,8 +20,12 @@ struct Homes {
 Catalog& catalog() {
   Homes& homes = ProcessLocal<Homes>::get();
   const std::lock_guard guard(homes.mutex);
-  auto& home = homes.byFolder[defaultHomeFolder()];
-  if (!home) home = std::make_unique<Home>(defaultHomeFolder());
+  // By its one true name: an environment must not be opened twice in a process.
+  std::error_code error;
+  const std::string named = defaultHomeFolder();
+  const auto folder = std::filesystem::weakly_canonical(named, error);
+  auto& home = homes.byFolder[error ? named : folder.string()];
+  if (!home) home = std::make_unique<Home>(error ? named : folder.string());
   return *home;
 }
 

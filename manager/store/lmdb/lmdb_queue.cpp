@@ -29,7 +29,7 @@ LmdbQueue::~LmdbQueue() {
 
 // ---- Depth --------------------------------------------------------------------------------------
 
-std::uint64_t LmdbQueue::durableDepth() {
+std::pair<std::uint64_t, std::uint64_t> LmdbQueue::durableDepth() {
   const std::uint64_t last = m_session.store().durable().lastTransaction();
   const std::lock_guard guard(m_share->depthMutex);
   if (m_share->depthTransaction != last) {
@@ -38,7 +38,7 @@ std::uint64_t LmdbQueue::durableDepth() {
         readCounts(snapshot.txn(), m_session.store().durable(), m_share->id).depth;
     m_share->depthTransaction = ::mdb_txn_id(snapshot.txn());
   }
-  return m_share->durableDepth;
+  return {m_share->durableDepth, m_share->depthTransaction};
 }
 
 namespace {
@@ -64,16 +64,14 @@ std::uint64_t LmdbQueue::depth() {
   const Durable& durable = m_session.store().durable();
   std::int64_t depth = 0;
   for (int tries = 0; tries < kDepthTries; ++tries) {
-    depth = static_cast<std::int64_t>(durableDepth());
-    const std::uint64_t transaction = durable.lastTransaction();
+    const auto [counted, transaction] = durableDepth();
+    depth = static_cast<std::int64_t>(counted);
     bool steady = true;
     const std::uint32_t limit = runtime.accessLimit();
     for (std::uint32_t slot = 0; slot < limit && steady; ++slot)
       if (runtime.access(slot).queueId.load() == m_share->id)
         steady = readAccess(runtime.access(slot), transaction, depth);
-    if (steady && durable.lastTransaction() == transaction &&
-        m_share->depthTransaction == transaction)
-      break;
+    if (steady && durable.lastTransaction() == transaction) break;
   }
   return depth > 0 ? static_cast<std::uint64_t>(depth) : 0;
 }

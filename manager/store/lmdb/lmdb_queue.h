@@ -57,7 +57,8 @@ private:
   void noteTouched(std::uint64_t sequence);
   void makeRoomForOne();
   Found scanAndTake(Receiver& receiver, bool syncpoint, bool& others);
-  std::uint64_t durableDepth();
+  /// The durable depth, and the transaction as of which it is.
+  std::pair<std::uint64_t, std::uint64_t> durableDepth();
 
   LmdbSession& m_session;
   QueueDefinition m_definition;

@@ -16,7 +16,7 @@ namespace bxm {
 /// What all connections of this process share about one queue.
 struct QueueShare {
   QueueShare(const std::string& folder, std::uint32_t queueId, QueueSlot& queueSlot)
-      : id(queueId), slot(queueSlot), takes(folder, queueId, queueSlot) {}
+      : id(queueId), slot(queueSlot), takes(folder, queueId, queueSlot.base.load()) {}
   bool exists() const { return slot.queueId.load() == id; }
 
   const std::uint32_t id;

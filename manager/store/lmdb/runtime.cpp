@@ -244,7 +244,6 @@ void Runtime::prepareQueue(const QueueDefinition& definition, std::uint64_t base
   slot.queueId = 0;
   slot.priorities = priorities;
   slot.base = base;
-  slot.allocated = 0;
   // A generation of its own: a scan of the slot's former queue must not raise these floors.
   for (auto& floor : slot.floors) floor = ((floor.load() >> 48) + 1) << 48;
   slot.queueId = definition.id;

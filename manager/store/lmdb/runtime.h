@@ -51,7 +51,6 @@ struct alignas(64) QueueSlot {
   std::atomic<std::uint32_t> waiters;
   std::atomic<std::uint32_t> priorities; ///< bit p: priority p may hold messages
   std::atomic<std::uint64_t> base;       ///< sequence that the take map's file begins with
-  std::atomic<std::uint64_t> allocated;  ///< bytes of that file that may be touched
   /// For each priority, generation << 48 | sequence: every message below is unavailable. Lowering
   /// it changes the generation, so that a scan which saw the older state cannot raise it again.
   std::atomic<std::uint64_t> floors[10];

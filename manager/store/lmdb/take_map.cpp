@@ -2,7 +2,6 @@
 
 #include "bx/bx.h"
 #include "manager/store/failure.h"
-#include "manager/store/lmdb/runtime.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,10 +15,16 @@ namespace bxm {
 namespace {
 
 constexpr std::uint64_t kEntrySize = sizeof(std::uint32_t);
+constexpr std::uint64_t kHeaderSize = 4096;
 constexpr std::uint64_t kPieceSize = std::uint64_t{4} << 20;
 constexpr std::uint64_t kPieceEntries = kPieceSize / kEntrySize;
 constexpr std::uint64_t kAllocationStep = std::uint64_t{256} << 10;
 constexpr const char* kPrefix = "takes-";
+
+/// Where the entry ends in the file.
+constexpr std::uint64_t endOf(std::uint64_t index) {
+  return kHeaderSize + (index + 1) * kEntrySize;
+}
 
 std::string pathOf(const std::string& folder, std::uint32_t queueId) {
   return folder + "/" + kPrefix + std::to_string(queueId);
@@ -27,10 +32,20 @@ std::string pathOf(const std::string& folder, std::uint32_t queueId) {
 
 } // namespace
 
-TakeMap::TakeMap(const std::string& folder, std::uint32_t queueId, QueueSlot& slot)
-    : m_path(pathOf(folder, queueId)), m_slot(slot), m_base(slot.base.load()) {
+TakeMap::TakeMap(const std::string& folder, std::uint32_t queueId, std::uint64_t base)
+    : m_path(pathOf(folder, queueId)), m_base(base) {
   m_file = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
   if (m_file < 0) failWithErrno(errno, BXRC_RESOURCE_PROBLEM, "cannot open " + m_path);
+  try {
+    if (const int error = ::posix_fallocate(m_file, 0, kAllocationStep))
+      failWithErrno(error, BXRC_STORAGE_FULL, "cannot extend " + m_path);
+    m_allocated = reinterpret_cast<std::atomic<std::uint64_t>*>(piece(0));
+  } catch (const Failure&) {
+    ::close(m_file);
+    throw;
+  }
+  std::uint64_t none = 0;
+  m_allocated->compare_exchange_strong(none, kAllocationStep);
 }
 
 TakeMap::~TakeMap() {
@@ -55,35 +70,40 @@ std::atomic<std::uint32_t>* TakeMap::piece(std::uint64_t number) {
   return found->second.entries;
 }
 
+/// A page that the disk has no room for would end the process when it is touched.
 void TakeMap::allocate(std::uint64_t bytes) {
   const std::uint64_t wanted = (bytes + kAllocationStep - 1) / kAllocationStep * kAllocationStep;
-  std::uint64_t present = m_slot.allocated.load();
+  std::uint64_t present = m_allocated->load();
   if (present >= wanted) return;
   if (const int error = ::posix_fallocate(m_file, static_cast<off_t>(present),
                                           static_cast<off_t>(wanted - present)))
     failWithErrno(error, BXRC_STORAGE_FULL, "cannot extend " + m_path);
-  while (present < wanted && !m_slot.allocated.compare_exchange_weak(present, wanted)) {
+  while (present < wanted && !m_allocated->compare_exchange_weak(present, wanted)) {
   }
+}
+
+std::atomic<std::uint32_t>& TakeMap::entry(std::uint64_t index) {
+  const std::uint64_t place = index + kHeaderSize / kEntrySize;
+  return piece(place / kPieceEntries)[place % kPieceEntries];
 }
 
 std::uint32_t TakeMap::load(std::uint64_t sequence) {
   if (sequence < m_base) return TakeEntry::deleted();
   const std::uint64_t index = sequence - m_base;
-  if ((index + 1) * kEntrySize > m_slot.allocated.load()) return 0;
-  return piece(index / kPieceEntries)[index % kPieceEntries].load();
+  return endOf(index) > m_allocated->load() ? 0 : entry(index).load();
 }
 
 std::atomic<std::uint32_t>& TakeMap::at(std::uint64_t sequence) {
   const std::uint64_t index = sequence - m_base;
-  if ((index + 1) * kEntrySize > m_slot.allocated.load()) allocate((index + 1) * kEntrySize);
-  return piece(index / kPieceEntries)[index % kPieceEntries];
+  if (endOf(index) > m_allocated->load()) allocate(endOf(index));
+  return entry(index);
 }
 
 void TakeMap::forEachOf(
     std::uint32_t access, std::uint64_t lowest, std::uint64_t highest,
     const std::function<void(std::uint64_t, std::atomic<std::uint32_t>&)>& visit) {
-  const std::uint64_t present = m_slot.allocated.load() / kEntrySize;
-  if (present == 0 || highest < m_base) return;
+  const std::uint64_t present = (m_allocated->load() - kHeaderSize) / kEntrySize;
+  if (highest < m_base) return;
   const std::uint64_t last = std::min(highest, m_base + present - 1);
   for (std::uint64_t sequence = std::max(lowest, m_base); sequence <= last; ++sequence) {
     auto& entry = at(sequence);
@@ -97,12 +117,11 @@ void TakeMap::forEachOf(
 
 void TakeMap::forget(std::uint64_t below) {
   if (below <= m_base) return;
-  const std::uint64_t bytes = (below - m_base) * kEntrySize / kPieceSize * kPieceSize;
-  if (bytes <= m_forgotten) return;
-  const std::uint64_t present = m_slot.allocated.load();
-  if (bytes >= present) return;
-  ::fallocate(m_file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(m_forgotten),
-              static_cast<off_t>(bytes - m_forgotten));
+  const std::uint64_t bytes = endOf(below - m_base) / kPieceSize * kPieceSize;
+  const std::uint64_t from = std::max(m_forgotten, kHeaderSize);
+  if (bytes <= from || bytes >= m_allocated->load()) return;
+  ::fallocate(m_file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(from),
+              static_cast<off_t>(bytes - from));
   m_forgotten = bytes;
 }
 

@@ -9,8 +9,6 @@
 
 namespace bxm {
 
-struct QueueSlot;
-
 /// An entry of a take map, one for each message by its sequence: free (all zero), taken by or
 /// consumed by an access slot, or deleted.
 struct TakeEntry {
@@ -31,10 +29,12 @@ struct TakeEntry {
 };
 
 /// Who has taken which message of one queue: a sparse file of 32-bit entries that all processes
-/// map, in pieces. Thread-safe; entries are reached without a lock once their piece is mapped.
+/// map, in pieces, behind a page that tells how far it may be touched. Thread-safe; entries are
+/// reached without a lock once their piece is mapped.
 class TakeMap {
 public:
-  TakeMap(const std::string& folder, std::uint32_t queueId, QueueSlot& slot);
+  /// base: the sequence of the first entry; the same for everybody who opens the file.
+  TakeMap(const std::string& folder, std::uint32_t queueId, std::uint64_t base);
   ~TakeMap();
   TakeMap(const TakeMap&) = delete;
   TakeMap& operator=(const TakeMap&) = delete;
@@ -57,16 +57,17 @@ private:
     std::atomic<std::uint32_t>* entries;
   };
   std::atomic<std::uint32_t>* piece(std::uint64_t number);
+  std::atomic<std::uint32_t>& entry(std::uint64_t index);
   void allocate(std::uint64_t bytes);
 
   std::string m_path;
-  QueueSlot& m_slot;
   std::uint64_t m_base;
   int m_file = -1;
   std::mutex m_mutex;
   std::map<std::uint64_t, Piece> m_pieces; ///< nodes stay where they are
   std::atomic<const Piece*> m_last{nullptr};
-  std::uint64_t m_forgotten = 0; ///< bytes
+  std::atomic<std::uint64_t>* m_allocated = nullptr; ///< in the file's first page
+  std::uint64_t m_forgotten = 0;                     ///< bytes
 };
 
 /// Removes the file of a deleted queue, or of all queues.
