@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -61,6 +62,10 @@ public:
     redirect(0, m_folder / "0", O_RDONLY);
     redirect(1, m_folder / "1", O_WRONLY | O_CREAT | O_APPEND);
     redirect(2, m_folder / "2", O_WRONLY | O_CREAT | O_APPEND);
+#ifdef __SANITIZE_ADDRESS__
+    // Its dlopen is the caller of the real one, so that the program's own RUNPATH is not searched.
+    environment("LD_LIBRARY_PATH", std::filesystem::absolute(libDir()).string());
+#endif
   }
   ~Process() {
     if (m_pid <= 0) return;

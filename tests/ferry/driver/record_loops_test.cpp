@@ -1,5 +1,4 @@
 #include "ferry/driver/ferry_ex.h"
-#include "ferry/driver/interruption.h"
 #include "ferry/errors/exception.h"
 #include "ferry/text/default_code_page.h"
 #include "tests/ferry/driver/fake_queue.h"
@@ -69,12 +68,6 @@ TEST_F(RecordLoops, CopyLinesAsTheyAre) {
   EXPECT_EQ(m_queue.m_lastLabel, u"Ferry Message");
   EXPECT_EQ(m_err, "(5) Records Sent.\n");
   EXPECT_EQ(m_queue.m_notes.back(), "commit");
-}
-
-TEST_F(RecordLoops, CopyNothing) {
-  copy("");
-  EXPECT_EQ(m_err, "(0) Records Sent.\n");
-  EXPECT_THAT(m_queue.m_notes, ElementsAre());
 }
 
 TEST_F(RecordLoops, CopyUpToACountAboveZero) {
@@ -158,14 +151,6 @@ TEST_F(RecordLoops, PeekWithoutTaking) {
   EXPECT_THAT(m_queue.m_notes, ElementsAre("peek", "peek"));
 }
 
-TEST_F(RecordLoops, TakeOnlyWhatPassesTheFilter) {
-  CFerryEx::m_sGrep = u"x";
-  m_queue.m_records = {"a", "x1", "b", "x2"};
-  show(-1);
-  EXPECT_EQ(m_out, "x1\nx2\n");
-  EXPECT_THAT(m_queue.m_records, ElementsAre("a", "b"));
-}
-
 TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
   fill(3);
   try {
@@ -200,15 +185,6 @@ TEST_F(RecordLoops, TakeNothingMoreWhenTheReaderIsGone) {
       },
       VRK_Exception);
   EXPECT_EQ(m_queue.m_records.size(), 1U);
-  ASSERT_EQ(::pipe(ends), 0);
-  ::close(ends[0]);
-  EXPECT_THROW(
-      {
-        const Redirect out(1, ends[1]);
-        CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
-      },
-      VRK_Exception);
-  EXPECT_EQ(m_queue.m_records.size(), 1U);
 }
 
 TEST_F(RecordLoops, RemoveOneRecordForAnyCountButMinusOne) {
@@ -219,17 +195,4 @@ TEST_F(RecordLoops, RemoveOneRecordForAnyCountButMinusOne) {
     EXPECT_EQ(m_err, "(" + std::to_string(removed) + ") Records Purged.\n") << count;
     EXPECT_EQ(m_queue.m_notes.back(), "commit");
   }
-}
-
-TEST_F(RecordLoops, EndAtTheNextRecordAfterASignal) {
-  fill(5);
-  m_queue.m_onGet = [this] {
-    if (m_queue.noted("get") == 2) ::raise(SIGTERM);
-  };
-  clean(-1);
-  EXPECT_EQ(m_err, "(2) Records Purged.\n");
-  EXPECT_EQ(CInterruption::Signal_n(), SIGTERM);
-  m_queue.m_notes.clear();
-  show(-1);
-  EXPECT_EQ(m_out, "3\n4\n");
 }

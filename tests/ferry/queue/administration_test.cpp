@@ -58,13 +58,6 @@ TEST_F(Administration, OnlyLogsARefusedCreation) {
   expectBagsGone();
 }
 
-TEST_F(Administration, OnlyLogsACreationWithoutCommandServer) {
-  m_script->answer("bxExecute", BXCC_FAILED, BXRC_COMMAND_SERVER_NOT_AVAILABLE);
-  EXPECT_EQ(openSession().CreateQueue(10, false), 0);
-  EXPECT_THAT(log(), ElementsAre(std::string("ERR test ") + START_SERVER,
-                                 "ERR test compCode = 2, Reason = 2322"));
-}
-
 TEST_F(Administration, FailsWhereACommandCannotBeMade) {
   const CCMEBXSer& q = openSession();
   m_script->answer("bxAddInteger", BXCC_FAILED, 2102);
@@ -111,15 +104,6 @@ TEST_F(Administration, TellsTheDepth) {
           "ERR test Call to get queue attributes failed: Completion Code = 2 : Reason = 3008",
           REFUSED_2100));
   expectBagsGone();
-}
-
-TEST_F(Administration, FindsOutWhetherAQueueExists) {
-  EXPECT_TRUE(BXF::QExists(u"Q1", u"QM1"));
-  EXPECT_THAT(calls(), ElementsAre("BXCONNX QM1", "BXOPEN Q1 8208", "BXCLOSE 7 8 0", "BXDISC 7"));
-  m_script->calls.clear();
-  m_script->answer("BXOPEN", BXCC_FAILED, BXRC_UNKNOWN_OBJECT);
-  EXPECT_FALSE(BXF::QExists(u"Q1", u""));
-  EXPECT_THAT(calls(), ElementsAre("BXCONNX ", "BXOPEN Q1 8208", "BXDISC 7"));
 }
 
 TEST_F(Administration, SaysWhyItCannotFindOut) {

@@ -26,13 +26,6 @@ TEST_F(Session, ThatCannotConnectThrowsAndDoesNotDisconnect) {
   EXPECT_EQ(log().back(), "ERR test BXCONNX FAILED: 2 2059");
 }
 
-TEST_F(Session, ConnectedWithAWarningIsConnected) {
-  m_script->answer("BXCONNX", BXCC_WARNING, 2002);
-  session();
-  end();
-  EXPECT_EQ(calls().back(), "BXDISC 7");
-}
-
 TEST_F(Session, OpensForOutputWhatIsNoLocalQueue) {
   m_script->answer("BXOPEN", BXCC_FAILED, BXRC_UNKNOWN_OBJECT);
   EXPECT_EQ(session().Open(CCMEBX::QT_ANY), 0);
@@ -49,12 +42,6 @@ TEST_F(Session, ThatCannotOpenThrowsTheReasonOfTheLastTry) {
   EXPECT_EQ(e.ExceptionCode(0), 20);
   EXPECT_STREQ(e.Message(1), "Error while using queue: Q1");
   EXPECT_EQ(e.Count(), 2);
-}
-
-TEST_F(Session, CutsNamesAtTheFieldsLength) {
-  const std::u16string longName(60, u'N');
-  session(longName.c_str()).Open(CCMEBX::QT_ANY);
-  EXPECT_EQ(calls().back(), "BXOPEN " + std::string(48, 'N') + " 8218");
 }
 
 TEST_F(Session, ReadsWarningsOfCommitAndBackoutDifferently) {
