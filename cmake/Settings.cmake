@@ -1,4 +1,5 @@
 # What holds for every target: language, warnings, sanitizers, where results go.
+set(CMAKE_INSTALL_LIBDIR lib CACHE STRING "Where libraries are installed")
 include(GNUInstallDirs)
 
 set(CMAKE_CXX_STANDARD 20)
@@ -15,9 +16,8 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/archive)
 
 # The tool finds the client library beside itself, in a build tree and in an installed prefix alike.
-set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-set(CMAKE_BUILD_RPATH "$ORIGIN/../lib")
-set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
 
 find_program(FERRY_CCACHE ccache)
 if(FERRY_CCACHE)

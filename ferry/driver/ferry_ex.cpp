@@ -44,16 +44,20 @@ public:
     UCSS::Remove(sRecord, u'\r');
     UCSS::Remove(sRecord, u'\n');
     m_obOutput.Add_v(UCSS::ucsToDCP(sRecord.append(u'\n')));
-    const auto obNow = Clock::now();
-    if (m_bGather && obNow - m_obWritten < LONGEST_DELAY) return;
-    m_obWritten = obNow;
-    m_obOutput.Flush_v();
+    if (!m_bGather || IsDue_b()) m_obOutput.Flush_v();
   }
 
   void Flush_v() { m_obOutput.Flush_v(); }
 
 private:
   using Clock = std::chrono::steady_clock;
+  bool IsDue_b() {
+    const auto obNow = Clock::now();
+    const bool bDue = obNow - m_obWritten >= LONGEST_DELAY;
+    if (bDue) m_obWritten = obNow;
+    return bDue;
+  }
+
   static constexpr std::chrono::milliseconds LONGEST_DELAY{50};
 
   const bool m_bGather;

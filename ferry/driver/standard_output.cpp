@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -32,6 +33,11 @@ bool WriteAll_b(std::string_view sText) {
 
 } // namespace
 
+CStandardOutput::CStandardOutput() {
+  struct stat obStatus {};
+  m_bHasReader = ::fstat(STDOUT_FILENO, &obStatus) != 0 || !S_ISREG(obStatus.st_mode);
+}
+
 CStandardOutput::~CStandardOutput() { WriteAll_b(m_sBuffer); }
 
 void CStandardOutput::Add_v(std::string_view sText) {
@@ -46,7 +52,7 @@ void CStandardOutput::Flush_v() {
 }
 
 void CStandardOutput::CheckReader_v() const {
-  if ((Poll_n(0, 0) & (POLLERR | POLLHUP)) == 0) return;
+  if (!m_bHasReader || (Poll_n(0, 0) & (POLLERR | POLLHUP)) == 0) return;
   errno = EPIPE;
   ThrowStreamError("Cannot write to standard output");
 }

@@ -7,7 +7,7 @@
 /// VRK_Exception.
 class CStandardOutput {
 public:
-  CStandardOutput() = default;
+  CStandardOutput();
   /// Tries to write what is still there; only after an exception is there anything.
   ~CStandardOutput();
   CStandardOutput(const CStandardOutput&) = delete;
@@ -21,5 +21,6 @@ public:
   void CheckReader_v() const;
 
 private:
+  bool m_bHasReader; // not a file
   std::string m_sBuffer;
 };

@@ -180,7 +180,7 @@ void Home::build(const std::string& name) {
   fs::remove_all(made, error);
   if (::mkdir(made.c_str(), 0770) != 0)
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot make the folder " + made);
-  Durable(made, Durable::Open::kCreate);
+  { const Durable complete(made, Durable::Open::kCreate); }
   renameOrFail(made, folderOf(name));
   syncPath(m_folder);
 }

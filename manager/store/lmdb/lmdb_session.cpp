@@ -151,8 +151,8 @@ Committed LmdbSession::commitTakes(BXLONG& reason) {
   std::vector<TakeJournal::Entry> entries;
   if (m_journal)
     for (auto& [id, queue] : m_queues)
-      queue->visitTaken([&](const Position& position, auto&) {
-        entries.push_back({id, position});
+      queue->visitTaken([&entries, queueId = id](const Position& position, auto&) {
+        entries.push_back({queueId, position});
       });
   BXM_KILL_POINT("commit-takes-begin");
   connection().committing = 1; // the commit: from here on whoever recovers finishes it
