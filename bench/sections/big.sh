@@ -9,7 +9,7 @@ big_run() {
   paced read "$n" "$edge" read_paced
 }
 
-load_paced() { "$tools/records" make "$1" 100 "$2" | "$ferry" -f Q 2>>"$errors" || die "load"; }
+load_paced() { "$tools/records" make "$1" 100 "$2" | "$ferry" -f Q 2>>"$errors"; }
 read_paced() { "$ferry" -r Q -c "$1" 2>>"$errors" | "$tools/records" sink "$1" "$2"; }
 
 # paced METRIC COUNT EDGE COMMAND
@@ -17,12 +17,12 @@ paced() {
   local begin first last
   sync -f "$work"
   begin=$EPOCHREALTIME
-  "$4" "$2" "$3" 2>"$work/pace"
+  "$4" "$2" "$3" 2>"$work/pace" || die "$1 of $2 records failed"
   note "big.$1" "$(awk "BEGIN { print $EPOCHREALTIME - $begin }")"
   read -r first last <"$work/pace"
   note "big.$1.first" "$first"
   note "big.$1.last" "$last"
-  echo "  big.$1 $(tail -1 "$samples") first $first last $last" >&2
+  echo "  big.$1: first $first, last $last" >&2
 }
 
 # Memory is looked at in runs of its own: looking slows down who is looked at.
@@ -56,18 +56,18 @@ measure_big() {
 }
 
 table_big() {
-  local n edge work
+  local n edge what
   n=$(scaled 10000000) edge=$(scaled $big_edge)
   heading "$n records of 100 bytes" "work" "s" "records/s" "first $edge, s" "last $edge, s" \
     "last to first"
-  for work in load read; do
-    line "$work" "$(spread "big.$work")" "$(rate "big.$work" "$n")" "$(spread "big.$work.first")" \
-      "$(spread "big.$work.last")" "$(ratio "big.$work.last" "big.$work.first")"
+  for what in load read; do
+    line "$what" "$(spread "big.$what")" "$(rate "big.$what" "$n")" "$(spread "big.$what.first")" \
+      "$(spread "big.$what.last")" "$(ratio "big.$what.last" "big.$what.first")"
   done
   heading "Memory with $n records of 100 bytes, most at any time, MiB" "work" \
     "private (clean and dirty)" "of it anonymous"
-  for work in load peek read distribution purge; do
-    line "$work" "$(spread "memory.$work.private" 0.0009765625)" \
-      "$(spread "memory.$work.anonymous" 0.0009765625)"
+  for what in load peek read distribution purge; do
+    line "$what" "$(spread "memory.$what.private" 0.0009765625)" \
+      "$(spread "memory.$what.anonymous" 0.0009765625)"
   done
 }

@@ -37,11 +37,11 @@ measure_transfer() { each_size each_run transfer_run; }
 
 table_transfer() {
   heading "Many records, whole processes" "work" "records" "s" "records/s" "floor, s" "ratio"
-  local work
-  for work in load peek read purge distribution; do each_size transfer_lines "$work"; done
+  local what
+  for what in load peek read purge distribution; do each_size transfer_lines "$what"; done
 }
 
-# transfer_lines WORK COUNT SIZE
+# transfer_lines WHAT COUNT SIZE
 transfer_lines() {
   local metric=$1.$2:$3
   line "$1" "$2 x $3 B" "$(spread "$metric")" "$(rate "$metric" "$2")" \
