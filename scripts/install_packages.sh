@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# install_packages.sh build|test: installs the Debian packages that are missing. Says in one line
+# install_packages.sh build|test|bench: installs the Debian packages that are missing. Says in one line
 # what is missing where it cannot.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libicu-dev liblmdb-dev libxerces-c-dev libxalan-c-dev)
 test=(libgtest-dev libgmock-dev clang-tidy libxml2-dev)
+bench=(sqlite3 libsqlite3-dev)
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
   test) wanted=("${build[@]}" "${test[@]}") ;;
-  *) echo "usage: $0 build|test" >&2; exit 2 ;;
+  bench) wanted=("${build[@]}" "${bench[@]}") ;;
+  *) echo "usage: $0 build|test|bench" >&2; exit 2 ;;
 esac
 
 missing=()
