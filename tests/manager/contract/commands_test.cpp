@@ -1,0 +1,119 @@
+#include "tests/manager/contract/fixture.h"
+
+#include <ctime>
+
+namespace contract {
+
+class Commands : public Contract {
+protected:
+  Connection mine = connect();
+
+  Answer run(BXLONG command, const std::function<void(Bag&)>& fill) {
+    Bag arguments(api);
+    fill(arguments);
+    return mine.command(command, arguments);
+  }
+  /// The command's own reason for refusing.
+  BXLONG refusal(BXLONG command, const std::function<void(Bag&)>& fill) {
+    const Answer answer = run(command, fill);
+    EXPECT_EQ(answer.codes, failed(BXRC_COMMAND_FAILED));
+    EXPECT_EQ(answer.own.completion, BXCC_FAILED);
+    return answer.own.reason;
+  }
+};
+FOR_EVERY_BINDING(Commands);
+
+TEST_P(Commands, AQueueIsWhatItWasMade) {
+  const std::time_t before = std::time(nullptr);
+  const Answer made = run(BXCMD_CREATE_QUEUE, [](Bag& bag) {
+    bag.add(BXCA_QUEUE_NAME, "A.b_c/d%").add(BXIA_QUEUE_TYPE, BXQT_LOCAL);
+    bag.add(BXIA_MAX_DEPTH, 999'999'999).add(BXIA_MAX_MESSAGE_LENGTH, 1);
+    bag.add(BXIA_DEFAULT_PERSISTENCE, 0).add(BXCA_CLUSTER_NAME, "CLUSTER");
+  });
+  EXPECT_EQ(made.codes, kOk);
+  EXPECT_EQ(made.own, kOk);
+  const Answer answer = mine.inquire("A.b_c/d%");
+  const std::time_t after = std::time(nullptr);
+  EXPECT_EQ(answer.codes, kOk);
+  EXPECT_EQ(answer.own, kOk);
+  EXPECT_EQ(answer.numbers, (std::map<BXLONG, BXLONG>{{BXIA_CURRENT_DEPTH, 0},
+                                                      {BXIA_DEFAULT_PERSISTENCE, 0},
+                                                      {BXIA_MAX_MESSAGE_LENGTH, 1},
+                                                      {BXIA_MAX_DEPTH, 999'999'999},
+                                                      {BXIA_QUEUE_TYPE, BXQT_LOCAL}}));
+  auto padded = [](std::string text, std::size_t width) { return text.resize(width, ' '), text; };
+  EXPECT_EQ(answer.texts.at(BXCA_QUEUE_NAME), padded("A.b_c/d%", 48));
+  EXPECT_EQ(answer.texts.at(BXCA_CLUSTER_NAME), padded("CLUSTER", 48));
+  EXPECT_EQ(answer.texts.at(BXCA_MANAGER_NAME), "");
+  auto local = [](std::time_t time, const char* format) {
+    char text[32];
+    return std::string(text, std::strftime(text, sizeof text, format, std::localtime(&time)));
+  };
+  using testing::AnyOf;
+  for (const BXLONG date : {BXCA_CREATION_DATE, BXCA_ALTERATION_DATE})
+    EXPECT_THAT(answer.texts.at(date),
+                AnyOf(local(before, "%Y-%m-%d  "), local(after, "%Y-%m-%d  ")));
+  for (const BXLONG time : {BXCA_CREATION_TIME, BXCA_ALTERATION_TIME}) {
+    EXPECT_GE(answer.texts.at(time), local(before, "%H.%M.%S"));
+    EXPECT_LE(answer.texts.at(time), local(after, "%H.%M.%S"));
+  }
+}
+
+TEST_P(Commands, WhatIsNotGivenHasItsDefault) {
+  EXPECT_EQ(run(BXCMD_CREATE_QUEUE, [](Bag& bag) { bag.add(BXCA_QUEUE_NAME, "Q"); }).codes, kOk);
+  const Answer answer = mine.inquire("Q");
+  EXPECT_EQ(answer.numbers.at(BXIA_MAX_DEPTH), 5000);
+  EXPECT_EQ(answer.numbers.at(BXIA_MAX_MESSAGE_LENGTH), 4'194'304);
+  EXPECT_EQ(answer.numbers.at(BXIA_DEFAULT_PERSISTENCE), 1);
+  EXPECT_EQ(answer.texts.at(BXCA_CLUSTER_NAME), std::string(48, ' '));
+}
+
+TEST_P(Commands, InquiriesSayWhatIsWanted) {
+  ASSERT_EQ(mine.createQueue("Q"), kOk);
+  const Answer answer = run(BXCMD_INQUIRE_QUEUE, [](Bag& bag) {
+    bag.add(BXCA_QUEUE_NAME, "Q").ask(BXIA_MAX_DEPTH).ask(BXCA_CREATION_DATE);
+  });
+  EXPECT_EQ(answer.numbers, (std::map<BXLONG, BXLONG>{{BXIA_MAX_DEPTH, 5000}}));
+  EXPECT_EQ(answer.texts.size(), 1U);
+  EXPECT_EQ(refusal(BXCMD_INQUIRE_QUEUE, [](Bag& bag) { bag.add(BXCA_QUEUE_NAME, "Q").ask(99); }),
+            BXRC_SELECTOR_ERROR);
+}
+
+TEST_P(Commands, RefusalsTellTheirReason) {
+  ASSERT_EQ(mine.createQueue("Q"), kOk);
+  EXPECT_EQ(mine.createQueue("Q"), failed(BXRC_OBJECT_EXISTS));
+  for (const std::string& wrong : {std::string(49, 'q'), std::string("a-b"), std::string()}) {
+    EXPECT_EQ(mine.createQueue(wrong), failed(BXRC_UNKNOWN_OBJECT)) << wrong;
+    EXPECT_EQ(mine.deleteQueue(wrong), failed(BXRC_UNKNOWN_OBJECT)) << wrong;
+    EXPECT_EQ(mine.inquire(wrong).own, failed(BXRC_UNKNOWN_OBJECT)) << wrong;
+  }
+  EXPECT_EQ(mine.inquire("NONE").codes, failed(BXRC_COMMAND_FAILED));
+  using Attribute = std::pair<BXLONG, BXLONG>;
+  for (const auto& [selector, value] :
+       {Attribute{BXIA_MAX_DEPTH, -1}, Attribute{BXIA_MAX_DEPTH, 1'000'000'000},
+        Attribute{BXIA_MAX_MESSAGE_LENGTH, 0}, Attribute{BXIA_MAX_MESSAGE_LENGTH, 104'857'601},
+        Attribute{BXIA_DEFAULT_PERSISTENCE, 2}})
+    EXPECT_EQ(mine.createQueue("R", {{selector, value}}), failed(BXRC_INT_ATTRS_ERROR)) << value;
+  EXPECT_EQ(mine.createQueue("R", {{BXIA_PURGE, 1}}), failed(BXRC_SELECTOR_ERROR));
+  EXPECT_EQ(mine.open("R").codes, failed(BXRC_UNKNOWN_OBJECT)) << "nothing was made";
+  EXPECT_EQ(refusal(BXCMD_CREATE_QUEUE,
+                    [](Bag& b) { b.add(BXCA_QUEUE_NAME, "R").add(BXIA_QUEUE_TYPE, 2); }),
+            BXRC_Q_TYPE_ERROR);
+  EXPECT_EQ(refusal(BXCMD_CREATE_QUEUE, [](Bag& b) { b.add(BXIA_QUEUE_TYPE, 1); }),
+            BXRC_SELECTOR_ERROR);
+  EXPECT_EQ(mine.deleteQueue("Q", 2), failed(BXRC_INT_ATTRS_ERROR));
+  EXPECT_EQ(refusal(99, [](Bag& b) { b.add(BXCA_QUEUE_NAME, "Q"); }), BXRC_OPTIONS_ERROR);
+}
+
+TEST_P(Commands, AStoppedCommandServerAnswersNothing) {
+  ASSERT_EQ(mine.createQueue("Q"), kOk);
+  home->switchCommandServer(false);
+  EXPECT_EQ(mine.createQueue("R"), failed(BXRC_COMMAND_SERVER_NOT_AVAILABLE));
+  EXPECT_EQ(mine.inquire("Q").codes, failed(BXRC_COMMAND_SERVER_NOT_AVAILABLE));
+  EXPECT_EQ(connect().deleteQueue("Q"), failed(BXRC_COMMAND_SERVER_NOT_AVAILABLE));
+  EXPECT_EQ(mine.open("Q").put("messages go on"), kOk);
+  home->switchCommandServer(true);
+  EXPECT_EQ(mine.depth("Q"), 1);
+}
+
+} // namespace contract

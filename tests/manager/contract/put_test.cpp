@@ -1,0 +1,166 @@
+#include "tests/manager/contract/fixture.h"
+
+#include <cstring>
+
+namespace contract {
+
+using testing::ElementsAre;
+
+class Put : public OnQueue {};
+FOR_EVERY_BINDING(Put);
+
+TEST_P(Put, PrioritiesAreGotHighestFirstAndInOrderWithin) {
+  EXPECT_EQ(q.put("low 1", {.priority = 0}), kOk);
+  EXPECT_EQ(q.put("high 1", {.priority = 9}), kOk);
+  EXPECT_EQ(q.put("default", {.priority = BXPRI_AS_Q_DEF}), kOk);
+  EXPECT_EQ(q.put("middle", {.priority = 5}), kOk);
+  EXPECT_EQ(q.put("too high", {.priority = 10}), warning(BXRC_PRIORITY_EXCEEDS_MAXIMUM));
+  EXPECT_EQ(q.put("never", {.priority = -2}), failed(BXRC_PRIORITY_ERROR));
+  const std::vector<std::string> order = {"high 1", "too high", "middle", "low 1", "default"};
+  EXPECT_EQ(q.browse(), order);
+  EXPECT_EQ(q.browseFirst().descriptor.priority, 9);
+  EXPECT_EQ(q.drain(), order);
+}
+
+TEST_P(Put, MessagesOfAUnitOfWorkStandWhereItsCommitCame) {
+  Connection other = connect();
+  const Queue theirs = other.open("Q");
+  EXPECT_EQ(q.put("mine 1", kPutLater), kOk);
+  EXPECT_EQ(theirs.put("theirs 1", kPutLater), kOk);
+  EXPECT_EQ(q.put("mine 2", kPutLater), kOk);
+  EXPECT_EQ(q.put("at once"), kOk);
+  EXPECT_EQ(other.commit(), kOk);
+  EXPECT_EQ(mine.commit(), kOk);
+  EXPECT_THAT(q.drain(), ElementsAre("at once", "theirs 1", "mine 1", "mine 2"));
+}
+
+TEST_P(Put, IdentifiersAndTimesAreMade) {
+  BXMD first = BXMD_DEFAULT, second = BXMD_DEFAULT, given = BXMD_DEFAULT;
+  std::memcpy(given.messageId, "my own identifier", 17);
+  ASSERT_EQ(q.put(first, "1"), kOk);
+  ASSERT_EQ(q.put(second, "2"), kOk);
+  ASSERT_EQ(q.put(given, "3"), kOk);
+  EXPECT_NE(std::memcmp(first.messageId, second.messageId, BX_IDENTIFIER_LENGTH), 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(given.messageId), "my own identifier");
+  EXPECT_EQ(first.priority, 0);
+  for (const BXMD& put : {first, second, given}) {
+    const BXMD got = q.get().descriptor;
+    EXPECT_EQ(std::memcmp(got.messageId, put.messageId, BX_IDENTIFIER_LENGTH), 0);
+    EXPECT_EQ(std::memcmp(got.putDate, put.putDate, 8), 0);
+    EXPECT_EQ(std::memcmp(got.putTime, put.putTime, 8), 0);
+    EXPECT_THAT(std::string(got.putDate, 8), testing::MatchesRegex("2[0-9]+"));
+    EXPECT_THAT(std::string(got.putTime, 8), testing::MatchesRegex("[0-9]+"));
+    EXPECT_EQ(got.characterSet, BXCS_UTF8);
+    EXPECT_EQ(got.persistence, BXPER_PERSISTENT) << "the queue's default";
+    EXPECT_EQ(got.expiry, BXEI_UNLIMITED);
+    EXPECT_EQ(got.backoutCount, 0);
+  }
+}
+
+TEST_P(Put, TheDescriptorIsKept) {
+  BXMD put = BXMD_DEFAULT;
+  put.version = BXMD_VERSION_2;
+  put.report = 7;
+  put.messageType = 1;
+  put.feedback = 11;
+  put.encoding = 273;
+  put.characterSet = 819;
+  put.persistence = BXPER_NOT_PERSISTENT;
+  put.backoutCount = 3; // counted by the manager, never given
+  std::memcpy(put.format, "MYFORMAT", 8);
+  std::memset(put.correlationId, 0xC0, sizeof put.correlationId);
+  std::memset(put.replyToQueue, 'r', sizeof put.replyToQueue);
+  std::memset(put.accountingToken, 0xA0, sizeof put.accountingToken);
+  std::memset(put.groupId, 0x60, sizeof put.groupId);
+  put.sequenceNumber = 4;
+  put.originalLength = 99;
+  ASSERT_EQ(q.put(put, "all set"), kOk);
+  BXMD expected = put;
+  expected.backoutCount = 0;
+  const BXMD got = q.get().descriptor;
+  EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
+}
+
+TEST_P(Put, ADescriptorOfVersion1EndsBeforeTheGroup) {
+  BXMD put = BXMD_DEFAULT;
+  std::memset(put.groupId, 0x77, sizeof put.groupId);
+  put.offset = 77;
+  ASSERT_EQ(q.put(put, "v1"), kOk);
+  const BXMD got = q.get().descriptor;
+  EXPECT_EQ(got.groupId[0], 0) << "what lay behind the descriptor is no part of it";
+  EXPECT_EQ(got.offset, 0);
+}
+
+TEST_P(Put, WrongArgumentsAreRefusedAndPutNothing) {
+  auto put = [this](BXMD descriptor, BXPMO options, BXLONG length = 1, const char* text = "x") {
+    Codes codes;
+    api.BXPUT(q.connection, q.object, &descriptor, &options, length, text, &codes.completion,
+              &codes.reason);
+    return codes;
+  };
+  BXMD descriptor = BXMD_DEFAULT;
+  BXPMO options = BXPMO_DEFAULT;
+  descriptor.version = 3;
+  EXPECT_EQ(put(descriptor, options), failed(BXRC_MD_ERROR));
+  descriptor = BXMD_DEFAULT;
+  descriptor.persistence = 3;
+  EXPECT_EQ(put(descriptor, options), failed(BXRC_PERSISTENCE_ERROR));
+  for (const BXLONG expiry : {0, -2}) {
+    descriptor = BXMD_DEFAULT;
+    descriptor.expiry = expiry;
+    EXPECT_EQ(put(descriptor, options), failed(BXRC_EXPIRY_ERROR));
+  }
+  descriptor = BXMD_DEFAULT;
+  options.structId[3] = 'x';
+  EXPECT_EQ(put(descriptor, options), failed(BXRC_PMO_ERROR));
+  for (const BXLONG wrong : {BXPMO_SYNCPOINT | BXPMO_NO_SYNCPOINT, 1, -1}) {
+    options = BXPMO_DEFAULT;
+    options.options = wrong;
+    EXPECT_EQ(put(descriptor, options), failed(BXRC_OPTIONS_ERROR));
+  }
+  options = BXPMO_DEFAULT;
+  EXPECT_EQ(put(descriptor, options, -1), failed(BXRC_BUFFER_LENGTH_ERROR));
+  EXPECT_EQ(put(descriptor, options, 1, nullptr), failed(BXRC_BUFFER_ERROR));
+  EXPECT_EQ(mine.depth("Q"), 0);
+  EXPECT_EQ(put(descriptor, options, 0, nullptr), kOk);
+  EXPECT_EQ(q.get({.room = 0}).codes, kOk);
+}
+
+TEST_P(Put, LengthsHaveTheirLimits) {
+  ASSERT_EQ(mine.createQueue("SMALL", {{BXIA_MAX_MESSAGE_LENGTH, 10}}), kOk);
+  ASSERT_EQ(mine.createQueue("LARGE", {{BXIA_MAX_MESSAGE_LENGTH, 104'857'600}}), kOk);
+  const Queue small = mine.open("SMALL"), large = mine.open("LARGE");
+  EXPECT_EQ(small.put("0123456789"), kOk);
+  EXPECT_EQ(small.put("0123456789+"), failed(BXRC_MESSAGE_TOO_BIG_FOR_Q));
+  std::string huge(104'857'600, 'h');
+  huge.back() = '!';
+  EXPECT_EQ(large.put(huge), kOk);
+  EXPECT_EQ(q.put(huge), failed(BXRC_MESSAGE_TOO_BIG_FOR_Q));
+  EXPECT_EQ(large.put(huge + '+'), failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR));
+  EXPECT_TRUE(large.get({.room = huge.size()}).text == huge);
+}
+
+TEST_P(Put, AFullQueueTakesNoMoreUncommittedPutsCounted) {
+  ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 3}}), kOk);
+  Connection other = connect();
+  const Queue full = mine.open("FULL"), theirs = other.open("FULL");
+  EXPECT_EQ(full.put("1"), kOk);
+  EXPECT_EQ(theirs.put("2", kPutLater), kOk);
+  EXPECT_EQ(full.put("3", kPutLater), kOk);
+  EXPECT_EQ(full.put("4"), failed(BXRC_Q_FULL));
+  EXPECT_EQ(mine.depth("FULL"), 3);
+  EXPECT_EQ(full.get(kTake).text, "1");
+  EXPECT_EQ(theirs.put("4"), failed(BXRC_Q_FULL)) << "the get may yet be backed out";
+  EXPECT_EQ(other.backout(), kOk);
+  EXPECT_EQ(mine.commit(), kOk);
+  EXPECT_EQ(mine.depth("FULL"), 1);
+  EXPECT_EQ(theirs.put("4"), kOk);
+  EXPECT_EQ(theirs.put("5"), kOk);
+  EXPECT_EQ(theirs.put("6"), failed(BXRC_Q_FULL));
+  EXPECT_THAT(full.drain(), ElementsAre("3", "4", "5"));
+
+  ASSERT_EQ(mine.createQueue("NOTHING", {{BXIA_MAX_DEPTH, 0}}), kOk);
+  EXPECT_EQ(mine.open("NOTHING").put("1"), failed(BXRC_Q_FULL));
+}
+
+} // namespace contract
