@@ -1,5 +1,5 @@
-#include <charconv>
-#include <limits>
+#include <cstdlib>
+#include <locale.h>
 #include <unicode/uchar.h>
 #include <unicode/utf16.h>
 
@@ -43,11 +43,9 @@ public:
   }
 
   double value() const {
-    double result = 0;
-    auto [end, error] =
-        std::from_chars(m_sDigits.data(), m_sDigits.data() + m_sDigits.size(), result);
-    if (error == std::errc::result_out_of_range)
-      result = m_bTiny ? 0 : std::numeric_limits<double>::infinity();
+    // The program's locale may have another decimal point.
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    double result = strtod_l(m_sDigits.c_str(), nullptr, plain);
     return m_bNegative ? -result : result;
   }
 
@@ -71,7 +69,6 @@ private:
     bool sign = peek(1) == u'-' || peek(1) == u'+';
     if (u_digit(peek(sign ? 2 : 1), 10) < 0) return;
     take('e');
-    m_bTiny = sign && peek() == u'-';
     if (sign) take(static_cast<char>(peek()));
     takeDigits();
   }
@@ -79,7 +76,6 @@ private:
   const UnicodeString& m_sText;
   int32_t m_nAt = 0;
   bool m_bNegative = false;
-  bool m_bTiny = false;
   std::string m_sDigits;
 };
 

@@ -1,16 +1,12 @@
-#include <unicode/utf16.h>
-
 #include "ferry/text/ucss.h"
 
 namespace {
 
 int32_t findForward(const UnicodeString& s, const UnicodeString& set, int32_t start, bool inSet) {
   if (start < 0) return -1;
-  for (int32_t i = start; i < s.length();) {
-    UChar32 c = s.char32At(i);
-    if ((set.indexOf(c) >= 0) == inSet) return i;
-    i += U16_LENGTH(c);
-  }
+  // A start within a surrogate pair counts as the pair's.
+  for (int32_t i = start; i < s.length(); i = s.getChar32Limit(i + 1))
+    if ((set.indexOf(s.char32At(i)) >= 0) == inSet) return i;
   return -1;
 }
 

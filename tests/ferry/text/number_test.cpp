@@ -43,6 +43,9 @@ TEST(Numbers, FractionsAndExponentsAreRead) {
   EXPECT_EQ(0.0, UCSS::atof(u"e5"));
   EXPECT_EQ(-HUGE_VAL, UCSS::atof(u"-1e999"));
   EXPECT_EQ(0.0, UCSS::atof(u"1e-999"));
+  const UnicodeString zeros(400, u'0', 400);
+  EXPECT_EQ(0.0, UCSS::atof(u"0." + zeros + u"1"));
+  EXPECT_EQ(1e100, UCSS::atof(u"1" + zeros + u"e-300"));
 }
 
 TEST(Numbers, AreTold) {

@@ -65,6 +65,7 @@ TEST(UnicodeSearch, CharactersOfASetAreFound) {
   UnicodeString s(u"ab\U0001F600ba");
   EXPECT_EQ(1, UCSS::findFirstOf(s, u"b"));
   EXPECT_EQ(4, UCSS::findFirstOf(s, u"b", 2));
+  EXPECT_EQ(4, UCSS::findFirstOf(s, u"b", 3)) << "from within the pair";
   EXPECT_EQ(2, UCSS::findFirstNotOf(s, u"ab"));
   EXPECT_EQ(5, UCSS::findLastOf(s, u"a"));
   EXPECT_EQ(2, UCSS::findLastNotOf(s, u"ab", 5));
