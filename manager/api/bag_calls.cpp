@@ -21,7 +21,10 @@ public:
   BXHBAG of(const std::shared_ptr<Bag>& bag) {
     const std::lock_guard guard(m_mutex);
     auto& handle = m_handles[bag.get()];
-    if (handle == 0) handle = bags().add(bag);
+    if (handle == 0) {
+      bag->isNested = true;
+      handle = bags().add(bag);
+    }
     return handle;
   }
   void forget(const Bag& outer) {
@@ -94,8 +97,8 @@ void bxCreateBag(BXLONG options, BXHBAG* bag, BXLONG* completion, BXLONG* reason
 
 void bxDeleteBag(BXHBAG* bag, BXLONG* completion, BXLONG* reason) {
   guarded("bxDeleteBag", completion, reason, [&] {
-    const auto ended = bags().remove(*bag);
-    if (!ended) return failed(BXRC_HOBJ_ERROR);
+    const auto ended = bags().find(*bag);
+    if (!ended || ended->isNested || !bags().remove(*bag)) return failed(BXRC_HOBJ_ERROR);
     *bag = BXHB_UNUSABLE;
     const std::lock_guard guard(ended->mutex);
     nestedHandles().forget(*ended);
@@ -195,10 +198,10 @@ void bxTrim(BXLONG length, const BXCHAR* buffer, BXCHAR* string, BXLONG* complet
             BXLONG* reason) {
   guarded("bxTrim", completion, reason, [&] {
     if (length < 0) return failed(BXRC_BUFFER_LENGTH_ERROR);
-    if (!buffer || !string) return failed(BXRC_BUFFER_ERROR);
-    std::size_t end = ::strnlen(buffer, static_cast<std::size_t>(length));
+    if ((!buffer && length > 0) || !string) return failed(BXRC_BUFFER_ERROR);
+    std::size_t end = buffer ? ::strnlen(buffer, static_cast<std::size_t>(length)) : 0;
     while (end > 0 && buffer[end - 1] == ' ') --end;
-    std::memmove(string, buffer, end);
+    if (end > 0) std::memmove(string, buffer, end);
     string[end] = '\0';
     return ok();
   });

@@ -32,6 +32,7 @@ public:
   std::vector<std::shared_ptr<Bag>> nested() const;
 
   std::mutex mutex;
+  bool isNested = false; ///< it belongs to another bag
 
 private:
   struct Item {

@@ -101,7 +101,7 @@ std::string padded(const std::string& name) {
 Bag::Value attributeOf(BXLONG selector, StoreSession& session, const QueueDefinition& queue) {
   switch (selector) {
   case BXIA_CURRENT_DEPTH:
-    return static_cast<BXLONG>(std::min<std::uint64_t>(session.open(queue).depth(), INT32_MAX));
+    return static_cast<BXLONG>(std::min<std::uint64_t>(session.open(queue)->depth(), INT32_MAX));
   case BXIA_DEFAULT_PERSISTENCE: return queue.defaultPersistence;
   case BXIA_MAX_MESSAGE_LENGTH: return queue.maxMessageLength;
   case BXIA_MAX_DEPTH: return queue.maxDepth;

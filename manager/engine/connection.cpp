@@ -4,6 +4,7 @@
 #include "manager/store/failure.h"
 #include "manager/store/names.h"
 
+#include <atomic>
 #include <random>
 
 namespace bxm {
@@ -15,6 +16,15 @@ std::uint64_t randomNumber() {
   return (static_cast<std::uint64_t>(device()) << 32) | device();
 }
 
+/// Never the same twice in a process, so that an ended handle, or another connection's, is noticed.
+BXHOBJ nextHandle() {
+  static std::atomic<std::uint32_t> last{0};
+  std::uint32_t next;
+  do next = (last.fetch_add(1) + 1) & INT32_MAX;
+  while (next == 0);
+  return static_cast<BXHOBJ>(next);
+}
+
 } // namespace
 
 Connection::Connection(std::string_view manager)
@@ -22,8 +32,8 @@ Connection::Connection(std::string_view manager)
       m_single(m_session->scratchFolder()), m_lastId{randomNumber(), 0} {}
 
 OpenQueue* Connection::find(BXHOBJ object) {
-  if (object < 1 || static_cast<std::size_t>(object) > m_queues.size()) return nullptr;
-  return m_queues[static_cast<std::size_t>(object) - 1].get();
+  const auto found = m_queues.find(object);
+  return found == m_queues.end() ? nullptr : found->second.get();
 }
 
 Codes Connection::open(std::string_view name, std::string_view manager, BXLONG options,
@@ -34,23 +44,16 @@ Codes Connection::open(std::string_view name, std::string_view manager, BXLONG o
     return failed(BXRC_UNKNOWN_OBJECT_Q_MGR);
   const auto definition = isName(name) ? m_session->findQueue(name) : std::nullopt;
   if (!definition) return failed(BXRC_UNKNOWN_OBJECT);
-  StoreQueue& queue = m_session->open(*definition);
-  auto opened = std::make_unique<OpenQueue>(OpenQueue{queue, (options & BXOO_INPUT_SHARED) != 0,
-                                                      (options & BXOO_BROWSE) != 0,
-                                                      (options & BXOO_OUTPUT) != 0, std::nullopt});
-  std::size_t index = 0;
-  while (index < m_queues.size() && m_queues[index]) ++index;
-  if (index == m_queues.size()) m_queues.emplace_back();
-  m_queues[index] = std::move(opened);
-  object = static_cast<BXHOBJ>(index) + 1;
+  object = nextHandle();
+  m_queues[object] = std::make_unique<OpenQueue>(
+      OpenQueue{m_session->open(*definition), (options & BXOO_INPUT_SHARED) != 0,
+                (options & BXOO_BROWSE) != 0, (options & BXOO_OUTPUT) != 0, std::nullopt});
   return ok();
 }
 
 Codes Connection::close(BXHOBJ object) {
   const std::lock_guard guard(m_mutex);
-  if (!find(object)) return failed(BXRC_HOBJ_ERROR);
-  m_queues[static_cast<std::size_t>(object) - 1].reset();
-  return ok();
+  return m_queues.erase(object) == 1 ? ok() : failed(BXRC_HOBJ_ERROR);
 }
 
 // ---- Units of work ------------------------------------------------------------------------------

@@ -7,10 +7,10 @@
 #include "manager/store/record.h"
 #include "manager/store/store.h"
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <vector>
 
 namespace bxm {
 
@@ -66,9 +66,9 @@ private:
 
   std::mutex m_mutex;
   std::unique_ptr<StoreSession> m_session;
-  std::vector<std::unique_ptr<OpenQueue>> m_queues; ///< handle - 1 is the index
-  PutBatch m_puts;                                  ///< of the unit of work
-  PutBatch m_single;                                ///< of a put outside of it
+  std::map<BXHOBJ, std::unique_ptr<OpenQueue>> m_queues;
+  PutBatch m_puts;   ///< of the unit of work
+  PutBatch m_single; ///< of a put outside of it
   std::string m_header;
   MadeId m_lastId;
 };

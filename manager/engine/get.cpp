@@ -78,7 +78,7 @@ private:
 
 Found browse(OpenQueue& queue, BXLONG options, IntoBuffer& into) {
   if (options & BXGMO_BROWSE_FIRST) queue.cursor.reset();
-  const Found found = queue.queue.browse(queue.cursor, into);
+  const Found found = queue.queue->browse(queue.cursor, into);
   if (found == Found::kDelivered) queue.cursor = into.position();
   return found;
 }
@@ -87,8 +87,8 @@ Found getOnce(OpenQueue& queue, const Connection::GetRequest& request, IntoBuffe
   if (request.options & (BXGMO_BROWSE_FIRST | BXGMO_BROWSE_NEXT))
     return browse(queue, request.options, into);
   const bool syncpoint = (request.options & BXGMO_SYNCPOINT) != 0;
-  if (!(request.options & BXGMO_MESSAGE_UNDER_CURSOR)) return queue.queue.take(into, syncpoint);
-  return queue.cursor ? queue.queue.takeAt(*queue.cursor, into, syncpoint) : Found::kNothing;
+  if (!(request.options & BXGMO_MESSAGE_UNDER_CURSOR)) return queue.queue->take(into, syncpoint);
+  return queue.cursor ? queue.queue->takeAt(*queue.cursor, into, syncpoint) : Found::kNothing;
 }
 
 Clock::time_point deadlineOf(BXLONG wait) {
@@ -106,7 +106,7 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
-  request.queueName = queue->queue.definition().name;
+  request.queueName = queue->queue->definition().name;
   return get(*queue, request);
 }
 
@@ -117,17 +117,17 @@ Codes Connection::get(OpenQueue& queue, GetRequest& request) {
   const bool waits = request.wait != 0 && !underCursor;
   const Clock::time_point deadline = waits ? deadlineOf(request.wait) : Clock::time_point{};
   for (;;) {
-    const std::uint32_t seen = queue.queue.arrivals();
+    const std::uint32_t seen = queue.queue->arrivals();
     switch (getOnce(queue, request, into)) {
     case Found::kDelivered:
       return request.returnedLength < request.dataLength ? warning(BXRC_TRUNCATED_ACCEPTED) : ok();
     case Found::kRefused: return failed(BXRC_TRUNCATED_FAILED);
     case Found::kNothing: break;
     }
-    if (!queue.queue.exists()) return failed(BXRC_Q_DELETED);
+    if (!queue.queue->exists()) return failed(BXRC_Q_DELETED);
     if (underCursor) return failed(BXRC_NO_MESSAGE_UNDER_CURSOR);
     if (!waits || Clock::now() >= deadline) return failed(BXRC_NO_MESSAGE_AVAILABLE);
-    queue.queue.waitForArrival(seen, deadline);
+    queue.queue->waitForArrival(seen, deadline);
   }
 }
 

@@ -8,7 +8,7 @@ namespace bxm {
 
 /// A queue as one object handle has it open.
 struct OpenQueue {
-  StoreQueue& queue;
+  std::shared_ptr<StoreQueue> queue;
   bool input, browse, output;
   std::optional<Position> cursor; ///< the message last browsed
 };

@@ -43,9 +43,9 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
   if (const BXLONG fault = faultOf(request.descriptor)) return failed(fault);
   if (request.data.size() > static_cast<std::size_t>(kMessageLengthLimit))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR);
-  if (request.data.size() > static_cast<std::size_t>(queue->queue.definition().maxMessageLength))
+  if (request.data.size() > static_cast<std::size_t>(queue->queue->definition().maxMessageLength))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q);
-  if (!queue->queue.exists()) return failed(BXRC_Q_DELETED);
+  if (!queue->queue->exists()) return failed(BXRC_Q_DELETED);
   const BXLONG asked = request.descriptor.priority;
   const int priority =
       asked == BXPRI_AS_Q_DEF ? kDefaultPriority : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
@@ -56,8 +56,9 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
 }
 
 Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priority) {
-  const QueueDefinition& definition = queue.queue.definition();
+  const QueueDefinition& definition = queue.queue->definition();
   BXMD stored = withDefaultTail(request.descriptor);
+  stored.backoutCount = 0;
   if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
   RecordTimes times;
   times.put = clockNow();
@@ -68,12 +69,12 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   m_header.clear();
   encodeRecordHeader(stored, times, m_lastId, m_header);
 
-  if (!queue.queue.reserve()) return failed(BXRC_Q_FULL);
+  if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);
   PutBatch& batch = request.syncpoint ? m_puts : m_single;
   try {
     batch.append(definition.id, priority, m_header, request.data);
   } catch (const Failure&) {
-    queue.queue.unreserve();
+    queue.queue->unreserve();
     throw;
   }
   if (!request.syncpoint) {

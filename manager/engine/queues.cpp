@@ -40,7 +40,7 @@ std::vector<QueueInfo> listLocalQueues(const std::string& manager) {
   std::vector<QueueInfo> queues;
   for (const QueueDefinition& queue : session->listQueues())
     queues.push_back(
-        {queue.name, queue.maxDepth, queue.maxMessageLength, session->open(queue).depth()});
+        {queue.name, queue.maxDepth, queue.maxMessageLength, session->open(queue)->depth()});
   return queues;
 }
 

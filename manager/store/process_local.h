@@ -4,9 +4,10 @@
 
 namespace bxm {
 
-/// The one object of a type in this process. Never destroyed, because a program may hold connections
-/// until its very end. A child process after fork() finds a fresh one: locks, environments and
-/// threads are not inherited, and using the parent's would damage the parent's work.
+/// The one object of a type in this process. Never destroyed, because a program may hold
+/// connections until its very end. A child process after fork() finds a fresh one: locks,
+/// environments and threads are not inherited, and using the parent's would damage the parent's
+/// work.
 template <typename Object>
 class ProcessLocal {
 public:

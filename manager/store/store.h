@@ -49,7 +49,7 @@ enum class Found { kDelivered, kRefused, kNothing };
 /// the unit of work is backed out.
 enum class Committed { kDone, kFailed, kQueueGone, kUnknown };
 
-/// One queue as one session uses it. Lives as long as the session.
+/// One queue as one session uses it. Must not outlive the session.
 class StoreQueue {
 public:
   virtual ~StoreQueue() = default;
@@ -100,8 +100,8 @@ public:
   virtual bool commandServerRuns() = 0;
   virtual void setCommandServer(bool runs) = 0;
 
-  /// The same object for the same queue, owned by the session.
-  virtual StoreQueue& open(const QueueDefinition& definition) = 0;
+  /// The same object for the same queue as long as somebody holds it or the unit of work needs it.
+  virtual std::shared_ptr<StoreQueue> open(const QueueDefinition& definition) = 0;
 
   /// Makes the puts and everything taken under syncpoint count, in one step, and empties the batch
   /// whatever the result. reason receives the reason code of a failure.

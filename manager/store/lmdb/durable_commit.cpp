@@ -84,8 +84,11 @@ Committed LmdbSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& rea
       deleteMessages(txn.get(), durable, id, taken);
     }
     std::deque<Settling> settlings;
-    for (const auto& [id, count] : puts.counts())
-      settlings.emplace_back(m_queues.at(id)->access(), ::mdb_txn_id(txn.get()), count, 0);
+    for (const auto& [id, count] : puts.counts()) {
+      LmdbQueue& queue = *m_queues.at(id);
+      settlings.emplace_back(queue.access(), queue.consumption().settlingTurn(),
+                             ::mdb_txn_id(txn.get()), count, 0);
+    }
     BXM_KILL_POINT("commit-before");
     committing = true;
     txn.commit();

@@ -23,6 +23,7 @@ LmdbQueue::LmdbQueue(LmdbSession& session, const QueueDefinition& definition)
 
 LmdbQueue::~LmdbQueue() {
   releaseTaken();
+  m_session.store().settler().leave(m_consumption);
   // What could not be settled keeps its owner, for recovery to find.
   if (m_consumption.size() == 0) m_session.store().runtime().releaseAccess(m_accessSlot);
 }
@@ -49,17 +50,22 @@ bool readAccess(const AccessSlot& access, std::uint64_t transaction, std::int64_
   const std::uint32_t before = access.settling.load();
   auto uncommitted = static_cast<std::int64_t>(access.uncommitted.load());
   auto consumed = static_cast<std::int64_t>(access.consumed.load());
-  if (before % 2 == 1 && access.transaction.load() <= transaction) {
+  if (before % 4 == kMoving && access.transaction.load() <= transaction) {
     uncommitted -= static_cast<std::int64_t>(access.movedUncommitted.load());
     consumed -= static_cast<std::int64_t>(access.movedConsumed.load());
   }
   difference += uncommitted - consumed;
-  return access.settling.load() == before;
+  return before % 4 <= kMoving && access.settling.load() == before;
 }
 
 } // namespace
 
 std::uint64_t LmdbQueue::depth() {
+  lookAfterOthers();
+  return depthWhileLocked();
+}
+
+std::uint64_t LmdbQueue::depthWhileLocked() {
   const Runtime& runtime = m_session.store().runtime();
   const Durable& durable = m_session.store().durable();
   std::int64_t depth = 0;
@@ -79,7 +85,10 @@ std::uint64_t LmdbQueue::depth() {
 bool LmdbQueue::reserve() {
   // Counted before it is checked: of two that meet at the limit, none passes it.
   m_access.uncommitted.fetch_add(1);
-  if (depth() <= static_cast<std::uint64_t>(m_definition.maxDepth)) return true;
+  const auto fits = [this] {
+    return depthWhileLocked() <= static_cast<std::uint64_t>(m_definition.maxDepth);
+  };
+  if (fits() || (recoverOthers() && fits())) return true;
   unreserve();
   return false;
 }

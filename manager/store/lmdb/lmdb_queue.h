@@ -28,6 +28,13 @@ public:
   std::uint32_t arrivals() override { return m_share->slot.arrivals.load(); }
   void waitForArrival(std::uint32_t seen, std::chrono::steady_clock::time_point until) override;
 
+  /// The depth, where a write transaction is open: dead processes are not looked after.
+  std::uint64_t depthWhileLocked();
+  /// Nothing of the unit of work is in it, and nothing waits for its durable deletion.
+  bool isQuiet() const {
+    return !hasTaken() && m_consumption.size() == 0 && m_access.uncommitted.load() == 0;
+  }
+
   /// The unit of work's part in this queue. Beyond kMostListed messages only the take map knows
   /// them, so that a unit of work can take any number in bounded memory.
   bool hasTaken() const { return m_takenCount > 0; }
@@ -53,10 +60,12 @@ private:
   Claim claim(Reader::Snapshot& snapshot, StoredMessage& message, bool& moved);
   void accept(StoredMessage& message, Receiver& receiver, bool syncpoint);
   bool dropExpired(const Position& position);
-  bool passOver(QueueScan& scan, bool& others);
+  bool passOver(QueueScan& scan);
   void noteTouched(std::uint64_t sequence);
+  void lookAfterOthers();
+  bool recoverOthers();
   void makeRoomForOne();
-  Found scanAndTake(Receiver& receiver, bool syncpoint, bool& others);
+  Found scanAndTake(Receiver& receiver, bool syncpoint);
   /// The durable depth, and the transaction as of which it is.
   std::pair<std::uint64_t, std::uint64_t> durableDepth();
 

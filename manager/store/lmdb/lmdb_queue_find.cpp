@@ -6,6 +6,7 @@
 #include "manager/store/record.h"
 
 #include <algorithm>
+#include <ctime>
 
 namespace bxm {
 
@@ -99,13 +100,33 @@ bool LmdbQueue::dropExpired(const Position& position) {
   return true;
 }
 
+/// Gives back what dead processes had taken of this queue: their messages stand before those that
+/// a scan finds. The kernel is asked about others at most once in a tick of the coarse clock, some
+/// milliseconds, since a reader comes by here for each message.
+void LmdbQueue::lookAfterOthers() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  const std::int64_t tick = std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  if (m_share->lookedAfter.exchange(tick, std::memory_order_relaxed) != tick) recoverOthers();
+}
+
+/// True when something was given back.
+bool LmdbQueue::recoverOthers() {
+  const Runtime& runtime = m_session.store().runtime();
+  const std::uint32_t limit = runtime.accessLimit();
+  for (std::uint32_t slot = 0; slot < limit; ++slot) {
+    const AccessSlot& access = runtime.access(slot);
+    if (slot == m_accessSlot || access.queueId.load() != m_share->id) continue;
+    const std::uint32_t owner = access.connection.load();
+    if (owner > 0 && runtime.hasDied(owner - 1)) return m_session.store().recoverDead();
+  }
+  return false;
+}
+
 /// Passes over a message that nobody can have. True when it was one.
-bool LmdbQueue::passOver(QueueScan& scan, bool& others) {
+bool LmdbQueue::passOver(QueueScan& scan) {
   StoredMessage& message = scan.message();
-  const std::uint32_t entry = m_share->takes.load(message.position.sequence);
-  if (entry != TakeEntry::kFree) {
-    others = others || (TakeEntry::stateOf(entry) == TakeEntry::kTaken &&
-                        TakeEntry::accessOf(entry) != m_accessSlot);
+  if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) {
     scan.markUnavailable();
     return true;
   }
@@ -117,11 +138,11 @@ bool LmdbQueue::passOver(QueueScan& scan, bool& others) {
   return true;
 }
 
-Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint, bool& others) {
+Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint) {
   Reader::Snapshot snapshot(m_session.reader());
   QueueScan scan(*m_share, snapshot, std::nullopt);
   while (scan.next()) {
-    if (passOver(scan, others)) continue;
+    if (passOver(scan)) continue;
     StoredMessage& message = scan.message();
     const auto verdict = receiver.judge(message);
     if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
@@ -143,22 +164,24 @@ Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint, bool& others) {
 Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
-  bool others = false;
-  const Found found = scanAndTake(receiver, syncpoint, others);
-  // Messages that a dead process had taken may be all there is.
-  if (found != Found::kNothing || !others || !m_session.store().recoverDead()) return found;
-  return scanAndTake(receiver, syncpoint, others);
+  lookAfterOthers();
+  const Found found = scanAndTake(receiver, syncpoint);
+  if (found != Found::kNothing || !recoverOthers()) return found;
+  return scanAndTake(receiver, syncpoint);
 }
 
 Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncpoint) {
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
+  lookAfterOthers();
   Reader::Snapshot snapshot(m_session.reader());
   StoredMessage message{position, {}, clockNow()};
   if (!find(snapshot, m_share->id, message) ||
       m_share->takes.load(position.sequence) != TakeEntry::kFree || hasExpired(message))
     return Found::kNothing;
-  if (receiver.judge(message) != Receiver::Verdict::kAccept) return Found::kRefused;
+  const auto verdict = receiver.judge(message);
+  if (verdict == Receiver::Verdict::kSkip) return Found::kNothing;
+  if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
   bool moved = false;
   if (claim(snapshot, message, moved) != Claim::kMine) return Found::kNothing;
   accept(message, receiver, syncpoint);
@@ -167,11 +190,11 @@ Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncp
 
 Found LmdbQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
   if (!exists()) return Found::kNothing;
+  lookAfterOthers();
   Reader::Snapshot snapshot(m_session.reader());
   QueueScan scan(*m_share, snapshot, after);
-  bool others = false;
   while (scan.next()) {
-    if (passOver(scan, others)) continue;
+    if (passOver(scan)) continue;
     scan.markAvailable();
     const auto verdict = receiver.judge(scan.message());
     if (verdict == Receiver::Verdict::kSkip) continue;

@@ -9,6 +9,10 @@
 
 namespace bxm {
 
+namespace {
+constexpr std::size_t kMostQuietQueues = 16;
+} // namespace
+
 LmdbSession::LmdbSession(std::shared_ptr<LmdbStore> store)
     : m_store(std::move(store)), m_slot(m_store->runtime().claimConnection()),
       m_reader(m_store->durable()) {}
@@ -90,12 +94,14 @@ bool LmdbSession::createQueue(QueueDefinition& definition) {
 
 StoreSession::Deleted LmdbSession::deleteQueue(std::string_view name, bool purge) {
   const Durable& durable = m_store->durable();
+  if (!purge) m_store->recoverDead();
   {
     WriteTransaction txn(durable);
     const auto definition = readDefinition(txn.get(), durable, name);
     if (!definition) return Deleted::kUnknownQueue;
     // Nobody commits meanwhile: the depth is exact.
-    if (!purge && open(*definition).depth() > 0) return Deleted::kNotEmpty;
+    if (!purge && std::static_pointer_cast<LmdbQueue>(open(*definition))->depthWhileLocked() > 0)
+      return Deleted::kNotEmpty;
     deleteDefinition(txn.get(), durable, *definition);
     BXM_KILL_POINT("delete-before-commit");
     txn.commit();
@@ -117,11 +123,18 @@ void LmdbSession::setCommandServer(bool runs) {
   txn.commit();
 }
 
-StoreQueue& LmdbSession::open(const QueueDefinition& definition) {
-  auto found = m_queues.find(definition.id);
-  if (found == m_queues.end())
-    found = m_queues.emplace(definition.id, std::make_unique<LmdbQueue>(*this, definition)).first;
-  return *found->second;
+std::shared_ptr<StoreQueue> LmdbSession::open(const QueueDefinition& definition) {
+  const auto found = m_queues.find(definition.id);
+  if (found != m_queues.end()) return found->second;
+  if (m_queues.size() >= kMostQuietQueues) dropQuietQueues();
+  return m_queues.emplace(definition.id, std::make_shared<LmdbQueue>(*this, definition))
+      .first->second;
+}
+
+void LmdbSession::dropQuietQueues() {
+  std::erase_if(m_queues, [](const auto& entry) {
+    return entry.second.use_count() == 1 && entry.second->isQuiet();
+  });
 }
 
 // ---- Units of work ------------------------------------------------------------------------------

@@ -28,7 +28,7 @@ public:
   Deleted deleteQueue(std::string_view name, bool purge) override;
   bool commandServerRuns() override;
   void setCommandServer(bool runs) override;
-  StoreQueue& open(const QueueDefinition& definition) override;
+  std::shared_ptr<StoreQueue> open(const QueueDefinition& definition) override;
   Committed commit(PutBatch& puts, BXLONG& reason) override;
   void backout(PutBatch& puts) override;
   Committed put(PutBatch& puts, BXLONG& reason) override;
@@ -46,6 +46,7 @@ public:
 private:
   Committed commitTakes(BXLONG& reason);
   void makeRoomForTakes();
+  void dropQuietQueues();
   Committed commitDurably(PutBatch& puts, bool withTakes, BXLONG& reason);
   void uncount(PutBatch& puts);
 
@@ -53,7 +54,7 @@ private:
   std::uint32_t m_slot;
   Reader m_reader;
   std::unique_ptr<TakeJournal> m_journal;                       ///< only with full synchronisation
-  std::map<std::uint32_t, std::unique_ptr<LmdbQueue>> m_queues; ///< by queue id
+  std::map<std::uint32_t, std::shared_ptr<LmdbQueue>> m_queues; ///< by queue id
 };
 
 } // namespace bxm

@@ -206,7 +206,8 @@ void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
     access.consumed = consumed.size();
     WriteTransaction txn(m_durable);
     deleteMessages(txn.get(), m_durable, queueId, consumed);
-    Settling settling(access, ::mdb_txn_id(txn.get()), 0, consumed.size());
+    std::mutex turn; // the slot is the recoverer's alone
+    Settling settling(access, turn, ::mdb_txn_id(txn.get()), 0, consumed.size());
     txn.commit();
     settling.done();
     for (const Position& position : consumed)

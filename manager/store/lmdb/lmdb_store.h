@@ -23,6 +23,8 @@ struct QueueShare {
   QueueSlot& slot;
   TakeMap takes;
   std::uint64_t settledSinceTrim = 0; ///< guarded by the settler's pass
+  /// When this process last looked whether others that use the queue have died.
+  std::atomic<std::int64_t> lookedAfter{0};
 
   std::mutex depthMutex; ///< guards the two below
   std::uint64_t depthTransaction = UINT64_MAX;

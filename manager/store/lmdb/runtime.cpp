@@ -51,7 +51,7 @@ long futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
 
 // ---- Opening ------------------------------------------------------------------------------------
 
-Runtime::Runtime(const std::string& folder) : m_folder(folder), m_mine(kConnectionSlots) {
+Runtime::Runtime(const std::string& folder) : m_folder(folder) {
   const std::string file = folder + "/runtime";
   m_file = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
   if (m_file < 0) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot open " + file);
@@ -198,6 +198,12 @@ bool Runtime::claimDead(std::uint32_t slot) {
   }
   m_mine[slot] = true;
   return true;
+}
+
+bool Runtime::hasDied(std::uint32_t slot) const {
+  if (!connection(slot).used.load() || m_mine[slot].load()) return false;
+  return !heldByOther(kConnectionBytes + slot) && connection(slot).used.load() &&
+         !m_mine[slot].load();
 }
 
 bool Runtime::othersConnected() const {

@@ -3,11 +3,11 @@
 #include "manager/store/lmdb/take_map.h"
 #include "manager/store/store.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <vector>
 
 /// The shared memory of a manager: who is connected, who has taken what, who waits. A file that all
 /// processes map. It is made anew after a boot; it must be right after the death of any process at
@@ -29,18 +29,25 @@ struct alignas(64) ConnectionSlot {
   std::atomic<std::uint32_t> committing;
 };
 
+/// The lowest two bits of AccessSlot::settling; the rest counts.
+enum SettlingPhase : std::uint32_t {
+  kQuiet = 0,
+  kMoving = 1,   ///< a durable transaction moves messages out of the slot's counts
+  kChanging = 2, ///< it has done so, and the counts are being brought up to it
+};
+
 /// One queue in use by one connection; the owner that take map entries name. Only its connection
 /// writes it.
 struct alignas(64) AccessSlot {
   std::atomic<std::uint32_t> connection; ///< slot + 1; 0 free
   std::atomic<std::uint32_t> queueSlot;
   std::atomic<std::uint32_t> queueId;
-  std::atomic<std::uint32_t> settling;        ///< odd while a durable transaction moves the counts
+  std::atomic<std::uint32_t> settling;        ///< see SettlingPhase
   std::atomic<std::uint64_t> uncommitted;     ///< puts
   std::atomic<std::uint64_t> consumed;        ///< gets that count and are not deleted yet
   std::atomic<std::uint64_t> lowest, highest; ///< sequences that entries of this owner lie between
-  /// While settling is odd: the transaction, and what it moves. A snapshot that holds the
-  /// transaction counts these messages already.
+  /// While it moves: the transaction, and what it moves. A snapshot that holds the transaction
+  /// counts these messages already.
   std::atomic<std::uint64_t> transaction, movedUncommitted, movedConsumed;
 };
 
@@ -96,6 +103,8 @@ public:
   /// Takes hold of a slot whose process died; false when it is free or its process lives. Held
   /// until releaseConnection, also against other recoverers.
   bool claimDead(std::uint32_t slot);
+  /// True when the process that the slot belongs to has died.
+  bool hasDied(std::uint32_t slot) const;
   /// True when another process holds any connection.
   bool othersConnected() const;
 
@@ -145,8 +154,8 @@ private:
   int m_file = -1;
   Layout* m_layout = nullptr;
   std::mutex m_mutex; ///< guards the slots of this process
-  std::vector<bool>
-      m_mine; ///< connection slots of this process: the kernel would grant its own lock
+  /// Connection slots of this process: the kernel would grant it its own locks.
+  std::array<std::atomic<bool>, kConnectionSlots> m_mine{};
 };
 
 /// Raises or lowers a floor as described above.

@@ -18,21 +18,22 @@ void Consumption::add(const Position* positions, std::size_t count) {
 
 // ---- Settling -----------------------------------------------------------------------------------
 
-Settling::Settling(AccessSlot& access, std::uint64_t transaction, std::uint64_t uncommitted,
-                   std::uint64_t consumed)
-    : m_access(access), m_uncommitted(uncommitted), m_consumed(consumed) {
+Settling::Settling(AccessSlot& access, std::mutex& turn, std::uint64_t transaction,
+                   std::uint64_t uncommitted, std::uint64_t consumed)
+    : m_access(access), m_turn(turn), m_uncommitted(uncommitted), m_consumed(consumed) {
   m_access.transaction = transaction;
   m_access.movedUncommitted = uncommitted;
   m_access.movedConsumed = consumed;
-  m_access.settling.fetch_add(1);
+  m_access.settling.fetch_add(1); // moving
 }
 
 Settling::~Settling() {
+  m_access.settling.fetch_add(1); // changing
   if (m_done) {
     m_access.uncommitted.fetch_sub(m_uncommitted);
     m_access.consumed.fetch_sub(m_consumed);
   }
-  m_access.settling.fetch_add(1);
+  m_access.settling.fetch_add(2); // quiet
 }
 
 void deleteMessages(MDB_txn* txn, const Durable& durable, std::uint32_t queue,
@@ -145,7 +146,8 @@ void Settler::settleAll() {
   }
   std::deque<Settling> settlings;
   for (Consumption* member : work)
-    settlings.emplace_back(member->m_access, ::mdb_txn_id(txn.get()), 0, member->m_inWork.size());
+    settlings.emplace_back(member->m_access, member->m_settlingTurn, ::mdb_txn_id(txn.get()), 0,
+                           member->m_inWork.size());
   BXM_KILL_POINT("settle-before-commit");
   txn.commit();
   BXM_KILL_POINT("settle-after-commit");

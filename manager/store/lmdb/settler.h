@@ -24,6 +24,8 @@ public:
 
   void add(const Position& position) { add(&position, 1); }
   void add(const Position* positions, std::size_t count);
+  /// Held by who settles the access slot's counts.
+  std::mutex& settlingTurn() { return m_settlingTurn; }
   /// How many are not deleted yet, those that are being deleted included.
   std::size_t size() const { return m_size.load(std::memory_order_relaxed); }
 
@@ -31,6 +33,7 @@ private:
   friend class Settler;
   std::shared_ptr<QueueShare> m_share;
   AccessSlot& m_access;
+  std::mutex m_settlingTurn;
   std::mutex m_mutex; ///< guards m_waiting
   std::vector<Position> m_waiting;
   std::vector<Position> m_inWork; ///< guarded by the settler's pass
@@ -87,12 +90,12 @@ private:
   std::atomic<bool> m_slow{false};
 };
 
-/// A durable transaction moves messages out of these counts: brackets it, so that depths stay
-/// exact.
+/// A durable transaction moves messages out of a connection's counts of a queue: brackets its
+/// commit, so that depths stay exact. The settling thread and the connection's own take turns.
 class Settling {
 public:
-  Settling(AccessSlot& access, std::uint64_t transaction, std::uint64_t uncommitted,
-           std::uint64_t consumed);
+  Settling(AccessSlot& access, std::mutex& turn, std::uint64_t transaction,
+           std::uint64_t uncommitted, std::uint64_t consumed);
   ~Settling();
   Settling(const Settling&) = delete;
   Settling& operator=(const Settling&) = delete;
@@ -101,6 +104,7 @@ public:
 
 private:
   AccessSlot& m_access;
+  std::unique_lock<std::mutex> m_turn;
   std::uint64_t m_uncommitted, m_consumed;
   bool m_done = false;
 };
