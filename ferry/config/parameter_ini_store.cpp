@@ -2,6 +2,7 @@
 
 #include "ferry/config/replace_file.h"
 #include "ferry/errors/exception.h"
+#include "ferry/text/uc_string.h"
 
 #include <unicode/ucnv.h>
 #include <unicode/utf8.h>
@@ -34,8 +35,6 @@ VRK_Exception Failure_ob(const UChar* pId, const UChar* pTemplate, const std::st
   return VRK_Exception("", KELErrorMessage(pId, pTemplate, {UnicodeString(sFile.c_str())}), 0,
                        VRK_CRITICAL_ERROR, false);
 }
-
-UnicodeString Trimmed_s(UnicodeString s) { return UCSS::RTrim(UCSS::LTrim(s)); }
 
 /// Turns the pieces that fgets reads into text. A piece that a long line's end cuts
 /// off within a character gives the rest of that character to the next piece.
@@ -73,7 +72,7 @@ void CCMEParameterINIStore::read() {
   UnicodeString sSection;
   char aPiece[kLineBuffer];
   while (std::fgets(aPiece, sizeof aPiece, pobFile.get()))
-    readLine(Trimmed_s(obDecoder.Decode_s(aPiece)), sSection);
+    readLine(UCString(obDecoder.Decode_s(aPiece)).trim(), sSection);
 }
 
 void CCMEParameterINIStore::readLine(const UnicodeString& sLine, UnicodeString& sSection) {
@@ -83,8 +82,8 @@ void CCMEParameterINIStore::readLine(const UnicodeString& sLine, UnicodeString& 
   }
   const int32_t nEquals = sLine.indexOf(u'=');
   if (sLine.startsWith(u"#") || nEquals < 0) return;
-  setFound(sSection, Trimmed_s(UnicodeString(sLine, 0, nEquals)),
-           Trimmed_s(UnicodeString(sLine, nEquals + 1)));
+  setFound(sSection, UCString(UnicodeString(sLine, 0, nEquals)).trim(),
+           UCString(UnicodeString(sLine, nEquals + 1)).trim());
 }
 
 void CCMEParameterINIStore::write() {

@@ -6,7 +6,7 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/log_time.h"
-#include "ferry/logging/own_copy.h"
+#include "ferry/text/own_copy.h"
 
 #include <mutex>
 #include <optional>

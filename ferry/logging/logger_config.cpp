@@ -1,6 +1,7 @@
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/logger.h"
-#include "ferry/logging/own_copy.h"
+#include "ferry/text/own_copy.h"
+#include "ferry/text/uc_string.h"
 
 #include <exception>
 #include <mutex>
@@ -8,8 +9,6 @@
 namespace {
 
 constexpr UChar kCategory[] = u"logger";
-
-UnicodeString Trimmed_s(UnicodeString s) { return UCSS::RTrim(UCSS::LTrim(s)); }
 
 } // namespace
 
@@ -38,7 +37,7 @@ bool CLogger::ParseConfig_b(CLogTables& obTables, const UnicodeString& sText) {
   std::vector<UnicodeString> obLines;
   UCSS::Tokenize(sText, obLines, u"\n");
   for (const UnicodeString& sLine : obLines)
-    if (!ParseLine_b(obTables, Trimmed_s(sLine))) return false;
+    if (!ParseLine_b(obTables, UCString(sLine).trim())) return false;
   return true;
 }
 

@@ -1,6 +1,6 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
-#include "ferry/logging/own_copy.h"
+#include "ferry/text/own_copy.h"
 
 #include <mutex>
 #include <optional>
