@@ -38,7 +38,8 @@ struct CLogTables;
 /// though a log cannot be written (a full disk), and in destructors, use TryLog_b.
 /// Loading a configuration never throws for what the configuration or a writer does
 /// wrong: it returns false, the previous configuration stays in force, and the reason
-/// is logged under the category "logger".
+/// is logged under the category "logger". A writer that fails to start is logged too,
+/// but does not keep the others from taking over.
 class CLogger {
 public:
   /// A logger with the name `pName` (shown as the category of messages that have
@@ -105,10 +106,11 @@ private:
   bool Load_b(const UnicodeString& sText, const Source& obSource);
   bool ParseConfig_b(CLogTables& obTables, const UnicodeString& sText);
   bool ParseLine_b(CLogTables& obTables, UnicodeString sLine);
-  void StartWriters_v(CLogTables& obTables);
+  std::unique_ptr<CLogWriter> NewWriter_pob(CLogWriterFactory& obFactory, UnicodeString sLine);
   void WatchFile_v(const CMsg& obMsg);
   bool TimeToLook_b(const CMsg& obMsg);
   void Report_v(unsigned nSeverity, const UChar* pFormat, ...);
+  void Report_v(const CMsg& obMsg);
 
   CLogWriterFactory* FindFactory_pob(const UnicodeString& sScheme) const;
   bool FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const;

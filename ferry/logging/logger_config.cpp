@@ -10,6 +10,23 @@ namespace {
 
 constexpr UChar kCategory[] = u"logger";
 
+/// The reports of those that could not be started.
+std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
+  std::vector<CMsg> obFailures;
+  obTables.m_bStarted = true;
+  for (const auto& [obDestination, pobWriter] : obTables.m_obWriters) {
+    try {
+      pobWriter->Start_v(obDestination);
+    } catch (const std::exception& obException) {
+      UnicodeString sText = obDestination.Text_rob();
+      obFailures.emplace_back(kCategory, CSeverity::ERR)
+          .AddLine_rob(u"Failed to start log writer [%S]: %s", sText.getTerminatedBuffer(),
+                       obException.what());
+    }
+  }
+  return obFailures;
+}
+
 } // namespace
 
 bool CLogger::LoadConfig_b(const UnicodeString& sText) { return Load_b(sText, Source()); }
@@ -20,7 +37,7 @@ bool CLogger::Load_b(const UnicodeString& sText, const Source& obSource) {
 
   Clear_v();
   // Started before anybody can find them: no writer is written to that has not started.
-  StartWriters_v(*pobTables);
+  const std::vector<CMsg> obFailures = StartWriters_ob(*pobTables);
   TablesPtr pobOld = pobTables;
   {
     const std::unique_lock obGuard(m_obLock);
@@ -29,6 +46,7 @@ bool CLogger::Load_b(const UnicodeString& sText, const Source& obSource) {
     m_obSource = {OwnCopy_s(obSource.m_sFile), obSource.m_nTime};
   }
   pobOld.reset(); // another thread's load may have come between; its writers stop here
+  for (const CMsg& obFailure : obFailures) Report_v(obFailure);
   Report_v(CSeverity::DBUG, u"Successfully loaded new config");
   return true;
 }
@@ -64,11 +82,25 @@ bool CLogger::ParseLine_b(CLogTables& obTables, UnicodeString sLine) {
     Report_v(CSeverity::ERR, u"Invalid filter: %S", obFields[1].getTerminatedBuffer());
     return false;
   }
-  obTables.AddWriter_v(obDestination, std::unique_ptr<CLogWriter>(pobFactory->CreateWriter_pob()));
+  auto pobWriter = NewWriter_pob(*pobFactory, sLine);
+  if (!pobWriter) return false;
+  obTables.AddWriter_v(obDestination, std::move(pobWriter));
   for (const auto& [sCategory, nMask] : obFilters) obTables.AddRoute_v(sCategory, nMask);
   Report_v(CSeverity::DBUG, u"Got config line: %S %S", obFields[0].getTerminatedBuffer(),
            obFields[1].getTerminatedBuffer());
   return true;
+}
+
+/// Null, and a report, when the factory cannot make one.
+std::unique_ptr<CLogWriter> CLogger::NewWriter_pob(CLogWriterFactory& obFactory,
+                                                   UnicodeString sLine) {
+  try {
+    return std::unique_ptr<CLogWriter>(obFactory.CreateWriter_pob());
+  } catch (const std::exception& obException) {
+    Report_v(CSeverity::ERR, u"Failed to create log writer for config line: %S: %s",
+             sLine.getTerminatedBuffer(), obException.what());
+    return nullptr;
+  }
 }
 
 bool CLogger::ParseMap_b(std::vector<Filter>& obFilters, const UnicodeString& sText) const {
@@ -91,19 +123,6 @@ bool CLogger::ParseMap_b(std::vector<Filter>& obFilters, const UnicodeString& sT
     obFilters.emplace_back(sCategory, nMask);
   }
   return !obFilters.empty();
-}
-
-void CLogger::StartWriters_v(CLogTables& obTables) {
-  obTables.m_bStarted = true;
-  for (const auto& [obDestination, pobWriter] : obTables.m_obWriters) {
-    try {
-      pobWriter->Start_v(obDestination);
-    } catch (const std::exception& obException) {
-      UnicodeString sText = obDestination.Text_rob();
-      Report_v(CSeverity::ERR, u"Failed to start log writer [%S]: %s", sText.getTerminatedBuffer(),
-               obException.what());
-    }
-  }
 }
 
 void CLogger::Clear_v() {
@@ -130,6 +149,10 @@ void CLogger::Report_v(unsigned nSeverity, const UChar* pFormat, ...) {
   va_start(args, pFormat);
   obMsg.VAddLine_rob(pFormat, args);
   va_end(args);
+  Report_v(obMsg);
+}
+
+void CLogger::Report_v(const CMsg& obMsg) {
   try {
     VLocalLog_v(obMsg);
   } catch (const std::exception&) {

@@ -148,6 +148,18 @@ TEST_F(LoggerTest, AFailingWriterStopsNeitherTheOthersNorALoad) {
   EXPECT_TRUE(CLogger::TryLog_b(u"cat", CSeverity::INFO, u"%d", 2));
 }
 
+TEST_F(LoggerTest, WritersThatCannotBeMadeOrStartedAreReported) {
+  ASSERT_TRUE(load(u"rec://a *.!DBUG"));
+  m_recorder.m_createFails = true;
+  EXPECT_FALSE(m_logger.LoadConfig_b(u"rec://b *.*"));
+  m_recorder.m_createFails = false;
+  EXPECT_THAT(written("a"), ElementsAre("ERR logger Failed to create log writer for config line: "
+                                        "rec://b *.*: no writer"));
+  EXPECT_TRUE(m_logger.LoadConfig_b(u"rec://nostart bx.*\nrec://b *.!DBUG"));
+  EXPECT_THAT(written("b"),
+              ElementsAre("ERR logger Failed to start log writer [rec://nostart]: no start"));
+}
+
 TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {
   ASSERT_TRUE(load(u"rec://a mod.*"));
   m_recorder.m_onWrite["a"] = [&] {

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct Recorder : CLogWriterFactory {
       m_host.clear();
       destination.Host_rob().toUTF8String(m_host);
       m_recorder.m_events.push_back("start " + m_host);
+      if (m_host == "nostart") throw std::runtime_error("no start");
     }
     void Write_v(const UnicodeString& time, const UnicodeString& severity,
                  const UnicodeString& category, const std::vector<UnicodeString>& lines) override {
@@ -36,8 +38,12 @@ struct Recorder : CLogWriterFactory {
     std::string m_host = "?";
   };
 
-  CLogWriter* CreateWriter_pob() override { return new Writer(*this); }
+  CLogWriter* CreateWriter_pob() override {
+    if (m_createFails) throw std::runtime_error("no writer");
+    return new Writer(*this);
+  }
 
+  bool m_createFails = false;
   using Texts = std::vector<std::string>;
   Texts m_events;
   std::map<std::string, Texts> m_written;
