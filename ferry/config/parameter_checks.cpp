@@ -36,6 +36,27 @@ UnicodeString TypesLine_s(const CCMEParameter& obParameter) {
          CCMEParameter::typeWord(obParameter.m_nStoreType) + u"]";
 }
 
+bool IsBoolean_b(const CCMEParameter& a, const CCMEParameter& b) {
+  return a.m_nType == CCMEParameter::BOOLEAN || b.m_nType == CCMEParameter::BOOLEAN;
+}
+
+bool IsInteger_b(const CCMEParameter& a, const CCMEParameter& b) {
+  return a.m_nStoreType == CCMEParameter::INTEGER || b.m_nStoreType == CCMEParameter::INTEGER;
+}
+
+bool Differ_b(const CCMEParameter& a, const CCMEParameter& b) {
+  if (IsBoolean_b(a, b)) return a.asBoolean() != b.asBoolean();
+  if (IsInteger_b(a, b)) return UCSS::atoi(a.value()) != UCSS::atoi(b.value());
+  return a.value() != b.value();
+}
+
+UnicodeString ConflictLine_s(const CCMEParameter& a, const CCMEParameter& b) {
+  if (a.m_bQuiet || b.m_bQuiet) return u"[...]";
+  const UnicodeString sDescription = a.m_sDescription.isEmpty() ? u"-" : a.m_sDescription;
+  return u"    " + a.m_sGroup + u":" + a.m_sName + u" (" + sDescription + u") [" + a.value() +
+         u"] vs. [" + b.value() + u"]";
+}
+
 } // namespace
 
 void CCMEParameterStore::handleWarnings() const {
@@ -72,4 +93,17 @@ void CCMEParameterStore::handleErrors() const {
       obReport, m_obParameters, u"  Datatype mismatch (programmed vs. store): ",
       [](const CCMEParameter& p) { return p.isMistyped(); }, TypesLine_s);
   throw VRK_Exception(obReport);
+}
+
+void CCMEParameterStore::compare(const CCMEParameterStore& other) const {
+  VRK_Exception obReport = Report_ob();
+  for (const auto& [sKey, obOurs] : m_obParameters) {
+    const auto it = other.m_obParameters.find(sKey);
+    if (it == other.m_obParameters.end()) continue;
+    const CCMEParameter& obTheirs = it->second;
+    if (!obOurs.m_bFound || !obTheirs.m_bFound || !Differ_b(obOurs, obTheirs)) continue;
+    if (obReport.Count() == 1) AddLine_v(obReport, u"  Conflicting parameters: ");
+    AddLine_v(obReport, ConflictLine_s(obOurs, obTheirs));
+  }
+  if (obReport.Count() > 1) throw VRK_Exception(obReport);
 }

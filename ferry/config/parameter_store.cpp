@@ -3,6 +3,7 @@
 #include "ferry/config/settings.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -12,6 +13,8 @@ constexpr UChar kActiveGroup[] = u"*";
 
 void CCMEParameterStore::initialize(const UnicodeString& sSection, const char* (*table)[7],
                                     unsigned short nRowCount) {
+  // What was declared before says nothing about the back end. It may hold sSection itself.
+  const Parameters obBefore = std::exchange(m_obParameters, {});
   if (!sSection.isEmpty()) read();
   if (hasSection(sSection))
     m_sActiveGroup = sSection;

@@ -112,7 +112,7 @@ TEST(ParameterStore, TheActiveGroupIsASectionThatExists) {
 
   UnicodeString app;
   GetAppName_v(app);
-  for (const UChar* section : {u"sect", u"None", u""}) {
+  for (const UChar* section : {u"sect", u"Fix", u""}) {
     store.initialize(section, rows, 2);
     EXPECT_EQ(store.activeGroup(), app);
     EXPECT_EQ(store.parameters().size(), 2U);
