@@ -1,0 +1,208 @@
+// Loaded before the C library: records what a process writes to a manager's durable files, lets a
+// write or flush of them fail, ends the process at one, and turns the clock.
+//
+//   FAULTS_RECORD=file      append every write, flush and mark to file (see recording.h)
+//   FAULTS_DIE=n:after      end at the n-th storage call when it is done ...
+//   FAULTS_DIE=n:half       ... or when half of it is written
+//   FAULTS_FAIL=n:errno     the n-th storage call fails; n+ all from the n-th on
+//   FAULTS_CLOCK=file       an int64 of seconds in file is added to the time of day
+
+#include "tests/manager/faults/recording.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <mutex>
+#include <string>
+#include <sys/mman.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+using faults::EventHeader;
+
+namespace {
+
+template <typename Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+constexpr int kMostFiles = 4096;
+struct Watched {
+  char name[56] = "";
+  bool dsync = false;
+};
+Watched g_watched[kMostFiles];
+std::mutex g_mutex;
+int g_calls = 0;
+
+int logFile() {
+  static const int file = [] {
+    const char* path = std::getenv("FAULTS_RECORD");
+    return path ? next<int(const char*, int, ...)>("open")(
+                      path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)
+                : -1;
+  }();
+  return file;
+}
+
+void record(char type, const char* name, std::uint64_t offset, const std::string& data) {
+  if (logFile() < 0) return;
+  EventHeader header{};
+  header.type = type;
+  header.offset = offset;
+  header.length = data.size();
+  header.micros = std::chrono::duration_cast<std::chrono::microseconds>(
+                      std::chrono::steady_clock::now().time_since_epoch())
+                      .count();
+  std::strncpy(header.file, name, sizeof header.file - 1);
+  std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
+  bytes += data;
+  [[maybe_unused]] const ssize_t n =
+      next<ssize_t(int, const void*, size_t)>("write")(logFile(), bytes.data(), bytes.size());
+}
+
+struct Order {
+  int at = 0;
+  bool onwards = false;
+  std::string what;
+  explicit Order(const char* variable) {
+    const char* value = std::getenv(variable);
+    if (!value) return;
+    at = std::atoi(value);
+    onwards = std::strchr(value, '+') != nullptr;
+    if (const char* colon = std::strchr(value, ':')) what = colon + 1;
+  }
+  bool isNow(int call) const { return at > 0 && (call == at || (onwards && call > at)); }
+};
+
+/// What is to happen at this storage call.
+enum class Fate { kNone, kFail, kDieHalfway, kDieAfter };
+Fate fateOfCall() {
+  static const Order die("FAULTS_DIE"), fail("FAULTS_FAIL");
+  ++g_calls;
+  if (die.isNow(g_calls)) return die.what == "half" ? Fate::kDieHalfway : Fate::kDieAfter;
+  if (!fail.isNow(g_calls)) return Fate::kNone;
+  errno = std::atoi(fail.what.c_str());
+  return Fate::kFail;
+}
+
+bool isWatched(int file) {
+  return file >= 0 && file < kMostFiles && g_watched[file].name[0] != '\0';
+}
+
+ssize_t storageWrite(int file, const std::string& data, off_t offset) {
+  const std::lock_guard guard(g_mutex);
+  auto* const write = next<ssize_t(int, const void*, size_t, off_t)>("pwrite");
+  const Fate fate = fateOfCall();
+  if (fate == Fate::kFail) return -1;
+  const std::size_t size = fate == Fate::kDieHalfway ? data.size() / 2 / 512 * 512 : data.size();
+  const ssize_t n = write(file, data.data(), size, offset);
+  if (n > 0)
+    record(g_watched[file].dsync ? faults::kSyncWrite : faults::kWrite, g_watched[file].name,
+           static_cast<std::uint64_t>(offset), data.substr(0, static_cast<std::size_t>(n)));
+  if (fate != Fate::kNone) ::kill(::getpid(), SIGKILL);
+  return n;
+}
+
+int storageSync(int file, const char* call) {
+  const std::lock_guard guard(g_mutex);
+  const Fate fate = fateOfCall();
+  if (fate == Fate::kFail) return -1;
+  const int result = next<int(int)>(call)(file);
+  record(faults::kSync, g_watched[file].name, 0, "");
+  if (fate != Fate::kNone) ::kill(::getpid(), SIGKILL);
+  return result;
+}
+
+void watch(int file, const char* path, int flags) {
+  if (file < 0 || file >= kMostFiles) return;
+  const char* slash = std::strrchr(path, '/');
+  const std::string name = slash ? slash + 1 : path;
+  g_watched[file] = {};
+  if (name != "durable.mdb" && !name.starts_with("journal-")) return;
+  name.copy(g_watched[file].name, sizeof g_watched[file].name - 1);
+  g_watched[file].dsync = (flags & O_DSYNC) == O_DSYNC;
+}
+
+std::int64_t clockShift() {
+  static const std::atomic<std::int64_t>* shift = [] {
+    const char* path = std::getenv("FAULTS_CLOCK");
+    const int file = path ? ::open(path, O_RDONLY | O_CLOEXEC) : -1;
+    void* mapped = file < 0 ? MAP_FAILED : ::mmap(nullptr, 8, PROT_READ, MAP_SHARED, file, 0);
+    return mapped == MAP_FAILED ? nullptr : static_cast<const std::atomic<std::int64_t>*>(mapped);
+  }();
+  return shift ? shift->load() : 0;
+}
+
+} // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) void faultsMark(const char* text) {
+  const std::lock_guard guard(g_mutex);
+  record(faults::kMark, "", 0, text);
+}
+
+#define VISIBLE __attribute__((visibility("default")))
+
+VISIBLE int open(const char* path, int flags, ...) {
+  va_list more;
+  va_start(more, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;
+  va_end(more);
+  const int file = next<int(const char*, int, ...)>("open")(path, flags, mode);
+  watch(file, path, flags);
+  return file;
+}
+
+VISIBLE int close(int file) {
+  if (file >= 0 && file < kMostFiles) g_watched[file] = {};
+  return next<int(int)>("close")(file);
+}
+
+VISIBLE ssize_t pwrite(int file, const void* data, size_t size, off_t offset) {
+  if (!isWatched(file))
+    return next<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, data, size, offset);
+  return storageWrite(file, {static_cast<const char*>(data), size}, offset);
+}
+
+VISIBLE ssize_t write(int file, const void* data, size_t size) {
+  if (!isWatched(file)) return next<ssize_t(int, const void*, size_t)>("write")(file, data, size);
+  const off_t offset = ::lseek(file, 0, SEEK_CUR);
+  const ssize_t n = storageWrite(file, {static_cast<const char*>(data), size}, offset);
+  if (n > 0) ::lseek(file, offset + n, SEEK_SET);
+  return n;
+}
+
+VISIBLE ssize_t writev(int file, const iovec* parts, int count) {
+  if (!isWatched(file)) return next<ssize_t(int, const iovec*, int)>("writev")(file, parts, count);
+  std::string data;
+  for (int i = 0; i < count; ++i)
+    data.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
+  return ::write(file, data.data(), data.size());
+}
+
+VISIBLE int fdatasync(int file) {
+  return isWatched(file) ? storageSync(file, "fdatasync") : next<int(int)>("fdatasync")(file);
+}
+
+VISIBLE int fsync(int file) {
+  return isWatched(file) ? storageSync(file, "fsync") : next<int(int)>("fsync")(file);
+}
+
+VISIBLE int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  static auto* const real = next<int(clockid_t, timespec*)>("clock_gettime");
+  const int result = real(clock, time);
+  if (result == 0 && clock == CLOCK_REALTIME) time->tv_sec += clockShift();
+  return result;
+}
+}

@@ -1,0 +1,141 @@
+#include "tests/manager/faults/history.h"
+#include "tests/manager/faults/load.h"
+#include "tests/manager/faults/peer.h"
+#include "tests/support/temp_folder.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace faults {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+int setting(const char* name, int byDefault) {
+  const char* value = std::getenv(name);
+  return value ? std::atoi(value) : byDefault;
+}
+
+/// Workers on one manager that die by SIGKILL at random moments and are replaced.
+class Storm {
+public:
+  Storm() {
+    Peer peer(m_home.path().string());
+    peer.words("connect");
+    for (const std::string& queue : kStormQueues) peer.words("create " + queue);
+    peer.words("create PROBE");
+    peer.words("disconnect");
+    std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
+  }
+  ~Storm() {
+    for (const pid_t worker : m_workers) end(worker);
+  }
+
+  void startWorker(milliseconds life) {
+    const std::string name = "w" + std::to_string(++m_started);
+    m_logs.push_back(m_folder / name);
+    m_workers.push_back(startClient(
+        {"storm", m_logs.back(), name, std::to_string(m_random()), std::to_string(life.count())},
+        {{"BXM_HOME", m_home.path().string()}}, -1, -1));
+  }
+  void killOne() {
+    const std::size_t chosen = roll(m_workers.size());
+    end(m_workers[chosen]);
+    m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(chosen));
+  }
+  void letEnd() {
+    for (const pid_t worker : std::exchange(m_workers, {})) {
+      int status = 0;
+      ::waitpid(worker, &status, 0);
+      EXPECT_EQ(status, 0);
+    }
+  }
+  std::size_t roll(std::size_t sides) { return m_random() % sides; }
+
+  /// What a newcomer finds: every queue's depth is what a browse counts, and nothing waits.
+  void lookFromOutside() {
+    const auto took = timed([&] {
+      Peer peer(m_home.path().string());
+      peer.words("connect");
+      for (const std::string& queue : kStormQueues) {
+        const std::string depth = peer.words("depth " + queue).at(0);
+        const std::size_t browsed = peer.words("browse " + queue).size();
+        if (m_workers.empty()) {
+          EXPECT_EQ(depth, std::to_string(browsed)) << queue;
+        }
+      }
+      peer.words("put PROBE x");
+      peer.words("disconnect");
+    });
+    EXPECT_LT(took, std::chrono::seconds(2));
+    m_slowest = std::max(m_slowest, took);
+  }
+
+  void check() {
+    History history;
+    for (const std::string& log : m_logs) history.read(log);
+    Peer peer(m_home.path().string());
+    peer.words("connect");
+    for (const std::string& queue : kStormQueues) {
+      const auto names = peer.words("browse " + queue);
+      EXPECT_EQ(peer.words("depth " + queue).at(0), std::to_string(names.size()));
+      history.left(queue, names);
+    }
+    const auto faults = history.faults();
+    for (std::size_t i = 0; i < faults.size() && i < 20; ++i) ADD_FAILURE() << faults[i];
+    if (!faults.empty()) ADD_FAILURE() << faults.size() << " faults, seed " << m_seed;
+    std::cout << history.counts() << "; slowest look from outside " << m_slowest.count() << " ms\n";
+  }
+
+private:
+  static void end(pid_t worker) {
+    ::kill(worker, SIGKILL);
+    ::waitpid(worker, nullptr, 0);
+  }
+
+  support::TempFolder m_home, m_folder;
+  unsigned m_seed = static_cast<unsigned>(setting("FAULTS_SEED", static_cast<int>(::getpid())));
+  std::mt19937 m_random{m_seed};
+  std::vector<pid_t> m_workers;
+  std::vector<std::string> m_logs;
+  int m_started = 0;
+  milliseconds m_slowest{0};
+};
+
+TEST(Storm, EveryMessageIsDeliveredOnceOrStillThereAndInOrder) {
+  Storm storm;
+  const auto end = Clock::now() + std::chrono::seconds(setting("FAULTS_SECONDS", 20));
+  for (int i = 0; i < 4; ++i) storm.startWorker(milliseconds(60000));
+  while (Clock::now() < end) {
+    std::this_thread::sleep_for(milliseconds(20 + storm.roll(150)));
+    storm.killOne();
+    storm.startWorker(milliseconds(600000));
+  }
+  for (int i = 0; i < 4; ++i) storm.killOne();
+  for (int i = 0; i < 2; ++i) storm.startWorker(milliseconds(300));
+  storm.letEnd();
+  storm.check();
+}
+
+TEST(Storm, AfterARandomDeathTheNextCommandDoesNotWait) {
+  Storm storm;
+  const int kills = setting("FAULTS_KILLS", 40);
+  for (int i = 0; i < kills; ++i) {
+    storm.startWorker(milliseconds(60000));
+    if (i % 2 == 0) storm.startWorker(milliseconds(60000));
+    std::this_thread::sleep_for(milliseconds(20 + storm.roll(100)));
+    storm.killOne();
+    storm.lookFromOutside();
+    if (i % 2 == 0) storm.killOne();
+  }
+  storm.check();
+}
+
+} // namespace
+} // namespace faults
