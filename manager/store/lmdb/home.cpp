@@ -1,6 +1,7 @@
 #include "manager/store/lmdb/home.h"
 
 #include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
 #include "manager/store/names.h"
 
 #include <algorithm>
@@ -121,6 +122,7 @@ std::string Home::defaultName() {
   if (std::getline(again, name) && isName(name)) return name;
   if (!list().empty()) throw Failure(BXRC_Q_MGR_NAME_ERROR, "no queue manager is the default one");
   build(kFirstManager);
+  BXM_KILL_POINT("manager-built");
   markDefault(kFirstManager);
   return kFirstManager;
 }
@@ -181,6 +183,7 @@ void Home::build(const std::string& name) {
   if (::mkdir(made.c_str(), 0770) != 0)
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot make the folder " + made);
   { const Durable complete(made, Durable::Open::kCreate); }
+  BXM_KILL_POINT("manager-made");
   renameOrFail(made, folderOf(name));
   syncPath(m_folder);
 }

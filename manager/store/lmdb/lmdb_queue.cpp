@@ -85,6 +85,7 @@ std::uint64_t LmdbQueue::depthWhileLocked() {
 bool LmdbQueue::reserve() {
   // Counted before it is checked: of two that meet at the limit, none passes it.
   m_access.uncommitted.fetch_add(1);
+  BXM_KILL_POINT("put-reserved");
   const auto fits = [this] {
     return depthWhileLocked() <= static_cast<std::uint64_t>(m_definition.maxDepth);
   };
@@ -130,6 +131,7 @@ void LmdbQueue::consumeTaken() {
 void LmdbQueue::markTakenDeleted() {
   visitTaken([](const Position&, std::atomic<std::uint32_t>& entry) {
     entry.store(TakeEntry::deleted());
+    BXM_KILL_POINT("commit-entry");
   });
   forgetTaken();
 }
@@ -147,6 +149,7 @@ void LmdbQueue::releaseTaken() {
   for (std::size_t priority = 0; priority < lowest.size(); ++priority)
     if (lowest[priority] != UINT64_MAX)
       lowerFloor(m_share->slot.floors[priority], lowest[priority]);
+  BXM_KILL_POINT("release-lowered");
   forgetTaken();
   announceArrival(m_share->slot);
 }

@@ -45,6 +45,7 @@ void replayJournals(const Durable& durable, const std::string& folder) {
   for (const auto& [queue, positions] : consumed)
     deleteMessages(txn.get(), durable, queue, positions);
   txn.commit();
+  BXM_KILL_POINT("replay-committed");
   removeTakeJournals(folder);
 }
 
@@ -130,6 +131,7 @@ void LmdbStore::purgeDeletedQueues() {
     purges = readPurges(snapshot.txn(), m_durable);
   }
   for (const QueueDefinition& queue : purges) {
+    BXM_KILL_POINT("purge-begin");
     retireQueue(queue);
     bool more = true;
     while (more) {
@@ -197,6 +199,7 @@ void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
                                  TakeEntry::make(TakeEntry::kConsumed, number, position.priority));
                            } else {
                              entry.store(TakeEntry::kFree);
+                             BXM_KILL_POINT("recover-freed");
                              lowerFloor(queue->slot.floors[position.priority], sequence);
                              released = true;
                            }
@@ -210,6 +213,7 @@ void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
     Settling settling(access, turn, ::mdb_txn_id(txn.get()), 0, consumed.size());
     txn.commit();
     settling.done();
+    BXM_KILL_POINT("recover-settled");
     for (const Position& position : consumed)
       queue->takes.at(position.sequence).store(TakeEntry::deleted());
   }

@@ -2,6 +2,7 @@
 
 #include "bx/bx.h"
 #include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -102,6 +103,7 @@ void Runtime::remake(std::uint64_t storeId) {
 }
 
 void Runtime::seal() {
+  BXM_KILL_POINT("runtime-before-seal");
   std::atomic_thread_fence(std::memory_order_seq_cst);
   m_layout->sealed = 1;
 }
@@ -147,6 +149,7 @@ std::uint32_t Runtime::claimConnection() {
     connection(slot).committing = 0;
     connection(slot).process = static_cast<std::uint32_t>(::getpid());
     connection(slot).used = 1;
+    BXM_KILL_POINT("connection-claimed");
     std::uint32_t limit = m_layout->connectionLimit.load();
     while (limit <= slot && !m_layout->connectionLimit.compare_exchange_weak(limit, slot + 1)) {
     }
@@ -222,6 +225,7 @@ std::uint32_t Runtime::claimAccess(std::uint32_t connectionSlot,
     if (candidate.connection.load() ||
         !candidate.connection.compare_exchange_strong(none, connectionSlot + 1))
       continue;
+    BXM_KILL_POINT("access-claimed");
     candidate.queueSlot = definition.slot;
     candidate.lowest = UINT64_MAX;
     candidate.highest = 0;

@@ -155,8 +155,10 @@ void Settler::settleAll() {
   for (Settling& settling : settlings) settling.done();
   for (std::size_t i = 0; i < work.size(); ++i) {
     Consumption* member = work[i];
-    for (const Position& position : member->m_inWork)
+    for (const Position& position : member->m_inWork) {
       member->m_share->takes.at(position.sequence).store(TakeEntry::deleted());
+      BXM_KILL_POINT("settle-entry");
+    }
     member->m_size -= member->m_inWork.size();
     member->m_inWork.clear();
     if (trims[i] > 0) member->m_share->takes.forget(trims[i]);
