@@ -45,12 +45,6 @@ protected:
       return UCSS::ucsToUTF8(e.getKELErrorMessage(0).getId()) + " " + e.what();
     }
   }
-  std::string filesInFolder() const {
-    std::string names;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder.path()))
-      names += entry.path().filename().string() + " ";
-    return names;
-  }
 
   support::TempFolder m_folder;
   const std::string m_file = m_folder / "a.ini";
@@ -70,23 +64,13 @@ TEST_F(IniStoreTest, ReadsFilesAsPeopleHaveThem) {
   EXPECT_THAT(read(""), IsEmpty());
   EXPECT_THAT(read("\xEF\xBB\xBF[s]\r\na\t=\tb c\t\r\n\r\nm\u00FCll=\u20AC\r\n"),
               ElementsAre("s:a=b c", "s:m\u00FCll=\u20AC"));
-  EXPECT_THAT(read("\xEF\xBB\xBF"
-                   "a=1\n\xEF\xBB\xBF"
-                   "b=2"),
-              ElementsAre(":a=1", ":\uFEFFb=2"));
 }
 
-TEST_F(IniStoreTest, LongLinesAreSeveral) {
+TEST_F(IniStoreTest, LongLinesAreSeveralButNoCharacterIsTornApart) {
   EXPECT_THAT(read("k=" + std::string(1497, 'v') + "\nb=1"),
               ElementsAre(":b=1", ":k=" + std::string(1497, 'v')));
-  EXPECT_THAT(read("k=" + std::string(1497, 'v') + "x=1\n"),
-              ElementsAre(":k=" + std::string(1497, 'v'), ":x=1"));
-}
-
-TEST_F(IniStoreTest, TheEndOfAPieceTearsNoCharacterApart) {
-  for (const std::string& c :
-       {std::string("\u00E4"), std::string("\u20AC"), std::string("\U0001F600")})
-    for (size_t before = 1; before < c.size(); ++before) {
+  for (const std::string& c : {std::string("x"), std::string("\u20AC"), std::string("\U0001F600")})
+    for (size_t before = 0; before < c.size(); ++before) {
       const std::string value(1497 - before, 'v');
       EXPECT_THAT(read("k=" + value + c + "=1\n"), ElementsAre(":k=" + value, ":" + c + "=1"));
     }
@@ -102,19 +86,6 @@ TEST_F(IniStoreTest, ADeclaredParameterGainsOnlyAValue) {
   EXPECT_TRUE(p.m_bFound);
   EXPECT_EQ(p.m_sGroup + p.m_sName + p.m_sStoreValue + p.m_sDefault, u"QueuesDepth75");
   EXPECT_NO_THROW(store.handleErrors());
-}
-
-TEST_F(IniStoreTest, RefusesWhatIsNoFile) {
-  const auto read = [](const std::string& file) {
-    return failure([&] { CCMEParameterINIStore(file).read(); });
-  };
-  const std::string text = "9113E Failed to open ini file for reading [";
-  EXPECT_EQ(read(m_file), text + m_file + "]");
-  EXPECT_EQ(read(m_folder.path()), text + m_folder.path().string() + "]");
-  put("a=1");
-  chmod(m_file.c_str(), 0);
-  const bool mayReadAll = geteuid() == 0;
-  EXPECT_EQ(read(m_file), mayReadAll ? "" : text + m_file + "]");
 }
 
 TEST_F(IniStoreTest, WritesKeysAndValues) {
@@ -150,22 +121,21 @@ TEST_F(IniStoreTest, AFailedWriteSaysSoAndKeepsTheOldFile) {
   std::signal(SIGXFSZ, handler);
   EXPECT_EQ(text, "9112E Failed to open ini file for writing [" + m_file + "]");
   EXPECT_EQ(content(), old);
-  EXPECT_EQ(filesInFolder(), "a.ini ");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.path()), {}), 1);
 }
 
-TEST_F(IniStoreTest, RefusesToWriteWhereItCannot) {
-  const auto write = [&](const std::string& file) {
-    put("a=1");
-    CCMEParameterINIStore store(m_file);
-    store.read();
-    CCMEParameterINIStore target(file);
-    target.parameters() = store.parameters();
-    return failure([&] { target.write(); });
-  };
-  const std::string text = "9112E Failed to open ini file for writing [";
-  for (const std::string& file :
-       {m_folder.path().string(), m_folder / "no/a.ini", std::string("/dev/full")})
-    EXPECT_EQ(write(file), text + file + "]");
+TEST_F(IniStoreTest, RefusesWhatItCannotReadOrWrite) {
+  const std::string folder = m_folder.path().string();
+  for (const std::string& file : {folder, m_folder / "no/a.ini", std::string("/dev/full")}) {
+    CCMEParameterINIStore store(file);
+    if (file != "/dev/full") {
+      EXPECT_EQ(failure([&] { store.read(); }),
+                "9113E Failed to open ini file for reading [" + file + "]");
+    }
+    store.parameters()[u"G:N"];
+    EXPECT_EQ(failure([&] { store.write(); }),
+              "9112E Failed to open ini file for writing [" + file + "]");
+  }
 }
 
 } // namespace

@@ -67,7 +67,6 @@ TEST(Parameter, IsDeclaredByARow) {
   EXPECT_EQ(p.m_nStoreType, CCMEParameter::INTEGER);
   EXPECT_FALSE(p.m_bRequired);
   EXPECT_TRUE(p.m_bQuiet && p.m_bCurrent && p.m_bTypeCheck && !p.m_bFound);
-  EXPECT_EQ(CCMEParameter::typeOf(u"boolean"), CCMEParameter::BOOLEAN);
   EXPECT_EQ(CCMEParameter::typeOf(u"LONG"), CCMEParameter::STRING);
   EXPECT_EQ(CCMEParameter::typeWord(3), u"UNKNOWN TYPE");
 }

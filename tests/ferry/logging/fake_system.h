@@ -3,7 +3,6 @@
 #include "ferry/logging/log_system.h"
 
 #include <atomic>
-#include <cstring>
 
 /// A clock that the test turns by hand, and file operations that fail on demand. In
 /// force while it lives.

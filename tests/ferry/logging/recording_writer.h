@@ -28,7 +28,6 @@ struct Recorder : CLogWriterFactory {
       for (const UnicodeString& line : lines) (u" " + line).toUTF8String(text);
       m_recorder.m_written[m_host].push_back(text);
       m_recorder.m_time = time;
-      m_recorder.m_category = category;
       if (const auto it = m_recorder.m_onWrite.find(m_host); it != m_recorder.m_onWrite.end())
         it->second();
     }
@@ -48,6 +47,5 @@ struct Recorder : CLogWriterFactory {
   Texts m_events;
   std::map<std::string, Texts> m_written;
   UnicodeString m_time;
-  UnicodeString m_category;
   std::map<std::string, std::function<void()>> m_onWrite;
 };

@@ -1,17 +1,10 @@
 #include <gtest/gtest.h>
-#include <unicode/ucnv.h>
 #include <unicode/ustream.h>
 
 #include "ferry/errors/exception.h"
-#include "ferry/text/default_code_page.h"
 #include "ferry/text/ucss.h"
 
 namespace {
-
-class Utf8 : public ::testing::Environment {
-  void SetUp() override { UseUTF8CodePage_v(); }
-};
-const auto* const utf8 = ::testing::AddGlobalTestEnvironment(new Utf8);
 
 std::string conversionError(const UnicodeString& s) {
   try {
@@ -20,12 +13,6 @@ std::string conversionError(const UnicodeString& s) {
     EXPECT_EQ(VRK_CRITICAL_ERROR, error.Severity());
     return error.what();
   }
-}
-
-TEST(CodePage, Utf8SurvivesAnEnvironmentWithoutIt) {
-  ucnv_setDefaultName("US-ASCII"); // what LANG=C gives, unless ICU is fixed to UTF-8
-  UseUTF8CodePage_v();
-  EXPECT_EQ("gr\u00fc\u00df", UCSS::ucsToDCP(UnicodeString("gr\u00fc\u00df")));
 }
 
 // Lengths around the switch from the stack buffer to the heap, in characters of one to four bytes.

@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 #include <unicode/unistr.h>
-#include <vector>
 
 /// Reads documents back with a parser that had no part in writing them. Texts are UTF-8.
 class SecondReader {
@@ -16,8 +15,6 @@ public:
     m_document.reset(xmlReadMemory(utf8.data(), static_cast<int>(utf8.size()), nullptr, nullptr,
                                    XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   }
-
-  bool wellFormed() const { return m_document != nullptr; }
 
   /// The document in one line: NAME(attribute=value){text or children}.
   std::string outline() const {
