@@ -165,6 +165,10 @@ bool LmdbStore::recoverDead() {
 }
 
 void LmdbStore::recoverConnection(std::uint32_t slot) {
+  // Who dies in a commit may leave it on the disk and not yet announced: snapshots would still show
+  // what it deleted, and what is given back below could be taken a second time. The next write
+  // transaction announces it.
+  { const WriteTransaction announces(m_durable); }
   const std::uint32_t limit = m_runtime.accessLimit();
   const bool committing = m_runtime.connection(slot).committing.load() == 1;
   std::vector<std::uint32_t> accesses;
