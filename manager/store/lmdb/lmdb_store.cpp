@@ -165,6 +165,10 @@ bool LmdbStore::recoverDead() {
 }
 
 void LmdbStore::recoverConnection(std::uint32_t slot) {
+  // A process that dies while it commits may leave a transaction that is on disk and that readers
+  // are not shown yet. Whoever next has the right to write sets that straight, and only then is
+  // known what the dead one had deleted.
+  { const WriteTransaction latest(m_durable); }
   // Who dies in a commit may leave it on the disk and not yet announced: snapshots would still show
   // what it deleted, and what is given back below could be taken a second time. The next write
   // transaction announces it.
@@ -190,25 +194,24 @@ void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
   const std::uint32_t queueSlot = access.queueSlot.load(), queueId = access.queueId.load();
   if (queueId == 0 || m_runtime.queue(queueSlot).queueId.load() != queueId) return;
   const auto queue = share(queueId, queueSlot);
+  const std::uint64_t lowest = access.lowest.load(), highest = access.highest.load();
   std::vector<Position> consumed;
-  bool released = false;
-  queue->takes.forEachOf(number, access.lowest.load(), access.highest.load(),
-                         [&](std::uint64_t sequence, auto& entry) {
-                           const std::uint32_t value = entry.load();
-                           const Position position{TakeEntry::priorityOf(value), sequence};
-                           if (TakeEntry::stateOf(value) == TakeEntry::kConsumed) {
-                             consumed.push_back(position);
-                           } else if (finishCommit) {
-                             entry.store(
-                                 TakeEntry::make(TakeEntry::kConsumed, number, position.priority));
-                           } else {
-                             entry.store(TakeEntry::kFree);
-                             BXM_KILL_POINT("recover-freed");
-                             lowerFloor(queue->slot.floors[position.priority], sequence);
-                             released = true;
-                           }
-                         });
-  if (finishCommit) return;
+  queue->takes.forEachOf(number, lowest, highest, [&](std::uint64_t sequence, auto& entry) {
+    const std::uint32_t value = entry.load();
+    const Position position{TakeEntry::priorityOf(value), sequence};
+    if (TakeEntry::stateOf(value) == TakeEntry::kConsumed) {
+      consumed.push_back(position);
+    } else if (finishCommit) {
+      entry.store(TakeEntry::make(TakeEntry::kConsumed, number, position.priority));
+    } else {
+      entry.store(TakeEntry::kFree);
+      BXM_KILL_POINT("recover-freed");
+    }
+  });
+  if (finishCommit || lowest > highest) return;
+  // Also for entries that are free already: their owner, or an earlier recoverer, may have died
+  // between freeing them and lowering the floor.
+  for (auto& floor : queue->slot.floors) lowerFloor(floor, lowest);
   if (!consumed.empty()) {
     access.consumed = consumed.size();
     WriteTransaction txn(m_durable);
@@ -221,7 +224,7 @@ void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {
     for (const Position& position : consumed)
       queue->takes.at(position.sequence).store(TakeEntry::deleted());
   }
-  if (released) announceArrival(queue->slot);
+  announceArrival(queue->slot);
 }
 
 } // namespace bxm
