@@ -123,14 +123,14 @@ bool purgeSome(MDB_txn* txn, const Durable& durable, std::uint32_t queue) {
 
 } // namespace
 
+std::vector<QueueDefinition> LmdbStore::deletedQueues() {
+  Reader reader(m_durable);
+  const Reader::Snapshot snapshot(reader);
+  return readPurges(snapshot.txn(), m_durable);
+}
+
 void LmdbStore::purgeDeletedQueues() {
-  std::vector<QueueDefinition> purges;
-  {
-    Reader reader(m_durable);
-    const Reader::Snapshot snapshot(reader);
-    purges = readPurges(snapshot.txn(), m_durable);
-  }
-  for (const QueueDefinition& queue : purges) {
+  for (const QueueDefinition& queue : deletedQueues()) {
     BXM_KILL_POINT("purge-begin");
     retireQueue(queue);
     bool more = true;
@@ -160,15 +160,14 @@ bool LmdbStore::recoverDead() {
     m_runtime.releaseConnection(slot);
     any = true;
   }
-  if (any) m_durable.clearStaleReaders();
+  if (any) {
+    m_durable.clearStaleReaders();
+    for (const QueueDefinition& queue : deletedQueues()) retireQueue(queue);
+  }
   return any;
 }
 
 void LmdbStore::recoverConnection(std::uint32_t slot) {
-  // A process that dies while it commits may leave a transaction that is on disk and that readers
-  // are not shown yet. Whoever next has the right to write sets that straight, and only then is
-  // known what the dead one had deleted.
-  { const WriteTransaction latest(m_durable); }
   // Who dies in a commit may leave it on the disk and not yet announced: snapshots would still show
   // what it deleted, and what is given back below could be taken a second time. The next write
   // transaction announces it.
