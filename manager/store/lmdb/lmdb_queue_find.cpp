@@ -162,18 +162,18 @@ Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint) {
 }
 
 Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
+  lookAfterOthers();
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
-  lookAfterOthers();
   const Found found = scanAndTake(receiver, syncpoint);
   if (found != Found::kNothing || !recoverOthers()) return found;
   return scanAndTake(receiver, syncpoint);
 }
 
 Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncpoint) {
+  lookAfterOthers();
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
-  lookAfterOthers();
   Reader::Snapshot snapshot(m_session.reader());
   StoredMessage message{position, {}, clockNow()};
   if (!find(snapshot, m_share->id, message) ||
@@ -189,8 +189,8 @@ Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncp
 }
 
 Found LmdbQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
-  if (!exists()) return Found::kNothing;
   lookAfterOthers();
+  if (!exists()) return Found::kNothing;
   Reader::Snapshot snapshot(m_session.reader());
   QueueScan scan(*m_share, snapshot, after);
   while (scan.next()) {
