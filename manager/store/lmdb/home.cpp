@@ -112,18 +112,26 @@ std::string Home::folderOf(std::string_view name) const {
 
 // ---- The default manager ------------------------------------------------------------------------
 
-std::string Home::defaultName() {
+std::string Home::markedName() const {
   std::ifstream in(m_folder + "/" + kDefaultFile);
   std::string name;
-  if (std::getline(in, name) && isName(name)) return name;
+  return std::getline(in, name) && isName(name) ? name : "";
+}
+
+std::string Home::defaultName() {
+  if (const std::string name = markedName(); !name.empty() && fs::exists(folderOf(name)))
+    return name;
   makeHome();
   const HomeLock lock(m_folder);
-  std::ifstream again(m_folder + "/" + kDefaultFile);
-  if (std::getline(again, name) && isName(name)) return name;
-  if (!list().empty()) throw Failure(BXRC_Q_MGR_NAME_ERROR, "no queue manager is the default one");
-  build(kFirstManager);
-  BXM_KILL_POINT("manager-built");
+  const std::string marked = markedName();
+  if (!list().empty()) {
+    if (marked.empty()) throw Failure(BXRC_Q_MGR_NAME_ERROR, "no queue manager is the default one");
+    return marked;
+  }
+  // Marked before it is made: who dies in between leaves nothing that the next cannot make good.
   markDefault(kFirstManager);
+  BXM_KILL_POINT("manager-marked");
+  build(kFirstManager);
   return kFirstManager;
 }
 
@@ -170,9 +178,15 @@ std::unique_ptr<StoreSession> Home::connect(std::string_view wanted) {
 
 void Home::makeHome() {
   std::error_code error;
+  std::vector<fs::path> parents; // of what is made, to be synced: a power cut must not take it away
+  for (fs::path path = m_folder; !path.empty() && !fs::exists(path, error);
+       path = path.parent_path())
+    parents.push_back(path.has_parent_path() ? path.parent_path() : ".");
   fs::create_directories(m_folder, error);
   if (error)
     failWithErrno(error.value(), BXRC_Q_MGR_NOT_AVAILABLE, "cannot make the folder " + m_folder);
+  for (const fs::path& parent : parents)
+    if (::access(parent.c_str(), R_OK) == 0) syncPath(parent);
 }
 
 /// Makes a manager under another name and renames it, so that nobody finds half of one.
@@ -220,9 +234,7 @@ void Home::remove(const std::string& name) {
   syncPath(m_folder);
   fs::remove_all(gone, error);
   if (error) failWithErrno(error.value(), BXRC_UNEXPECTED, "cannot delete " + gone);
-  std::ifstream in(m_folder + "/" + kDefaultFile);
-  std::string marked;
-  if (std::getline(in, marked) && marked == name) fs::remove(m_folder + "/" + kDefaultFile, error);
+  if (markedName() == name) fs::remove(m_folder + "/" + kDefaultFile, error);
 }
 
 void Home::setSettings(const std::string& name, const ManagerSettings& settings) {
@@ -235,9 +247,7 @@ void Home::setSettings(const std::string& name, const ManagerSettings& settings)
 
 std::vector<Catalog::Entry> Home::list() {
   std::vector<Entry> managers;
-  std::ifstream in(m_folder + "/" + kDefaultFile);
-  std::string marked;
-  std::getline(in, marked);
+  const std::string marked = markedName();
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(m_folder, error)) {
     const std::string name = entry.path().filename().string();

@@ -25,6 +25,8 @@ public:
 private:
   std::string folderOf(std::string_view name) const;
   std::string defaultName();
+  /// The name in the file that marks the default manager; empty when there is none.
+  std::string markedName() const;
   void markDefault(const std::string& name);
   std::shared_ptr<LmdbStore> open(const std::string& name);
   void makeHome();
