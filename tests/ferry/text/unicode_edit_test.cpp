@@ -28,6 +28,7 @@ TEST(UnicodeEdit, CharactersAreRemovedAndCounted) {
   UnicodeString s(u"\ra\rb\r");
   EXPECT_EQ(3, UCSS::Remove(s, 13));
   EXPECT_EQ(u"ab", s);
+  EXPECT_EQ(0, UCSS::Remove(s, 13));
   UnicodeString copy(s = UnicodeString(100000, u'x', 100000));
   EXPECT_EQ(100000, UCSS::Remove(s, u'x'));
   EXPECT_TRUE(s.isEmpty());
