@@ -94,14 +94,22 @@ bool LmdbSession::createQueue(QueueDefinition& definition) {
 
 StoreSession::Deleted LmdbSession::deleteQueue(std::string_view name, bool purge) {
   const Durable& durable = m_store->durable();
-  if (!purge) m_store->recoverDead();
+  std::shared_ptr<LmdbQueue> queue;
+  if (!purge) {
+    m_store->recoverDead();
+    // Before the transaction: it may have to wait for the settler, which may wait to write.
+    if (const auto found = findQueue(name))
+      queue = std::static_pointer_cast<LmdbQueue>(open(*found));
+  }
   {
     WriteTransaction txn(durable);
     const auto definition = readDefinition(txn.get(), durable, name);
     if (!definition) return Deleted::kUnknownQueue;
+    // A queue that somebody made just now under the old one's name is not meant.
+    if (!purge && (!queue || queue->definition().id != definition->id))
+      return Deleted::kUnknownQueue;
     // Nobody commits meanwhile: the depth is exact.
-    if (!purge && std::static_pointer_cast<LmdbQueue>(open(*definition))->depthWhileLocked() > 0)
-      return Deleted::kNotEmpty;
+    if (!purge && queue->depthWhileLocked() > 0) return Deleted::kNotEmpty;
     deleteDefinition(txn.get(), durable, *definition);
     BXM_KILL_POINT("delete-before-commit");
     txn.commit();
