@@ -112,6 +112,8 @@ Durable::Durable(const std::string& folder, Open how) {
   struct stat status {};
   if (!create && ::stat((folder + kFileName).c_str(), &status) != 0)
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "no store in " + folder);
+  if (!create && status.st_size == 0) // the library would make a new store of it
+    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, "the store in " + folder + " is empty");
   try {
     openEnvironment(folder);
     openTables(create);
