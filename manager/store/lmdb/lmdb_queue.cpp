@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 
 namespace bxm {
 
 namespace {
-constexpr int kDepthTries = 16;
+constexpr int kDepthTries = 10'000;
+constexpr int kImpatientTries = 16; ///< then others are let run
 } // namespace
 
 LmdbQueue::LmdbQueue(LmdbSession& session, const QueueDefinition& definition)
@@ -67,7 +69,6 @@ std::uint64_t LmdbQueue::depth() {
 
 std::uint64_t LmdbQueue::depthWhileLocked() {
   const Runtime& runtime = m_session.store().runtime();
-  const Durable& durable = m_session.store().durable();
   std::int64_t depth = 0;
   for (int tries = 0; tries < kDepthTries; ++tries) {
     const auto [counted, transaction] = durableDepth();
@@ -77,9 +78,18 @@ std::uint64_t LmdbQueue::depthWhileLocked() {
     for (std::uint32_t slot = 0; slot < limit && steady; ++slot)
       if (runtime.access(slot).queueId.load() == m_share->id)
         steady = readAccess(runtime.access(slot), transaction, depth);
-    if (steady && durable.lastTransaction() == transaction) break;
+    if (steady && isNewest(transaction)) break;
+    if (tries >= kImpatientTries) std::this_thread::yield();
   }
   return depth > 0 ? static_cast<std::uint64_t>(depth) : 0;
+}
+
+/// True when a snapshot begun now shows this transaction. A later one may be on its way to the
+/// disk.
+bool LmdbQueue::isNewest(std::uint64_t transaction) {
+  if (m_session.store().durable().lastTransaction() == transaction) return true;
+  const Reader::Snapshot snapshot(m_session.reader());
+  return ::mdb_txn_id(snapshot.txn()) == transaction;
 }
 
 bool LmdbQueue::reserve() {

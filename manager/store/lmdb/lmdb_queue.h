@@ -68,6 +68,7 @@ private:
   Found scanAndTake(Receiver& receiver, bool syncpoint);
   /// The durable depth, and the transaction as of which it is.
   std::pair<std::uint64_t, std::uint64_t> durableDepth();
+  bool isNewest(std::uint64_t transaction);
 
   LmdbSession& m_session;
   QueueDefinition m_definition;
