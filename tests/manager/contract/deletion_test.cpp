@@ -1,5 +1,6 @@
 #include "tests/manager/contract/fixture.h"
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -88,6 +89,26 @@ TEST_P(Deletion, ADeadReaderOfTheOldQueueDoesNotTouchTheNew) {
   for (const std::string& text : numbered("new", 3)) ASSERT_EQ(here.put(text), kOk);
   EXPECT_EQ(here.drain(), numbered("new", 3));
   EXPECT_EQ(mine.depth("Q"), 0);
+}
+
+/// Reading leaves work behind that is done a little later, in its own thread.
+TEST_P(Deletion, GoesOnBesideReaders) {
+  std::atomic<bool> stop = false;
+  std::thread reader([&] {
+    Connection c = connect();
+    const Queue theirs = c.open("Q");
+    while (!stop) {
+      for (int i = 0; i < 20; ++i) EXPECT_EQ(theirs.put("x", kPutLater), kOk);
+      EXPECT_EQ(c.commit(), kOk);
+      theirs.drain();
+    }
+  });
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(mine.createQueue("TEMPORARY"), kOk);
+    EXPECT_EQ(connect().deleteQueue("TEMPORARY"), kOk);
+  }
+  stop = true;
+  reader.join();
 }
 
 } // namespace contract

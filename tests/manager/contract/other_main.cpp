@@ -131,11 +131,11 @@ private:
   void move(std::istream& words) {
     Queue &from = queue(words), &to = queue(words);
     for (int count = 1;; ++count) {
-      const Message m = from.get({.options = BXGMO_WAIT | BXGMO_SYNCPOINT, .wait = 100});
+      const Message m = from.get({.options = BXGMO_WAIT | BXGMO_SYNCPOINT, .wait = 10});
       if (m.codes == kOk) to.put(m.text, kPutLater);
       if (count % 97 == 0)
         mine().backout();
-      else if (count % 3 == 0)
+      else if (count % 3 == 0 || m.codes != kOk)
         mine().commit();
     }
   }

@@ -1,0 +1,78 @@
+#include "tests/manager/admin/programs.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
+  using Words = std::vector<std::string>;
+  for (const Words& words :
+       {Words{}, Words{"manager"}, Words{"manager", "frobnicate"}, Words{"manager", "create"},
+        Words{"manager", "create", "A", "B"}, Words{"manager", "create", "--frob"},
+        Words{"manager", "list", "A"}, Words{"manager", "alter", "A"},
+        Words{"manager", "alter", "A", "--sync", "sometimes"}, Words{"queue", "create"},
+        Words{"queue", "create", "Q", "--max-depth"}, Words{"queue", "create", "Q", "-m"},
+        Words{"queue", "create", "Q", "--max-depth", "many"},
+        Words{"queue", "create", "Q", "--max-depth", "1x"},
+        Words{"queue", "create", "Q", "--max-length", "99999999999"}}) {
+    const auto result = bxadm(words);
+    EXPECT_EQ(result.status, 2) << testing::PrintToString(words);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, StartsWith("bxadm: "));
+    EXPECT_THAT(result.err, HasSubstr("\nUsage:\n bxadm manager create NAME"));
+  }
+  EXPECT_THAT(run("strbxcsv", {"A", "B"}).err, HasSubstr("Usage:\n strbxcsv [NAME]"));
+  EXPECT_EQ(run("endbxcsv", {"--help-me"}).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(home)) << "wrong words do nothing";
+}
+
+TEST_F(Programs, ManagersAreMadeListedAndDeleted) {
+  EXPECT_EQ(done({"manager", "list"}), "");
+  EXPECT_EQ(done({"manager", "create", "B/c%d"}), "Queue manager B/c%d created.\n");
+  EXPECT_EQ(done({"manager", "create", "--default", "A"}), "Queue manager A created.\n");
+  EXPECT_EQ(done({"manager", "create", "default"}), "Queue manager default created.\n");
+  EXPECT_EQ(done({"manager", "create", "..", "--default"}), "Queue manager .. created.\n");
+  EXPECT_EQ(done({"manager", "list"}), ".. (default)\nA\nB/c%d\ndefault\n");
+  EXPECT_THAT(bxadm({"manager", "create", "A"}), FailsWithOneLine("A already"));
+  EXPECT_EQ(done({"manager", "delete", ".."}), "Queue manager .. deleted.\n");
+  EXPECT_EQ(done({"manager", "delete", "B/c%d"}), "Queue manager B/c%d deleted.\n");
+  EXPECT_THAT(bxadm({"manager", "delete", "B/c%d"}), FailsWithOneLine("B/c%d"));
+  EXPECT_EQ(done({"manager", "list"}), "A\ndefault\n") << "nobody inherits the mark";
+  EXPECT_THAT(bxadm({"queue", "list"}), FailsWithOneLine("default"));
+  EXPECT_EQ(done({"manager", "create", "A2", "--default"}), "Queue manager A2 created.\n");
+  EXPECT_EQ(done({"queue", "list"}), "");
+}
+
+TEST_F(Programs, NamesThatAreNoneAreRefused) {
+  for (const std::string& name : {std::string("a b"), std::string(49, 'x'), std::string("a-b"),
+                                  std::string("caf\xc3\xa9"), std::string("")}) {
+    EXPECT_THAT(bxadm({"manager", "create", name}), FailsWithOneLine(name));
+    EXPECT_THAT(bxadm({"manager", "delete", name}), FailsWithOneLine(name));
+    EXPECT_THAT(bxadm({"manager", "alter", name, "--sync", "full"}), FailsWithOneLine(name));
+  }
+  EXPECT_EQ(done({"manager", "create", std::string(48, 'x')}),
+            "Queue manager " + std::string(48, 'x') + " created.\n");
+}
+
+TEST_F(Programs, TheSyncAndTheCommandServerAreSwitched) {
+  done({"manager", "create", "A"});
+  EXPECT_EQ(done({"manager", "alter", "--sync", "full", "A"}),
+            "Queue manager A altered: sync full.\n");
+  EXPECT_EQ(done({"manager", "alter", "A", "--sync", "batch"}),
+            "Queue manager A altered: sync batch.\n");
+  EXPECT_EQ(run("endbxcsv", {"A"}).out, "Command server stopped.\n");
+  EXPECT_EQ(run("endbxcsv", {"A"}).status, 0) << "stopped is stopped";
+  EXPECT_EQ(run("strbxcsv", {"A"}).out, "Command server started.\n");
+  EXPECT_THAT(run("strbxcsv", {"NONE"}), FailsWithOneLine("NONE"));
+  EXPECT_THAT(run("strbxcsv"), FailsWithOneLine("default"));
+}
+
+TEST_F(Programs, AFullStandardOutputIsAnError) {
+  done({"manager", "create", "A"});
+  support::Process list({support::binDir() + "/bxadm", "manager", "list"});
+  list.environment("BXM_HOME", home).redirect(1, "/dev/full", O_WRONLY);
+  EXPECT_THAT(list.run(), FailsWithOneLine("standard output"));
+}
+
+} // namespace

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "bx/bx.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct AllStructures {
+  BXMD md;
+  BXOD od;
+  BXGMO gmo;
+  BXPMO pmo;
+  BXCNO cno;
+  BXBO bo;
+};
+
+void fillInC(struct AllStructures* all);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "manager/store/failure.h"
+#include "manager/store/lmdb/home.h"
+#include "manager/store/lmdb/lmdb_session.h"
+#include "manager/store/put_batch.h"
+#include "manager/store/record.h"
+#include "tests/support/temp_folder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace bxm {
+
+/// A manager M with a queue Q, worked on through the store's interface.
+class OneManager : public testing::Test {
+protected:
+  OneManager() {
+    open();
+    home->create("M", false);
+    const auto session = home->connect("M");
+    QueueDefinition queue;
+    queue.name = "Q";
+    EXPECT_TRUE(session->createQueue(queue));
+  }
+
+  /// As a program that starts finds it. Closes what was open before, when nothing is connected.
+  void open() {
+    home.reset();
+    home = std::make_unique<Home>(folder.path().string());
+  }
+  std::string file(const std::string& name) const { return folder / ("M/" + name); }
+
+  void put(StoreSession& session, const std::vector<std::string>& texts) {
+    const auto definition = *session.findQueue("Q");
+    const auto queue = session.open(definition);
+    PutBatch batch(session.scratchFolder());
+    for (const std::string& text : texts) {
+      ASSERT_TRUE(queue->reserve());
+      std::string header;
+      encodeRecordHeader(BXMD_DEFAULT, {clockNow(), 0}, {1, ++m_made}, header);
+      batch.append(definition.id, 0, header, text);
+    }
+    BXLONG reason = 0;
+    ASSERT_EQ(session.put(batch, reason), Committed::kDone);
+  }
+
+  /// Accepts what comes and keeps its text.
+  struct Text : Receiver {
+    std::string text;
+    Verdict judge(const StoredMessage&) override { return Verdict::kAccept; }
+    void deliver(const StoredMessage& message) override { text = recordData(message.record); }
+  };
+
+  static std::string take(StoreSession& session, bool syncpoint = false) {
+    Text text;
+    session.open(*session.findQueue("Q"))->take(text, syncpoint);
+    return text.text;
+  }
+
+  support::TempFolder folder;
+  std::unique_ptr<Home> home;
+
+private:
+  std::uint64_t m_made = 0;
+};
+
+} // namespace bxm

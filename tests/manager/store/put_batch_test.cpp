@@ -1,0 +1,65 @@
+#include "manager/store/failure.h"
+#include "manager/store/put_batch.h"
+#include "tests/support/temp_folder.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::size_t kBeyondMemory = 9 << 20;
+
+std::vector<std::size_t> sizesIn(const PutBatch& batch) {
+  std::vector<std::size_t> sizes;
+  batch.forEach([&sizes](const PutBatch::Entry& entry) { sizes.push_back(entry.record.size()); });
+  return sizes;
+}
+
+TEST(PutBatch, KeepsQueuePriorityAndOrderAlsoWhereItSpills) {
+  const support::TempFolder folder;
+  PutBatch batch(folder.path().string());
+  const std::string data(1 << 20, 'd');
+  for (std::uint32_t i = 0; i < 50; ++i)
+    batch.append(1 + i % 3, static_cast<int>(i % 10), std::string(i, 'h'), data);
+  std::uint32_t next = 0;
+  batch.forEach([&](const PutBatch::Entry& entry) {
+    EXPECT_EQ(entry.queue, 1 + next % 3);
+    EXPECT_EQ(entry.priority, static_cast<int>(next % 10));
+    EXPECT_EQ(entry.record, std::string(next, 'h') + data);
+    ++next;
+  });
+  EXPECT_EQ(next, 50U);
+  EXPECT_EQ(batch.counts(), (std::map<std::uint32_t, std::uint64_t>{{1, 17}, {2, 17}, {3, 16}}));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path())) << "what it spills has no name";
+
+  batch.clear();
+  EXPECT_TRUE(batch.empty());
+  EXPECT_TRUE(sizesIn(batch).empty());
+  batch.append(4, 0, "", "again");
+  EXPECT_EQ(sizesIn(batch), std::vector<std::size_t>{5});
+}
+
+TEST(PutBatch, OneMessageMayBeLargerThanTheMemoryForAll) {
+  const support::TempFolder folder;
+  PutBatch batch(folder.path().string());
+  batch.append(1, 0, "", std::string(kBeyondMemory, 'x'));
+  batch.append(1, 0, "", "small");
+  batch.append(1, 0, "", std::string(2 * kBeyondMemory, 'y'));
+  batch.append(1, 0, "", "");
+  EXPECT_EQ(sizesIn(batch), (std::vector<std::size_t>{kBeyondMemory, 5, 2 * kBeyondMemory, 0}));
+}
+
+TEST(PutBatch, IsAsItWasWhenTheFileCannotTakeIt) {
+  PutBatch batch("/nonexistent/folder");
+  batch.append(1, 0, "", std::string(kBeyondMemory, 'x'));
+  EXPECT_THROW(batch.append(2, 0, "", "one more"), Failure);
+  EXPECT_EQ(sizesIn(batch), std::vector<std::size_t>{kBeyondMemory});
+  EXPECT_EQ(batch.counts(), (std::map<std::uint32_t, std::uint64_t>{{1, 1}}));
+}
+
+} // namespace
+
+} // namespace bxm

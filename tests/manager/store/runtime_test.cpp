@@ -1,0 +1,89 @@
+#include "tests/manager/store/manager_fixture.h"
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace bxm {
+
+namespace {
+
+/// What the runtime holds counts only while it is whole and of this boot.
+class RuntimeFile : public OneManager {
+protected:
+  /// What another process would see after its connections are gone and the file was changed.
+  void after(const std::function<void()>& change) {
+    {
+      const auto session = home->connect("M");
+      put(*session, {"a", "b", "c"});
+      EXPECT_EQ(take(*session), "a");
+    }
+    home.reset();
+    change();
+    open();
+    const auto session = home->connect("M");
+    EXPECT_EQ(session->open(*session->findQueue("Q"))->depth(), 2U);
+    EXPECT_EQ(take(*session), "b");
+    EXPECT_EQ(take(*session), "c");
+    EXPECT_EQ(take(*session), "");
+  }
+
+  void patch(std::size_t offset, const std::string& bytes) const {
+    std::fstream out(file("runtime"), std::ios::in | std::ios::out | std::ios::binary);
+    out.seekp(static_cast<std::streamoff>(offset));
+    out << bytes;
+  }
+  std::uintmax_t size() const { return std::filesystem::file_size(file("runtime")); }
+};
+
+constexpr std::size_t kVersionAt = 8, kSealedAt = 12, kStoreIdAt = 16, kBootIdAt = 24;
+
+TEST_F(RuntimeFile, IsKeptWithinABoot) {
+  after([] {});
+}
+
+TEST_F(RuntimeFile, IsMadeAnewWhenItIsOfAnotherBootStoreOrVersionOrWasNeverFinished) {
+  after([this] { patch(kBootIdAt, "00000000-0000-0000-0000-000000000000"); });
+  after([this] { patch(kStoreIdAt, "XXXXXXXX"); });
+  after([this] { patch(kVersionAt, std::string("\x63\0\0\0", 4)); });
+  after([this] { patch(kSealedAt, std::string(4, '\0')); });
+}
+
+TEST_F(RuntimeFile, IsMadeAnewWhenItIsGarbage) {
+  after([this] { patch(0, std::string(size(), '\xFF')); });
+  after([this] { std::filesystem::resize_file(file("runtime"), 0); });
+  after([this] { std::filesystem::resize_file(file("runtime"), size() - 1); });
+  after([this] { std::filesystem::resize_file(file("runtime"), size() + 4096); });
+  after([this] { std::filesystem::remove(file("runtime")); });
+}
+
+TEST_F(RuntimeFile, TakeMapsOfAnotherBootAreNotRead) {
+  after([this] {
+    patch(kBootIdAt, "another boot");
+    for (const auto& entry : std::filesystem::directory_iterator(file("")))
+      if (entry.path().filename().string().starts_with("takes-"))
+        std::ofstream(entry.path(), std::ios::binary) << std::string(1 << 20, '\x11');
+  });
+}
+
+TEST_F(RuntimeFile, IsNotMadeAnewUnderSomebodyWhoUsesIt) {
+  const pid_t user = ::fork();
+  if (user == 0) {
+    Home own(folder.path().string());
+    const auto session = own.connect("M");
+    std::ofstream(folder / "connected") << "yes";
+    ::pause();
+  }
+  while (!std::filesystem::exists(folder / "connected")) ::usleep(1000);
+  open();
+  patch(kBootIdAt, "another boot");
+  EXPECT_THROW(home->connect("M"), Failure);
+  EXPECT_THROW(home->remove("M"), Failure);
+  ::kill(user, SIGKILL);
+  ::waitpid(user, nullptr, 0);
+  EXPECT_NE(home->connect("M"), nullptr);
+}
+
+} // namespace
+
+} // namespace bxm
