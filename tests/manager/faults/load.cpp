@@ -170,7 +170,7 @@ public:
         inUnit(1 + m_dice.roll(2), 1 + m_dice.roll(3));
       else
         direct(1 + m_dice.roll(5));
-      if (m_dice.roll(6) == 0) std::this_thread::sleep_for(milliseconds(m_dice.roll(250)));
+      if (m_dice.roll(8) == 0) std::this_thread::sleep_for(milliseconds(m_dice.roll(200)));
     }
     return 0; // the process ends without a disconnect
   }

@@ -1,0 +1,122 @@
+#include "tests/manager/faults/disk.h"
+#include "tests/manager/faults/peer.h"
+#include "tests/manager/faults/promises.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_folder.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <sys/wait.h>
+
+namespace faults {
+namespace {
+
+namespace fs = std::filesystem;
+
+int setting(const char* name, int byDefault) {
+  const char* value = std::getenv(name);
+  return value ? std::atoi(value) : byDefault;
+}
+
+class PowerCut : public ::testing::Test {
+protected:
+  /// Runs the load under the recorder.
+  void record(bool syncFull) {
+    Peer founder(home());
+    founder.words("connect");
+    founder.words("create Q");
+    founder.words("disconnect");
+    if (syncFull) {
+      support::Process alter(
+          {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
+      ASSERT_EQ(alter.environment("BXM_HOME", home()).run().status, 0);
+    }
+    m_disk.preset("durable.mdb", support::readFile(home() + "/DEFAULT/durable.mdb"));
+    std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
+    const pid_t load = startClient({"power", std::to_string(m_seed), "120"},
+                                   {{"BXM_HOME", home()},
+                                    {"LD_PRELOAD", preloadLibrary()},
+                                    {"FAULTS_RECORD", m_folder / "recording"}},
+                                   -1, -1);
+    int status = 0;
+    ::waitpid(load, &status, 0);
+    ASSERT_EQ(status, 0);
+    m_events = readRecording(m_folder / "recording");
+  }
+
+  /// Opens what a cut left as a machine that has booted does.
+  std::vector<std::string> found(const std::map<std::string, std::string>& files) {
+    const fs::path folder = m_folder / "cut/DEFAULT";
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    support::writeFile(m_folder / "cut/default", "DEFAULT\n");
+    for (const auto& [name, bytes] : files) support::writeFile(folder / name, bytes);
+    Peer booted(m_folder / "cut");
+    booted.words("connect");
+    auto names = booted.words("browse Q");
+    EXPECT_EQ(booted.words("depth Q").at(0), std::to_string(names.size()));
+    booted.words("put Q another");
+    if (!names.empty()) {
+      EXPECT_EQ(booted.words("get Q").at(0), names.front());
+    }
+    booted.words("disconnect");
+    return names;
+  }
+
+  /// Cuts the power in the middle of some calls, flushes more often than writes.
+  void cut(bool syncFull, std::size_t wanted) {
+    record(syncFull);
+    std::mt19937 random(m_seed);
+    Promises promises(syncFull);
+    std::size_t cuts = 0;
+    const auto calls = static_cast<std::size_t>(std::count_if(
+        m_events.begin(), m_events.end(), [](const Event& e) { return e.header.type != kMark; }));
+    for (const Event& event : m_events) {
+      if (event.header.type == kMark) {
+        promises.mark(event.data, event.header.micros);
+        continue;
+      }
+      if (random() % calls < (event.header.type == kWrite ? wanted : 2 * wanted)) {
+        const auto how = static_cast<Disk::Unflushed>(random() % 3);
+        const auto names = found(m_disk.afterCut(how, &event, random));
+        EXPECT_EQ(promises.faultOf(names, event.header.micros), "")
+            << "cut in event " << &event - m_events.data() << ", unflushed "
+            << static_cast<int>(how);
+        ++cuts;
+      }
+      m_disk.apply(event);
+      if (HasFailure()) break;
+    }
+    std::cout << cuts << " cuts in " << calls << " writes and flushes; at most "
+              << promises.mostBack() << " messages came back\n";
+  }
+
+  /// The recording is worth what it misses nothing: all its writes together are the file.
+  void expectCompleteRecording() {
+    std::mt19937 random;
+    EXPECT_TRUE(m_disk.afterCut(Disk::Unflushed::kKept, nullptr, random).at("durable.mdb") ==
+                support::readFile(home() + "/DEFAULT/durable.mdb"));
+  }
+
+  std::string home() const { return m_home.path().string(); }
+
+  support::TempFolder m_home, m_folder;
+  unsigned m_seed = static_cast<unsigned>(setting("FAULTS_SEED", static_cast<int>(::getpid())));
+  Disk m_disk;
+  std::vector<Event> m_events;
+};
+
+TEST_F(PowerCut, KeepsWhatWasCommittedAndBringsBackFewOfTheLastMessagesRead) {
+  cut(false, static_cast<std::size_t>(setting("FAULTS_CUTS", 120)));
+  expectCompleteRecording();
+}
+
+TEST_F(PowerCut, BringsNothingBackWithFullSynchronisation) {
+  cut(true, static_cast<std::size_t>(setting("FAULTS_CUTS", 50)));
+  expectCompleteRecording();
+}
+
+} // namespace
+} // namespace faults
