@@ -6,9 +6,9 @@
 #include "ferry/driver/record.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
+#include "ferry/text/ss.h"
 #include "ferry/text/ucss.h"
 
-#include <chrono>
 #include <unistd.h>
 
 namespace {
@@ -31,7 +31,7 @@ int Take_n(CCMEBX& obQueue, UnicodeString& sRecord) {
 }
 
 // Standard output as a sequence of records. Records that were taken off their queue are written one
-// by one, so that a failure loses no more than one of them. Peeked ones are gathered, for a moment.
+// by one, so that a failure loses no more than one of them; peeked ones go out by the bufferful.
 class CRecordOutput {
 public:
   explicit CRecordOutput(bool bGather) : m_bGather(bGather) {}
@@ -40,29 +40,22 @@ public:
     if (!m_bGather) m_obOutput.CheckReader_v();
   }
 
-  void Write_v(UnicodeString& sRecord) {
-    UCSS::Remove(sRecord, u'\r');
-    UCSS::Remove(sRecord, u'\n');
-    m_obOutput.Add_v(UCSS::ucsToDCP(sRecord.append(u'\n')));
-    if (!m_bGather || IsDue_b()) m_obOutput.Flush_v();
+  // Carriage returns and line feeds are removed from the narrow text, where they are searched for
+  // many bytes at a time; in the default code page nothing else holds these two bytes.
+  void Write_v(const UnicodeString& sRecord) {
+    std::string sText = UCSS::ucsToDCP(sRecord);
+    SS::Remove(sText, '\r');
+    SS::Remove(sText, '\n');
+    sText += '\n';
+    m_obOutput.Add_v(sText);
+    if (!m_bGather) m_obOutput.Flush_v();
   }
 
   void Flush_v() { m_obOutput.Flush_v(); }
 
 private:
-  using Clock = std::chrono::steady_clock;
-  bool IsDue_b() {
-    const auto obNow = Clock::now();
-    const bool bDue = obNow - m_obWritten >= LONGEST_DELAY;
-    if (bDue) m_obWritten = obNow;
-    return bDue;
-  }
-
-  static constexpr std::chrono::milliseconds LONGEST_DELAY{50};
-
   const bool m_bGather;
   CStandardOutput m_obOutput;
-  Clock::time_point m_obWritten = Clock::now();
 };
 
 } // namespace

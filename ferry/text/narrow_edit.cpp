@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cctype>
 
 #include "ferry/text/ss.h"
@@ -26,7 +27,14 @@ int replaceUnless(std::string& s, const std::string& replacement, Keeps keeps) {
 
 namespace SS {
 
-int Remove(std::string& s, char c) { return static_cast<int>(std::erase(s, c)); }
+// Most records hold one at the end or none: searching is faster than looking at each byte.
+int Remove(std::string& s, char c) {
+  const size_t first = s.find(c);
+  if (first == std::string::npos) return 0;
+  const size_t before = s.size();
+  s.erase(std::remove(s.begin() + static_cast<std::ptrdiff_t>(first), s.end(), c), s.end());
+  return static_cast<int>(before - s.size());
+}
 
 int RemoveNonNumeric(std::string& s, const std::string& replacement) {
   return replaceUnless(s, replacement, [](unsigned char c) { return std::isdigit(c); });

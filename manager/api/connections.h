@@ -11,7 +11,7 @@ HandleTable<Connection>& connections();
 /// Runs body with the connection, or gives 2018.
 template <typename Body>
 Codes withConnection(BXHCONN handle, Body body) {
-  const auto connection = connections().find(handle);
+  const auto& connection = connections().findAgain(handle);
   return connection ? body(*connection) : failed(BXRC_HCONN_ERROR);
 }
 

@@ -41,24 +41,20 @@ Codes get(Connection& connection, BXHOBJ object, BXMD* descriptor, BXGMO* option
   const BXLONG match = options->version >= BXGMO_VERSION_2 ? options->matchOptions : kMatchOptions;
   if ((match & ~kMatchOptions) != 0) return failed(BXRC_OPTIONS_ERROR);
   // A descriptor of version 1 ends before the group identifier: nothing is written behind.
-  BXMD received = *descriptor;
-  Connection::GetRequest request{received,
+  const bool whole = descriptor->version >= BXMD_VERSION_2;
+  BXMD shorter;
+  if (!whole) shorter = *descriptor;
+  Connection::GetRequest request{whole ? *descriptor : shorter,
                                  options->options,
                                  match,
                                  waits ? options->waitInterval : 0,
                                  static_cast<char*>(buffer),
-                                 static_cast<std::size_t>(length),
-                                 0,
-                                 0,
-                                 {}};
+                                 static_cast<std::size_t>(length)};
   const Codes codes = connection.get(object, request);
-  const bool found = codes.completion != BXCC_FAILED || codes.reason == BXRC_TRUNCATED_FAILED;
   *dataLength = request.dataLength;
-  if (!found) return codes;
-  __builtin_memcpy(descriptor, &received,
-                   descriptor->version == BXMD_VERSION_1 ? offsetof(BXMD, groupId)
-                                                         : sizeof received);
-  padInto(options->resolvedQueueName, BX_NAME_LENGTH, request.queueName);
+  if (codes.completion == BXCC_FAILED && codes.reason != BXRC_TRUNCATED_FAILED) return codes;
+  if (!whole) __builtin_memcpy(descriptor, &shorter, offsetof(BXMD, groupId));
+  padInto(options->resolvedQueueName, BX_NAME_LENGTH, *request.queueName);
   if (options->version >= BXGMO_VERSION_3) options->returnedLength = request.returnedLength;
   return codes;
 }

@@ -39,9 +39,9 @@ public:
     BXLONG wait; ///< milliseconds; 0 none, -1 for ever
     char* buffer;
     std::size_t bufferLength;
-    BXLONG dataLength = 0;     ///< set
-    BXLONG returnedLength = 0; ///< set
-    std::string queueName;     ///< set
+    BXLONG dataLength = 0;                  ///< set
+    BXLONG returnedLength = 0;              ///< set
+    const std::string* queueName = nullptr; ///< set, valid while the queue is open
   };
   Codes get(BXHOBJ object, GetRequest& request);
 

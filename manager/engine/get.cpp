@@ -106,7 +106,7 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
-  request.queueName = queue->queue->definition().name;
+  request.queueName = &queue->queue->definition().name;
   return get(*queue, request);
 }
 
@@ -115,7 +115,7 @@ Codes Connection::get(OpenQueue& queue, GetRequest& request) {
   IntoBuffer into(request, match);
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   const bool waits = request.wait != 0 && !underCursor;
-  const Clock::time_point deadline = waits ? deadlineOf(request.wait) : Clock::time_point{};
+  std::optional<Clock::time_point> deadline; // looked up only when there is something to wait for
   for (;;) {
     const std::uint32_t seen = queue.queue->arrivals();
     switch (getOnce(queue, request, into)) {
@@ -126,8 +126,9 @@ Codes Connection::get(OpenQueue& queue, GetRequest& request) {
     }
     if (!queue.queue->exists()) return failed(BXRC_Q_DELETED);
     if (underCursor) return failed(BXRC_NO_MESSAGE_UNDER_CURSOR);
-    if (!waits || Clock::now() >= deadline) return failed(BXRC_NO_MESSAGE_AVAILABLE);
-    queue.queue->waitForArrival(seen, deadline);
+    if (waits && !deadline) deadline = deadlineOf(request.wait);
+    if (!waits || Clock::now() >= *deadline) return failed(BXRC_NO_MESSAGE_AVAILABLE);
+    queue.queue->waitForArrival(seen, *deadline);
   }
 }
 

@@ -1,5 +1,6 @@
 #include "manager/engine/connection.h"
 
+#include "manager/store/clock.h"
 #include "manager/store/failure.h"
 
 #include <algorithm>

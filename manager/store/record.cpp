@@ -1,10 +1,12 @@
 #include "manager/store/record.h"
 
 #include "manager/store/bytes.h"
+#include "manager/store/clock.h"
 #include "manager/store/failure.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 
 namespace bxm {
@@ -20,26 +22,18 @@ bool isZero(const BXBYTE (&bytes)[size]) {
   return std::all_of(bytes, bytes + size, [](BXBYTE b) { return b == 0; });
 }
 
-/// The descriptor without what the header tells by itself.
-BXMD withoutToldFields(BXMD descriptor) {
-  const BXMD& plain = kDefaultDescriptor;
-  descriptor.version = plain.version;
-  descriptor.expiry = plain.expiry;
-  descriptor.priority = plain.priority;
-  descriptor.persistence = plain.persistence;
-  descriptor.characterSet =
-      descriptor.characterSet == BXCS_UTF8 ? BXCS_Q_MGR : descriptor.characterSet;
-  std::memcpy(descriptor.format, plain.format, sizeof plain.format);
-  std::memset(descriptor.messageId, 0, sizeof descriptor.messageId);
-  std::memset(descriptor.correlationId, 0, sizeof descriptor.correlationId);
-  std::memcpy(descriptor.putDate, plain.putDate, sizeof plain.putDate);
-  std::memcpy(descriptor.putTime, plain.putTime, sizeof plain.putTime);
-  return descriptor;
-}
-
-bool isOrdinary(const BXMD& descriptor) {
-  const BXMD rest = withoutToldFields(descriptor);
-  return std::memcmp(&rest, &kDefaultDescriptor, sizeof rest) == 0;
+/// True when the fields that the header does not tell by itself are as they are by default.
+bool isOrdinary(const BXMD& d) {
+  constexpr std::size_t kFirst = offsetof(BXMD, backoutCount), kAfter = offsetof(BXMD, putDate);
+  constexpr std::size_t kRest = offsetof(BXMD, applicationOrigin);
+  const auto same = [&d](std::size_t from, std::size_t to) {
+    return std::memcmp(reinterpret_cast<const char*>(&d) + from,
+                       reinterpret_cast<const char*>(&kDefaultDescriptor) + from, to - from) == 0;
+  };
+  return d.report == kDefaultDescriptor.report && d.messageType == kDefaultDescriptor.messageType &&
+         d.feedback == kDefaultDescriptor.feedback && d.encoding == kDefaultDescriptor.encoding &&
+         (d.characterSet == BXCS_Q_MGR || d.characterSet == BXCS_UTF8) && same(kFirst, kAfter) &&
+         same(kRest, sizeof(BXMD));
 }
 
 bool hasFormat(const BXMD& descriptor, const char* format) {
@@ -80,7 +74,7 @@ void putDigits(char* field, unsigned value, int digits) {
 }
 
 BXLONG tenthsLeft(std::int64_t expires, std::int64_t now) {
-  const std::int64_t tenths = (expires - now + 99) / 100;
+  const std::int64_t tenths = (expires - (now ? now : clockNow()) + 99) / 100;
   return static_cast<BXLONG>(std::clamp<std::int64_t>(tenths, 1, INT32_MAX));
 }
 
@@ -164,19 +158,38 @@ std::string_view decodeRecord(std::string_view record, std::int64_t now, BXMD& d
   return data;
 }
 
+namespace {
+
+/// "YYYYMMDDHHMMSS" of a second since 1970, UTC.
+struct SecondText {
+  std::int64_t second = INT64_MIN;
+  char text[14];
+  void set(std::int64_t wanted) {
+    using namespace std::chrono;
+    const sys_seconds time{seconds(wanted)};
+    const auto day = floor<days>(time);
+    const year_month_day date{day};
+    const hh_mm_ss clock{time - day};
+    putDigits(text, static_cast<unsigned>(static_cast<int>(date.year())), 4);
+    putDigits(text + 4, static_cast<unsigned>(date.month()), 2);
+    putDigits(text + 6, static_cast<unsigned>(date.day()), 2);
+    putDigits(text + 8, static_cast<unsigned>(clock.hours().count()), 2);
+    putDigits(text + 10, static_cast<unsigned>(clock.minutes().count()), 2);
+    putDigits(text + 12, static_cast<unsigned>(clock.seconds().count()), 2);
+    second = wanted;
+  }
+};
+
+} // namespace
+
 void setPutTime(BXMD& descriptor, std::int64_t putTime) {
-  using namespace std::chrono;
-  const sys_time<milliseconds> time{milliseconds(putTime)};
-  const auto day = floor<days>(time);
-  const year_month_day date{day};
-  const hh_mm_ss clock{time - day};
-  putDigits(descriptor.putDate, static_cast<unsigned>(static_cast<int>(date.year())), 4);
-  putDigits(descriptor.putDate + 4, static_cast<unsigned>(date.month()), 2);
-  putDigits(descriptor.putDate + 6, static_cast<unsigned>(date.day()), 2);
-  putDigits(descriptor.putTime, static_cast<unsigned>(clock.hours().count()), 2);
-  putDigits(descriptor.putTime + 2, static_cast<unsigned>(clock.minutes().count()), 2);
-  putDigits(descriptor.putTime + 4, static_cast<unsigned>(clock.seconds().count()), 2);
-  putDigits(descriptor.putTime + 6, static_cast<unsigned>(clock.subseconds().count() / 10), 2);
+  // Messages that are put together are put in the same second.
+  static thread_local SecondText cached;
+  const std::int64_t second = putTime >= 0 ? putTime / 1000 : (putTime - 999) / 1000;
+  if (cached.second != second) cached.set(second);
+  std::memcpy(descriptor.putDate, cached.text, 8);
+  std::memcpy(descriptor.putTime, cached.text + 8, 6);
+  putDigits(descriptor.putTime + 6, static_cast<unsigned>(putTime - second * 1000) / 10, 2);
 }
 
 } // namespace bxm

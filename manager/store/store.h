@@ -1,5 +1,6 @@
 #pragma once
 
+#include "manager/store/clock.h"
 #include "manager/store/put_batch.h"
 #include "manager/store/queue_definition.h"
 
@@ -28,7 +29,7 @@ struct Position {
 struct StoredMessage {
   Position position;
   std::string_view record; ///< see record.h
-  std::int64_t now = 0;    ///< the store's clock, ms since 1970
+  std::int64_t now = 0;    ///< the store's clock, ms since 1970; 0: this machine's
 };
 
 /// Chooses and receives a message. judge may be called for several messages, and for one that
@@ -111,11 +112,5 @@ public:
   /// Stores puts that belong to no unit of work; what is taken stays taken.
   virtual Committed put(PutBatch& puts, BXLONG& reason) = 0;
 };
-
-/// Milliseconds since 1970.
-inline std::int64_t clockNow() {
-  using namespace std::chrono;
-  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
 
 } // namespace bxm

@@ -106,19 +106,14 @@ bool LmdbQueue::reserve() {
 
 // ---- What the unit of work has taken ------------------------------------------------------------
 
-void LmdbQueue::visitTaken(
+void LmdbQueue::visitTakenInMap(
     const std::function<void(const Position&, std::atomic<std::uint32_t>&)>& visit) {
-  TakeMap& takes = m_share->takes;
-  if (m_taken.size() == m_takenCount) {
-    for (const Position& position : m_taken) visit(position, takes.at(position.sequence));
-    return;
-  }
-  takes.forEachOf(m_accessSlot, m_access.lowest.load(), m_access.highest.load(),
-                  [&visit](std::uint64_t sequence, std::atomic<std::uint32_t>& entry) {
-                    const std::uint32_t value = entry.load();
-                    if (TakeEntry::stateOf(value) == TakeEntry::kTaken)
-                      visit({TakeEntry::priorityOf(value), sequence}, entry);
-                  });
+  m_share->takes.forEachOf(m_accessSlot, m_access.lowest.load(), m_access.highest.load(),
+                           [&visit](std::uint64_t sequence, std::atomic<std::uint32_t>& entry) {
+                             const std::uint32_t value = entry.load();
+                             if (TakeEntry::stateOf(value) == TakeEntry::kTaken)
+                               visit({TakeEntry::priorityOf(value), sequence}, entry);
+                           });
 }
 
 void LmdbQueue::forgetTaken() {
@@ -127,15 +122,17 @@ void LmdbQueue::forgetTaken() {
 }
 
 void LmdbQueue::consumeTaken() {
-  std::vector<Position> consumed;
+  const std::uint64_t count = m_takenCount;
+  std::vector<Position> unlisted;
+  const bool listed = m_taken.size() == count;
   visitTaken([&](const Position& position, std::atomic<std::uint32_t>& entry) {
     entry.store(TakeEntry::make(TakeEntry::kConsumed, m_accessSlot, position.priority));
-    consumed.push_back(position);
+    if (!listed) unlisted.push_back(position);
     BXM_KILL_POINT("consume-entry");
   });
-  m_access.consumed.fetch_add(consumed.size());
+  m_access.consumed.fetch_add(count);
+  m_consumption.add(listed ? m_taken.data() : unlisted.data(), count);
   forgetTaken();
-  m_consumption.add(consumed.data(), consumed.size());
 }
 
 void LmdbQueue::markTakenDeleted() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "manager/store/lmdb/lmdb_store.h"
+#include "manager/store/lmdb/read_ahead.h"
 #include "manager/store/store.h"
 
 #include <memory>
@@ -39,7 +40,12 @@ public:
   /// them, so that a unit of work can take any number in bounded memory.
   bool hasTaken() const { return m_takenCount > 0; }
   std::uint64_t takenCount() const { return m_takenCount; }
-  void visitTaken(const std::function<void(const Position&, std::atomic<std::uint32_t>&)>& visit);
+  template <typename Visit>
+  void visitTaken(Visit visit) {
+    TakeMap& takes = m_share->takes;
+    if (m_taken.size() != m_takenCount) return visitTakenInMap(visit);
+    for (const Position& position : m_taken) visit(position, takes.at(position.sequence));
+  }
   void forgetTaken();
 
   /// Taken messages are gone for good; their durable deletion follows.
@@ -61,6 +67,12 @@ private:
   void accept(StoredMessage& message, Receiver& receiver, bool syncpoint);
   bool dropExpired(const Position& position);
   bool passOver(QueueScan& scan);
+  void
+  visitTakenInMap(const std::function<void(const Position&, std::atomic<std::uint32_t>&)>& visit);
+  bool claimEntry(const Position& position);
+  std::optional<Found> takeAhead(Receiver& receiver, bool syncpoint);
+  std::optional<Found> browseAhead(const Position& after, Receiver& receiver);
+  void fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan);
   void noteTouched(std::uint64_t sequence);
   void lookAfterOthers();
   bool recoverOthers();
@@ -76,6 +88,7 @@ private:
   std::uint32_t m_accessSlot;
   AccessSlot& m_access;
   Consumption m_consumption;
+  ReadAhead m_takeAhead, m_browseAhead;
   std::vector<Position> m_taken;
   std::uint64_t m_takenCount = 0;
 };

@@ -1,3 +1,4 @@
+#include "manager/store/clock.h"
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
 #include "manager/store/lmdb/lmdb_queue.h"
@@ -15,7 +16,7 @@ namespace {
 constexpr std::size_t kMostListed = 65536;
 
 /// Looks a message up; false when it is not there.
-bool find(Reader::Snapshot& snapshot, std::uint32_t queue, StoredMessage& message) {
+bool find(const Reader::Snapshot& snapshot, std::uint32_t queue, StoredMessage& message) {
   MessageKey key(queue, message.position);
   MDB_val keyValue = key.value(), value{};
   const int result = ::mdb_cursor_get(snapshot.messages(), &keyValue, &value, MDB_SET);
@@ -27,7 +28,7 @@ bool find(Reader::Snapshot& snapshot, std::uint32_t queue, StoredMessage& messag
 
 bool hasExpired(const StoredMessage& message) {
   const std::int64_t expires = recordExpiry(message.record);
-  return expires != 0 && expires <= message.now;
+  return expires != 0 && expires <= clockNow();
 }
 
 } // namespace
@@ -38,20 +39,22 @@ void LmdbQueue::noteTouched(std::uint64_t sequence) {
   m_access.highest = fresh ? sequence : std::max(m_access.highest.load(), sequence);
 }
 
-/// Claims a message that a snapshot shows. Messages are deleted only by whoever has claimed them,
-/// so one that a snapshot shows which was begun after the claim is there and stays there.
-LmdbQueue::Claim LmdbQueue::claim(Reader::Snapshot& snapshot, StoredMessage& message, bool& moved) {
-  const Position position = message.position;
+bool LmdbQueue::claimEntry(const Position& position) {
   auto& entry = m_share->takes.at(position.sequence);
   noteTouched(position.sequence);
   std::uint32_t expected = TakeEntry::kFree;
-  if (!entry.compare_exchange_strong(
-          expected, TakeEntry::make(TakeEntry::kTaken, m_accessSlot, position.priority)))
-    return Claim::kLost;
+  return entry.compare_exchange_strong(
+      expected, TakeEntry::make(TakeEntry::kTaken, m_accessSlot, position.priority));
+}
+
+/// Claims a message that a snapshot shows. Messages are deleted only by whoever has claimed them,
+/// so one that a snapshot shows which was begun after the claim is there and stays there.
+LmdbQueue::Claim LmdbQueue::claim(Reader::Snapshot& snapshot, StoredMessage& message, bool& moved) {
+  if (!claimEntry(message.position)) return Claim::kLost;
   BXM_KILL_POINT("take-claimed");
   moved = snapshot.refresh();
   if (!moved || find(snapshot, m_share->id, message)) return Claim::kMine;
-  entry.store(TakeEntry::deleted());
+  m_share->takes.at(message.position.sequence).store(TakeEntry::deleted());
   return Claim::kGone;
 }
 
@@ -138,7 +141,47 @@ bool LmdbQueue::passOver(QueueScan& scan) {
   return true;
 }
 
+// ---- Taking -------------------------------------------------------------------------------------
+
+/// Copies what comes next for the calls that follow.
+void LmdbQueue::fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan) {
+  scan.markAvailable();
+  while (wanted > 0 && scan.next()) {
+    const StoredMessage& message = scan.message();
+    if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) continue;
+    if (hasExpired(message) || !ahead.add(message, wanted)) return;
+  }
+}
+
+/// Takes from what was read ahead; nothing when that does not serve.
+std::optional<Found> LmdbQueue::takeAhead(Receiver& receiver, bool syncpoint) {
+  const Durable& durable = m_session.store().durable();
+  while (!m_takeAhead.empty() && m_takeAhead.isTrue(durable.lastTransaction(), arrivals())) {
+    StoredMessage message = m_takeAhead.next();
+    if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) continue;
+    const auto verdict = hasExpired(message) ? Receiver::Verdict::kSkip : receiver.judge(message);
+    if (verdict != Receiver::Verdict::kAccept) {
+      m_takeAhead.clear(); // who comes next may want what this one passed over
+      return verdict == Receiver::Verdict::kRefuse ? std::optional(Found::kRefused) : std::nullopt;
+    }
+    if (!claimEntry(message.position)) continue;
+    BXM_KILL_POINT("take-claimed");
+    if (durable.lastTransaction() != m_takeAhead.transaction()) {
+      const Reader::Snapshot claimed(m_session.reader());
+      if (StoredMessage stored = message; !find(claimed, m_share->id, stored)) {
+        m_share->takes.at(message.position.sequence).store(TakeEntry::deleted());
+        continue;
+      }
+    }
+    accept(message, receiver, syncpoint);
+    return Found::kDelivered;
+  }
+  m_takeAhead.clear();
+  return std::nullopt;
+}
+
 Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint) {
+  const std::uint32_t seen = arrivals();
   Reader::Snapshot snapshot(m_session.reader());
   QueueScan scan(*m_share, snapshot, std::nullopt);
   while (scan.next()) {
@@ -156,15 +199,18 @@ Found LmdbQueue::scanAndTake(Receiver& receiver, bool syncpoint) {
     scan.markUnavailable();
     if (result != Claim::kMine) continue;
     accept(message, receiver, syncpoint);
+    m_takeAhead.begin(::mdb_txn_id(snapshot.txn()), seen);
+    fill(m_takeAhead, m_takeAhead.grow(), scan);
     return Found::kDelivered;
   }
   return Found::kNothing;
 }
 
 Found LmdbQueue::take(Receiver& receiver, bool syncpoint) {
-  lookAfterOthers();
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
+  lookAfterOthers();
+  if (const auto found = takeAhead(receiver, syncpoint)) return *found;
   const Found found = scanAndTake(receiver, syncpoint);
   if (found != Found::kNothing || !recoverOthers()) return found;
   return scanAndTake(receiver, syncpoint);
@@ -175,7 +221,7 @@ Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncp
   if (!exists()) return Found::kNothing;
   if (!syncpoint) makeRoomForOne();
   Reader::Snapshot snapshot(m_session.reader());
-  StoredMessage message{position, {}, clockNow()};
+  StoredMessage message{position, {}, 0};
   if (!find(snapshot, m_share->id, message) ||
       m_share->takes.load(position.sequence) != TakeEntry::kFree || hasExpired(message))
     return Found::kNothing;
@@ -188,18 +234,43 @@ Found LmdbQueue::takeAt(const Position& position, Receiver& receiver, bool syncp
   return Found::kDelivered;
 }
 
+// ---- Browsing -----------------------------------------------------------------------------------
+
+std::optional<Found> LmdbQueue::browseAhead(const Position& after, Receiver& receiver) {
+  if (!m_browseAhead.follows(after)) return std::nullopt;
+  while (!m_browseAhead.empty() &&
+         m_browseAhead.isTrue(m_session.store().durable().lastTransaction(), arrivals())) {
+    const StoredMessage message = m_browseAhead.next();
+    if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) continue;
+    if (hasExpired(message)) return std::nullopt;
+    const auto verdict = receiver.judge(message);
+    if (verdict == Receiver::Verdict::kSkip) continue;
+    if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
+    receiver.deliver(message);
+    return Found::kDelivered;
+  }
+  return std::nullopt;
+}
+
 Found LmdbQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
-  lookAfterOthers();
   if (!exists()) return Found::kNothing;
+  lookAfterOthers();
+  if (after)
+    if (const auto found = browseAhead(*after, receiver)) return *found;
+  const std::uint32_t seen = arrivals();
   Reader::Snapshot snapshot(m_session.reader());
   QueueScan scan(*m_share, snapshot, after);
   while (scan.next()) {
     if (passOver(scan)) continue;
     scan.markAvailable();
-    const auto verdict = receiver.judge(scan.message());
+    const StoredMessage message = scan.message();
+    const auto verdict = receiver.judge(message);
     if (verdict == Receiver::Verdict::kSkip) continue;
     if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
-    receiver.deliver(scan.message());
+    receiver.deliver(message);
+    m_browseAhead.begin(::mdb_txn_id(snapshot.txn()), seen);
+    m_browseAhead.startBehind(message.position);
+    fill(m_browseAhead, m_browseAhead.grow(), scan);
     return Found::kDelivered;
   }
   return Found::kNothing;

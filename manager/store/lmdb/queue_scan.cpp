@@ -5,7 +5,6 @@ namespace bxm {
 QueueScan::QueueScan(const QueueShare& share, Reader::Snapshot& snapshot,
                      const std::optional<Position>& after)
     : m_share(share), m_snapshot(snapshot), m_after(after) {
-  m_message.now = clockNow();
   if (after) m_priority = after->priority;
 }
 

@@ -72,17 +72,16 @@ Runtime::OpeningLock::OpeningLock(Runtime& runtime) : m_runtime(runtime) {
 Runtime::OpeningLock::~OpeningLock() { m_runtime.unlockByte(kOpeningByte); }
 
 bool Runtime::isCurrent(std::uint64_t storeId) const {
-  alignas(Layout) char page[offsetof(Layout, connections)];
+  alignas(Header) char bytes[sizeof(Header)];
   struct stat status {};
   if (::fstat(m_file, &status) != 0 || status.st_size != sizeof(Layout)) return false;
-  if (::pread(m_file, page, sizeof page, 0) != sizeof page) return false;
-  const auto* layout = reinterpret_cast<const Layout*>(page);
+  if (::pread(m_file, bytes, sizeof bytes, 0) != sizeof bytes) return false;
+  const auto& header = *reinterpret_cast<const Header*>(bytes);
   const std::string boot = bootId();
-  return std::memcmp(layout->magic, kMagic, sizeof kMagic) == 0 &&
-         layout->version == kLayoutVersion && layout->sealed == 1 && layout->storeId == storeId &&
+  return std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 &&
+         header.version == kLayoutVersion && header.sealed == 1 && header.storeId == storeId &&
          !boot.empty() &&
-         boot.compare(0, std::string::npos, layout->bootId,
-                      ::strnlen(layout->bootId, sizeof layout->bootId)) == 0;
+         boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId));
 }
 
 void Runtime::remake(std::uint64_t storeId) {
@@ -95,17 +94,18 @@ void Runtime::remake(std::uint64_t storeId) {
   if (const int error = ::posix_fallocate(m_file, 0, sizeof(Layout)))
     failWithErrno(error, BXRC_Q_MGR_NOT_AVAILABLE, "cannot write " + m_folder + "/runtime");
   map();
-  std::memcpy(m_layout->magic, kMagic, sizeof kMagic);
-  m_layout->version = kLayoutVersion;
-  m_layout->storeId = storeId;
+  std::memcpy(m_layout->header.magic, kMagic, sizeof kMagic);
+  m_layout->header.version = kLayoutVersion;
+  m_layout->header.storeId = storeId;
   const std::string boot = bootId();
-  std::memcpy(m_layout->bootId, boot.data(), std::min(boot.size(), sizeof m_layout->bootId - 1));
+  std::memcpy(m_layout->header.bootId, boot.data(),
+              std::min(boot.size(), sizeof m_layout->header.bootId - 1));
 }
 
 void Runtime::seal() {
   BXM_KILL_POINT("runtime-before-seal");
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  m_layout->sealed = 1;
+  m_layout->header.sealed = 1;
 }
 
 void Runtime::map() {
@@ -150,8 +150,9 @@ std::uint32_t Runtime::claimConnection() {
     connection(slot).process = static_cast<std::uint32_t>(::getpid());
     connection(slot).used = 1;
     BXM_KILL_POINT("connection-claimed");
-    std::uint32_t limit = m_layout->connectionLimit.load();
-    while (limit <= slot && !m_layout->connectionLimit.compare_exchange_weak(limit, slot + 1)) {
+    std::uint32_t limit = m_layout->header.connectionLimit.load();
+    while (limit <= slot &&
+           !m_layout->header.connectionLimit.compare_exchange_weak(limit, slot + 1)) {
     }
     m_mine[slot] = true;
     return slot;
@@ -229,8 +230,8 @@ std::uint32_t Runtime::claimAccess(std::uint32_t connectionSlot,
     candidate.queueSlot = definition.slot;
     candidate.lowest = UINT64_MAX;
     candidate.highest = 0;
-    std::uint32_t limit = m_layout->accessLimit.load();
-    while (limit <= slot && !m_layout->accessLimit.compare_exchange_weak(limit, slot + 1)) {
+    std::uint32_t limit = m_layout->header.accessLimit.load();
+    while (limit <= slot && !m_layout->header.accessLimit.compare_exchange_weak(limit, slot + 1)) {
     }
     candidate.queueId = definition.id;
     return slot;

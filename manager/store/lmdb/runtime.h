@@ -88,8 +88,8 @@ public:
   ConnectionSlot& connection(std::uint32_t slot) const { return m_layout->connections[slot]; }
   AccessSlot& access(std::uint32_t slot) const { return m_layout->accesses[slot]; }
   QueueSlot& queue(std::uint32_t slot) const { return m_layout->queues[slot]; }
-  std::uint32_t accessLimit() const { return m_layout->accessLimit.load(); }
-  std::uint32_t connectionLimit() const { return m_layout->connectionLimit.load(); }
+  std::uint32_t accessLimit() const { return m_layout->header.accessLimit.load(); }
+  std::uint32_t connectionLimit() const { return m_layout->header.connectionLimit.load(); }
 
   /// Throws Failure 2025 when all are in use. The slot is this process's until released.
   std::uint32_t claimConnection();
@@ -119,7 +119,7 @@ public:
   static bool isInUse(const std::string& folder);
 
 private:
-  struct Layout {
+  struct Header {
     char magic[8];
     std::uint32_t version;
     std::uint32_t sealed;
@@ -127,6 +127,9 @@ private:
     char bootId[40];
     std::atomic<std::uint32_t> connectionLimit; ///< slots from here on were never used
     std::atomic<std::uint32_t> accessLimit;
+  };
+  struct Layout {
+    Header header;
     alignas(4096) ConnectionSlot connections[kConnectionSlots];
     AccessSlot accesses[kAccessSlots];
     QueueSlot queues[kQueueSlots];

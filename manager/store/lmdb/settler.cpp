@@ -114,15 +114,14 @@ void Settler::leave(Consumption& consumption) noexcept {
 
 void Settler::added(const Consumption& consumption) noexcept {
   const bool hurry = consumption.size() >= passBegins();
-  bool notify;
+  if (m_dirty && (!hurry || m_hurry)) return; // the thread knows
   {
     const std::lock_guard guard(m_mutex);
-    notify = !m_dirty || (hurry && !m_hurry);
     m_dirty = true;
-    m_hurry = m_hurry || hurry;
+    if (hurry) m_hurry = true;
     if (!m_thread.joinable() && !m_threadless) startThread();
   }
-  if (notify) m_wake.notify_one();
+  m_wake.notify_one();
 }
 
 void Settler::settleAll() {
@@ -183,7 +182,8 @@ void Settler::run() {
     m_wake.wait(lock, [this] { return m_stop || m_dirty; });
     m_wake.wait_for(lock, kLongest, [this] { return m_stop || m_hurry; });
     if (m_stop) return;
-    m_dirty = m_hurry = false;
+    m_dirty = false;
+    m_hurry = false;
     lock.unlock();
     bool failed = false;
     try {
@@ -192,7 +192,7 @@ void Settler::run() {
       failed = true; // the next reader that passes the bound is told
     }
     lock.lock();
-    m_dirty = m_dirty || failed;
+    if (failed) m_dirty = true;
   }
 }
 

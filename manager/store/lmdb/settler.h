@@ -82,8 +82,8 @@ private:
   std::condition_variable m_wake;
   std::thread m_thread;
   bool m_stop = false;
-  bool m_dirty = false;
-  bool m_hurry = false;
+  std::atomic<bool> m_dirty{false}; ///< these two are read without the lock, too
+  std::atomic<bool> m_hurry{false};
   bool m_threadless = false;
   /// The last pass took so long that readers reach the bound meanwhile: then fewer, larger passes,
   /// made by whoever reaches it, let them go faster than the thread's halves.
