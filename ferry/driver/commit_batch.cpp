@@ -16,19 +16,23 @@ void CommitOrThrow_v(CCMEBX& obQueue) {
   throw VRK_Exception::genericError("", sText, 0, VRK_CRITICAL_ERROR);
 }
 
+CCommitBatch::CCommitBatch(const std::vector<CCMEBX*>& aQueues) {
+  for (CCMEBX* pobQueue : aQueues) m_aWork.push_back({pobQueue});
+}
+
 void CCommitBatch::Add_v(size_t nQueue, size_t nBytes) {
-  m_aPending[nQueue] = true;
-  m_nBytes += nBytes;
-  if (++m_nRecords >= MAX_RECORDS || m_nBytes >= MAX_BYTES) Commit_v();
+  Work& obWork = m_aWork[nQueue];
+  obWork.nBytes += nBytes;
+  if (++obWork.nRecords >= MAX_RECORDS || obWork.nBytes >= MAX_BYTES) Commit_v(obWork);
 }
 
 void CCommitBatch::Commit_v() {
-  if (m_nRecords == 0) return;
-  m_nRecords = 0;
-  m_nBytes = 0;
-  for (size_t n = 0; n < m_aQueues.size(); ++n) {
-    if (!m_aPending[n]) continue;
-    m_aPending[n] = false;
-    CommitOrThrow_v(*m_aQueues[n]);
-  }
+  for (Work& obWork : m_aWork) Commit_v(obWork);
+}
+
+void CCommitBatch::Commit_v(Work& obWork) {
+  if (obWork.nRecords == 0) return;
+  obWork.nRecords = 0;
+  obWork.nBytes = 0;
+  CommitOrThrow_v(*obWork.pobQueue);
 }
