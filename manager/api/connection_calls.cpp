@@ -9,8 +9,15 @@ HandleTable<Connection>& connections() { return ProcessLocal<HandleTable<Connect
 
 namespace {
 
+/// The field ends with its 48th character, unless that belongs to a name: then a zero byte follows,
+/// or the name is too long.
+std::string nameOf(const BXCHAR* field) {
+  const std::string name = unpadded(field, BX_NAME_LENGTH);
+  return name.size() < BX_NAME_LENGTH ? name : unpadded(field, BX_NAME_LENGTH + 1);
+}
+
 Codes connect(const BXCHAR* name, BXHCONN* connection) {
-  const std::string manager = name ? unpadded(name, BX_NAME_LENGTH + 1) : "";
+  const std::string manager = name ? nameOf(name) : "";
   if (!manager.empty() && !isName(manager)) return failed(BXRC_Q_MGR_NAME_ERROR);
   *connection = connections().add(std::make_shared<Connection>(manager));
   return ok();
