@@ -10,8 +10,14 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// The fault in all of these is the death of a process by SIGKILL. Nobody connects anew afterwards:
-/// what the dead left is found by those who were there.
-class ProcessDeath : public OnQueue {};
+/// what the dead left is found by those who were there, within some milliseconds.
+class ProcessDeath : public OnQueue {
+protected:
+  static void kill(Other& dying) {
+    dying.kill();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+};
 FOR_EVERY_BINDING(ProcessDeath);
 
 TEST_P(ProcessDeath, PutsEverythingBackAtItsOldPlace) {
@@ -22,7 +28,7 @@ TEST_P(ProcessDeath, PutsEverythingBackAtItsOldPlace) {
   EXPECT_EQ(q.get(kTake).text, "m-2");
   EXPECT_EQ(q.get(kTake).text, "m-3");
   EXPECT_EQ(q.get().codes, failed(BXRC_NO_MESSAGE_AVAILABLE));
-  dying.kill();
+  kill(dying);
   EXPECT_EQ(q.get(kTake).text, "m-0");
   EXPECT_EQ(mine.backout(), kOk);
   EXPECT_EQ(q.drain(), numbered("m", 4));
@@ -35,7 +41,7 @@ TEST_P(ProcessDeath, IsSeenByABrowse) {
   Other dying = other();
   ASSERT_EQ(dying.ask("take Q 1"), "1");
   EXPECT_THAT(q.browse(), ElementsAre("2"));
-  dying.kill();
+  kill(dying);
   EXPECT_THAT(q.browse(), ElementsAre("1", "2"));
 }
 
@@ -45,13 +51,13 @@ TEST_P(ProcessDeath, FreesThePlacesOfUncommittedPuts) {
   Other dying = other();
   ASSERT_EQ(dying.tell("put FULL never later"), kOk);
   EXPECT_EQ(full.put("1"), failed(BXRC_Q_FULL));
-  dying.kill();
+  kill(dying);
   EXPECT_EQ(full.put("1"), kOk);
 
   Other next = other();
   ASSERT_EQ(next.tell("put Q never later"), kOk);
   EXPECT_EQ(mine.depth("Q"), 1);
-  next.kill();
+  kill(next);
   EXPECT_EQ(mine.depth("Q"), 0);
   EXPECT_EQ(mine.deleteQueue("Q"), kOk);
 }
@@ -68,7 +74,7 @@ TEST_P(ProcessDeath, LosesNothingThatWasCommitted) {
   ASSERT_EQ(dying.tell("get Q 0"), kOk);
   ASSERT_EQ(dying.ask("take Q 1500"), "1500"); // more than are tidied up one by one
   ASSERT_EQ(dying.tell("commit"), kOk);
-  dying.kill();
+  kill(dying);
   EXPECT_EQ(r.drain(), numbered("w", 10));
   EXPECT_EQ(q.get().text, "m-1511") << "gets count at once";
   EXPECT_EQ(mine.depth("Q"), 3000 - 1512);
@@ -83,7 +89,7 @@ TEST_P(ProcessDeath, AfterAnyNumberOfGetsGivesThemAllBack) {
   Other dying = other();
   ASSERT_EQ(dying.ask("take MANY 70000"), "70000");
   EXPECT_EQ(many.get().codes, failed(BXRC_NO_MESSAGE_AVAILABLE));
-  dying.kill();
+  kill(dying);
   for (int i = 0; i < 70'000; ++i)
     ASSERT_EQ(many.get({.options = BXGMO_SYNCPOINT, .room = 4}).descriptor.priority, 9 - i / 7000);
   EXPECT_EQ(mine.commit(), kOk);
@@ -109,7 +115,7 @@ TEST_P(ProcessDeath, AtAnyMomentMovesAMessageOnceOrNotAtAll) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 60));
     one.kill();
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 10));
-    two.kill();
+    kill(two);
     kills += 2;
   }
   EXPECT_GT(kills, 4);
