@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace bxm {
@@ -199,6 +200,14 @@ std::uint64_t Durable::lastTransaction() const {
   return info.me_last_txnid;
 }
 
+bool Durable::isDiskFull() const {
+  constexpr std::uint64_t kLittle = 1 << 20;
+  int file = -1;
+  struct statvfs room {};
+  return ::mdb_env_get_fd(m_env, &file) == MDB_SUCCESS && ::fstatvfs(file, &room) == 0 &&
+         std::uint64_t{room.f_bavail} * room.f_frsize < kLittle;
+}
+
 void Durable::clearStaleReaders() const {
   int dead = 0;
   ::mdb_reader_check(m_env, &dead);
@@ -206,7 +215,7 @@ void Durable::clearStaleReaders() const {
 
 // ---- Transactions -------------------------------------------------------------------------------
 
-WriteTransaction::WriteTransaction(const Durable& durable) {
+WriteTransaction::WriteTransaction(const Durable& durable) : m_durable(durable) {
   check(::mdb_txn_begin(durable.env(), nullptr, 0, &m_txn), "beginning a transaction");
 }
 
@@ -217,7 +226,12 @@ WriteTransaction::~WriteTransaction() {
 void WriteTransaction::commit() {
   MDB_txn* txn = m_txn;
   m_txn = nullptr;
-  check(::mdb_txn_commit(txn), "committing a transaction");
+  const int result = ::mdb_txn_commit(txn);
+  if (result == MDB_SUCCESS) return;
+  m_durable.noteFailedCommit();
+  // A write that a full disk cut short is told as an input/output error.
+  failWithLmdb(result == EIO && m_durable.isDiskFull() ? ENOSPC : result,
+               "committing a transaction");
 }
 
 Reader::~Reader() {

@@ -4,6 +4,7 @@
 #include "manager/store/queue_definition.h"
 #include "manager/store/store.h"
 
+#include <atomic>
 #include <cstdint>
 #include <lmdb.h>
 #include <memory>
@@ -53,6 +54,12 @@ public:
   std::uint64_t storeId() const { return m_storeId; }
   std::uint64_t lastTransaction() const;
 
+  /// A commit failed. If that was in its last step, the environment serves nothing any more: it is
+  /// to be opened anew as soon as nobody uses it.
+  void noteFailedCommit() const { m_failedCommit = true; }
+  bool hasFailedCommit() const { return m_failedCommit; }
+  bool isDiskFull() const;
+
   /// Frees what dead processes held.
   void clearStaleReaders() const;
 
@@ -68,6 +75,7 @@ private:
 
   MDB_env* m_env = nullptr;
   std::uint64_t m_storeId = 0;
+  mutable std::atomic<bool> m_failedCommit{false};
 };
 
 /// A write transaction; aborts unless committed.
@@ -81,6 +89,7 @@ public:
   MDB_txn* get() const { return m_txn; }
 
 private:
+  const Durable& m_durable;
   MDB_txn* m_txn = nullptr;
 };
 

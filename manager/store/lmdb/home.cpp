@@ -157,6 +157,7 @@ std::shared_ptr<LmdbStore> Home::open(const std::string& name) {
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot open " + folder);
   }
   const std::lock_guard guard(m_mutex);
+  if (m_latest && m_latest->durable().hasFailedCommit()) m_latest.reset();
   if (auto store = m_open[folder].lock(); store && store->runtime().isInPlace())
     return m_latest = store;
   m_latest.reset(); // a manager made anew under the old one's name
