@@ -130,6 +130,14 @@ std::vector<QueueDefinition> LmdbStore::deletedQueues() {
 }
 
 void LmdbStore::purgeDeletedQueues() {
+  try {
+    purgeAll();
+  } catch (const Failure&) {
+    // The queues are gone in any case; what a full disk does not let go of now, it does later.
+  }
+}
+
+void LmdbStore::purgeAll() {
   for (const QueueDefinition& queue : deletedQueues()) {
     BXM_KILL_POINT("purge-begin");
     retireQueue(queue);

@@ -62,6 +62,7 @@ public:
 private:
   /// Those whose messages are still to be deleted.
   std::vector<QueueDefinition> deletedQueues();
+  void purgeAll();
   /// Nobody finds the queue any more: its slot is free, who waits on it wakes up.
   void retireQueue(const QueueDefinition& queue);
   void recoverConnection(std::uint32_t slot);
