@@ -1,0 +1,197 @@
+#include "tests/manager/faults/model.h"
+#include "tests/manager/faults/peer.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_folder.h"
+
+#include <gtest/gtest.h>
+#include <iostream>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace faults {
+namespace {
+
+/// A file system of its own, of a few MiB.
+class SmallDisk {
+public:
+  explicit SmallDisk(const std::string& size) {
+    m_mounted = ::mount("tmpfs", path().c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+  }
+  ~SmallDisk() {
+    if (m_mounted) ::umount2(path().c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+  bool isMounted() const { return m_mounted; }
+  std::string path() const { return m_folder.path().string(); }
+  void makeReadOnly() const {
+    ASSERT_EQ(::mount("tmpfs", path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, ""), 0);
+  }
+
+private:
+  support::TempFolder m_folder;
+  bool m_mounted;
+};
+
+#define NEEDS_MOUNT(disk)                                                                          \
+  if (!(disk).isMounted()) GTEST_SKIP() << "mounting a file system is not possible here"
+
+/// Puts units of work until one fails. Returns how many messages were committed.
+int fill(Peer& peer) {
+  for (int unit = 0;; ++unit) {
+    const auto put = peer.ask("sputn Q u" + std::to_string(unit) + "- 5 @40000");
+    const auto commit = *put == "0 0" ? peer.ask("commit") : put;
+    if (*commit == "0 0") continue;
+    EXPECT_EQ(*commit, "2 2056");
+    peer.words("backout");
+    return unit * 5;
+  }
+}
+
+TEST(FullDisk, RefusesPutsAndLosesNothing) {
+  const SmallDisk disk("16m");
+  NEEDS_MOUNT(disk);
+  Peer peer(disk.path()), reader(disk.path());
+  peer.words("connect");
+  peer.words("create Q");
+  reader.words("connect");
+  reader.words("browse Q");
+  const int count = fill(peer);
+  ASSERT_GT(count, 20);
+  EXPECT_EQ(peer.words("browse Q").size(), std::size_t(count));
+  EXPECT_EQ(reader.words("depth Q").at(0), std::to_string(count));
+  { // a newcomer is served or told, and harms nobody
+    Peer newcomer(disk.path());
+    const auto answer = newcomer.ask("connect");
+    EXPECT_TRUE(answer == "0 0" || answer == "2 2056") << *answer;
+  }
+  // Reading makes room.
+  for (int i = 0; i < count; ++i) {
+    const auto name = "u" + std::to_string(i / 5) + "-" + std::to_string(i % 5) + "@40000";
+    EXPECT_EQ(reader.words("get Q").at(0), name);
+  }
+  EXPECT_EQ(reader.ask("get Q"), "2 2033");
+  reader.words("disconnect");
+  EXPECT_GT(fill(peer), count / 2);
+}
+
+TEST(FullDisk, RefusesAUnitOfWorkThatIsLargerThanMemoryAndDisk) {
+  const SmallDisk disk("16m");
+  NEEDS_MOUNT(disk);
+  Peer peer(disk.path());
+  peer.words("connect");
+  peer.words("create Q");
+  EXPECT_EQ(peer.ask("sputn Q big 600 @40000"), "2 2056");
+  peer.words("backout");
+  EXPECT_EQ(peer.words("depth Q").at(0), "0");
+  peer.words("put Q after");
+  EXPECT_EQ(peer.words("get Q").at(0), "after");
+}
+
+TEST(FullDisk, LeavesAManagerWhoseQueueIsHalfDeletedInReach) {
+  const SmallDisk disk("16m");
+  NEEDS_MOUNT(disk);
+  {
+    Peer victim(disk.path(), {{"BXM_KILL_AT", "delete-after-commit"}});
+    victim.words("connect");
+    victim.words("create Q");
+    victim.words("create R");
+    victim.words("put R precious");
+    fill(victim);
+    victim.ask("delete Q 1");
+  }
+  support::writeFile(disk.path() + "/filler", std::string(16 << 20, 'x'));
+  Peer next(disk.path());
+  EXPECT_EQ(next.ask("connect"), "0 0");
+  EXPECT_EQ(next.ask("get R"), "0 0 precious");
+}
+
+TEST(ReadOnlyFolder, IsRefusedWithAClearLine) {
+  const SmallDisk disk("16m");
+  NEEDS_MOUNT(disk);
+  {
+    Peer peer(disk.path());
+    peer.words("connect");
+    peer.words("create Q");
+    peer.words("disconnect");
+  }
+  disk.makeReadOnly();
+  Peer peer(disk.path());
+  EXPECT_EQ(peer.ask("connect"), "2 2035");
+  support::Process program({support::binDir() + "/bxadm", "queue", "create", "R"});
+  const auto result = program.environment("BXM_HOME", disk.path()).run();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("Read-only file system"), std::string::npos) << result.err;
+}
+
+TEST(NoPermission, IsRefusedWithAClearLine) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  support::TempFolder home;
+  {
+    Peer peer(home.path().string());
+    peer.words("connect");
+    peer.words("disconnect");
+  }
+  ::chmod(home.path().c_str(), 0755);
+  ::chmod((home / "DEFAULT").c_str(), 0755);
+  Peer nobody(home.path().string(), {{"FAULTS_USER", "65534"}});
+  const auto answer = nobody.ask("connect");
+  if (!answer) GTEST_SKIP() << "the programs are out of others' reach";
+  EXPECT_EQ(answer, "2 2035");
+}
+
+// ---- One call that fails ------------------------------------------------------------------------
+
+/// The storage calls of a program fail one after the other. What was refused has not happened, what
+/// was accepted has, and the process can go on.
+void failEveryCall(const std::string& error) {
+  const std::vector<std::string> script{
+      "create Q", "sputn Q a 3 @5000", "commit", "sget Q", "sput Q b",
+      "commit",   "put Q c",           "sget Q", "commit", "create R"};
+  bool reached = true;
+  int reconnected = 0;
+  for (int n = 8; reached; ++n) {
+    const std::string at = std::to_string(n) + ":" + error;
+    SCOPED_TRACE(at);
+    support::TempFolder home;
+    { // the first calls make the manager
+      Peer founder(home.path().string());
+      founder.words("connect");
+    }
+    Peer peer(home.path().string(), {{"LD_PRELOAD", preloadLibrary()},
+                                     {"FAULTS_FAIL", std::to_string(n - 7) + ":" + error}});
+    Model model;
+    reached = false;
+    Queues before;
+    ASSERT_EQ(peer.ask("connect"), "0 0");
+    for (const std::string& words : script) {
+      before = model.committed();
+      const std::string expected = model.first("Q");
+      const auto answer = peer.ask(words);
+      ASSERT_TRUE(answer) << "died over " << words;
+      reached = !answer->starts_with("0 0");
+      if (reached) break;
+      model.apply(words, expected);
+    }
+    if (reached) peer.ask("backout");
+    if (before.contains("Q")) {
+      Peer other(home.path().string());
+      other.words("connect");
+      EXPECT_EQ(other.words("browse Q"), reached ? before["Q"] : model.committed().at("Q"));
+      if (reached && peer.ask("put Q on") != "0 0") {
+        peer.ask("disconnect");
+        EXPECT_EQ(peer.ask("connect"), "0 0");
+        EXPECT_EQ(peer.ask("put Q on"), "0 0");
+        ++reconnected;
+      }
+    }
+  }
+  std::cout << reconnected << " times the process had to connect again\n";
+}
+
+TEST(FailingDisk, FullAtAnyWriteLeavesNothingHalfDone) { failEveryCall("28"); }
+TEST(FailingDisk, BrokenAtAnyWriteLeavesNothingHalfDone) { failEveryCall("5"); }
+
+} // namespace
+} // namespace faults
