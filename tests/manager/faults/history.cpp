@@ -263,6 +263,7 @@ void History::checkBrowses(Report& report) {
 
 std::vector<std::string> History::faults() {
   Report report = m_odd;
+  m_missing.clear();
   checkBrowses(report);
   resolveUnknown(report);
   for (const auto& [name, message] : m_messages) checkMessage(name, message, report);
