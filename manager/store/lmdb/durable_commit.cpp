@@ -108,6 +108,7 @@ Committed LmdbSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& rea
     if (withTakes && queue->hasTaken()) queue->markTakenDeleted();
   for (const auto& [id, count] : puts.counts()) announceArrival(m_queues.at(id)->share()->slot);
   puts.clear();
+  m_store->runtime().noteTransaction(durable.lastTransaction());
   BXM_KILL_POINT("commit-end");
   return Committed::kDone;
 }

@@ -53,7 +53,8 @@ public:
   /// when there was any.
   bool recoverDead();
 
-  /// Deletes messages of deleted queues, also those that a dead process left.
+  /// Deletes messages of deleted queues, also those that a dead process left. What fails is left to
+  /// a later connection.
   void purgeDeletedQueues();
 
   bool syncFull() const { return m_syncFull; }

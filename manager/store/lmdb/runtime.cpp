@@ -71,7 +71,7 @@ Runtime::OpeningLock::OpeningLock(Runtime& runtime) : m_runtime(runtime) {
 
 Runtime::OpeningLock::~OpeningLock() { m_runtime.unlockByte(kOpeningByte); }
 
-bool Runtime::isCurrent(std::uint64_t storeId) const {
+bool Runtime::isCurrent(std::uint64_t storeId, std::uint64_t transaction) const {
   alignas(Header) char bytes[sizeof(Header)];
   struct stat status {};
   if (::fstat(m_file, &status) != 0 || status.st_size != sizeof(Layout)) return false;
@@ -80,7 +80,7 @@ bool Runtime::isCurrent(std::uint64_t storeId) const {
   const std::string boot = bootId();
   return std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 &&
          header.version == kLayoutVersion && header.sealed == 1 && header.storeId == storeId &&
-         !boot.empty() &&
+         header.newestTransaction.load() <= transaction && !boot.empty() &&
          boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId));
 }
 
@@ -133,6 +133,13 @@ void Runtime::unlockByte(std::uint64_t byte) const {
 bool Runtime::heldByOther(std::uint64_t byte) const {
   struct flock lock = lockOf(F_WRLCK, byte);
   return ::fcntl(m_file, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+void Runtime::noteTransaction(std::uint64_t transaction) const {
+  auto& newest = m_layout->header.newestTransaction;
+  std::uint64_t seen = newest.load();
+  while (seen < transaction && !newest.compare_exchange_weak(seen, transaction)) {
+  }
 }
 
 // ---- Connections --------------------------------------------------------------------------------

@@ -67,12 +67,14 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 class Runtime {
 public:
-  /// Opens the file, or makes it when it is of another boot or another store: rebuild is then
-  /// called, under a lock that keeps everybody else out, to set up the queue slots.
+  /// Opens the file, or makes it when it is of another boot, another store or a newer state of it:
+  /// rebuild is then called, under a lock that keeps everybody else out, to set up the queue slots.
   template <typename Rebuild>
-  Runtime(const std::string& folder, std::uint64_t storeId, Rebuild rebuild) : Runtime(folder) {
+  Runtime(const std::string& folder, std::uint64_t storeId, std::uint64_t transaction,
+          Rebuild rebuild)
+      : Runtime(folder) {
     const OpeningLock lock(*this);
-    if (isCurrent(storeId)) {
+    if (isCurrent(storeId, transaction)) {
       map();
     } else {
       remake(storeId);
@@ -99,6 +101,10 @@ public:
   /// Throws Failure 2102 when all are in use.
   std::uint32_t claimAccess(std::uint32_t connection, const QueueDefinition& definition);
   void releaseAccess(std::uint32_t slot);
+
+  /// Keeps the newest transaction of the durable store that was seen. One that is older than that
+  /// later on is a copy put back in its place: what is known about its messages is then void.
+  void noteTransaction(std::uint64_t transaction) const;
 
   /// Takes hold of a slot whose process died; false when it is free or its process lives. Held
   /// until releaseConnection, also against other recoverers.
@@ -127,6 +133,7 @@ private:
     char bootId[40];
     std::atomic<std::uint32_t> connectionLimit; ///< slots from here on were never used
     std::atomic<std::uint32_t> accessLimit;
+    std::atomic<std::uint64_t> newestTransaction;
   };
   struct Layout {
     Header header;
@@ -145,7 +152,7 @@ private:
   };
 
   explicit Runtime(const std::string& folder);
-  bool isCurrent(std::uint64_t storeId) const;
+  bool isCurrent(std::uint64_t storeId, std::uint64_t transaction) const;
   void remake(std::uint64_t storeId);
   void map();
   void seal();

@@ -150,6 +150,7 @@ void Settler::settleAll() {
   BXM_KILL_POINT("settle-before-commit");
   txn.commit();
   BXM_KILL_POINT("settle-after-commit");
+  m_runtime.noteTransaction(m_durable.lastTransaction());
   m_slow = std::chrono::steady_clock::now() - begin > kSlowPass;
   for (Settling& settling : settlings) settling.done();
   for (std::size_t i = 0; i < work.size(); ++i) {

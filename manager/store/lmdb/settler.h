@@ -49,7 +49,8 @@ public:
   static constexpr std::size_t kMostUnsettled = 1000;
   static constexpr std::chrono::milliseconds kLongest{100};
 
-  explicit Settler(const Durable& durable) : m_durable(durable) {}
+  Settler(const Durable& durable, const Runtime& runtime)
+      : m_durable(durable), m_runtime(runtime) {}
   ~Settler();
   Settler(const Settler&) = delete;
   Settler& operator=(const Settler&) = delete;
@@ -75,6 +76,7 @@ private:
   std::size_t passBegins() const { return m_slow.load() ? SIZE_MAX : kMostUnsettled / 2; }
 
   const Durable& m_durable;
+  const Runtime& m_runtime;
   std::mutex m_pass; ///< one pass at a time; guards m_members
   std::set<Consumption*> m_members;
 

@@ -92,7 +92,7 @@ TEST(Record, TellsWhatIsLeftOfTheExpiry) {
                                   {kPut + 1, 10},
                                   {kPut + 901, 1},
                                   {kPut + 5000, 1},
-                                  {std::int64_t{0}, INT32_MAX}}) {
+                                  {std::int64_t{1}, INT32_MAX}}) {
     BXMD got = BXMD_DEFAULT;
     decodeRecord(record, now, got);
     EXPECT_EQ(got.expiry, left) << now;
