@@ -4,8 +4,11 @@
 #include "manager/store/failure.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -23,6 +26,9 @@ constexpr std::size_t kMapSize = std::size_t{64} << 30;
 #else
 constexpr std::size_t kMapSize = std::size_t{1} << 40;
 #endif
+constexpr std::size_t kMostPassed = std::size_t{16} << 20;
+/// What a write transaction may have touched of the map: pages of the tree that it changes.
+constexpr std::size_t kTransactionTouches = std::size_t{256} << 10;
 constexpr std::size_t kSmallestMap = std::size_t{1} << 30;
 
 void check(int result, const char* what) {
@@ -118,6 +124,7 @@ Durable::Durable(const std::string& folder, Open how) {
   try {
     openEnvironment(folder);
     openTables(create);
+    findMapping(folder + kFileName);
     if (create) syncFolder(folder);
   } catch (const Failure& failure) {
     if (m_env) ::mdb_env_close(m_env);
@@ -194,6 +201,28 @@ void Durable::openTables(bool create) {
   check(::mdb_txn_commit(txn), "opening the tables");
 }
 
+/// LMDB does not tell where it has mapped the file, the kernel does.
+void Durable::findMapping(const std::string& file) {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (!line.ends_with(file)) continue;
+    char* end = nullptr;
+    const std::uintptr_t from = std::strtoull(line.c_str(), &end, 16);
+    const std::uintptr_t to = *end == '-' ? std::strtoull(end + 1, nullptr, 16) : 0;
+    if (to <= from) return;
+    m_mapping = {reinterpret_cast<void*>(from), to - from}; // NOLINT(performance-no-int-to-ptr)
+    return;
+  }
+}
+
+void Durable::passedThrough(std::size_t bytes) const {
+  if (m_passed.fetch_add(bytes, std::memory_order_relaxed) + bytes < kMostPassed ||
+      !m_mapping.address)
+    return;
+  m_passed.store(0, std::memory_order_relaxed);
+  ::madvise(m_mapping.address, m_mapping.size, MADV_DONTNEED);
+}
+
 std::uint64_t Durable::lastTransaction() const {
   MDB_envinfo info;
   check(::mdb_env_info(m_env, &info), "reading the store's state");
@@ -227,7 +256,7 @@ void WriteTransaction::commit() {
   MDB_txn* txn = m_txn;
   m_txn = nullptr;
   const int result = ::mdb_txn_commit(txn);
-  if (result == MDB_SUCCESS) return;
+  if (result == MDB_SUCCESS) return m_durable.passedThrough(kTransactionTouches);
   m_durable.noteFailedCommit();
   // A write that a full disk cut short is told as an input/output error.
   failWithLmdb(result == EIO && m_durable.isDiskFull() ? ENOSPC : result,

@@ -60,6 +60,11 @@ public:
   bool hasFailedCommit() const { return m_failedCommit; }
   bool isDiskFull() const;
 
+  /// Says that about so many bytes of the file were read through the map. From time to time the map
+  /// lets go of its pages, which stay in the system's cache: whoever goes through a large store
+  /// should not be seen to hold all of it.
+  void passedThrough(std::size_t bytes) const;
+
   /// Frees what dead processes held.
   void clearStaleReaders() const;
 
@@ -73,8 +78,16 @@ private:
   void checkLength(const std::string& file) const;
   void openTables(bool create);
 
+  struct Mapping {
+    void* address = nullptr;
+    std::size_t size = 0;
+  };
+  void findMapping(const std::string& file);
+
   MDB_env* m_env = nullptr;
   std::uint64_t m_storeId = 0;
+  Mapping m_mapping;
+  mutable std::atomic<std::size_t> m_passed{0};
   mutable std::atomic<bool> m_failedCommit{false};
 };
 
@@ -111,6 +124,8 @@ public:
     Snapshot& operator=(const Snapshot&) = delete;
     /// Moves on to the newest state; false when this is it already.
     bool refresh();
+    /// See Durable::passedThrough.
+    void passedThrough(std::size_t bytes) const { m_reader.m_durable.passedThrough(bytes); }
     MDB_txn* txn() const { return m_reader.m_txn; }
     MDB_cursor* messages() const { return m_reader.m_cursor; }
 

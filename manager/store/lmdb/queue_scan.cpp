@@ -8,12 +8,18 @@ QueueScan::QueueScan(const QueueShare& share, Reader::Snapshot& snapshot,
   if (after) m_priority = after->priority;
 }
 
+QueueScan::~QueueScan() {
+  raise();
+  m_snapshot.passedThrough(m_passed);
+}
+
 bool QueueScan::next() {
   MDB_val key{}, value{};
   for (; m_priority >= 0; --m_priority) {
     if (m_entered ? step(key, value) : enterPriority(key, value)) {
       m_message.position = MessageKey::positionOf(key);
       m_message.record = {static_cast<const char*>(value.mv_data), value.mv_size};
+      m_passed += value.mv_size;
       return true;
     }
     raise();

@@ -13,7 +13,7 @@ class QueueScan {
 public:
   QueueScan(const QueueShare& share, Reader::Snapshot& snapshot,
             const std::optional<Position>& after);
-  ~QueueScan() { raise(); }
+  ~QueueScan();
   QueueScan(const QueueScan&) = delete;
   QueueScan& operator=(const QueueScan&) = delete;
 
@@ -37,6 +37,7 @@ private:
   bool belongs(const MDB_val& key) const;
   void raise();
 
+  std::size_t m_passed = 0; ///< bytes
   const QueueShare& m_share;
   Reader::Snapshot& m_snapshot;
   std::optional<Position> m_after;
