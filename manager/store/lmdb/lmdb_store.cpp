@@ -53,15 +53,16 @@ void replayJournals(const Durable& durable, const std::string& folder) {
 
 LmdbStore::LmdbStore(std::string name, const std::string& folder)
     : m_name(std::move(name)), m_folder(folder), m_durable(folder, Durable::Open::kExisting),
-      m_runtime(folder, m_durable.storeId(), m_durable.lastTransaction(),
-                [this](const Runtime& runtime) {
-                  replayJournals(m_durable, m_folder);
-                  Reader reader(m_durable);
-                  const Reader::Snapshot snapshot(reader);
-                  for (const QueueDefinition& queue : readDefinitions(snapshot.txn(), m_durable))
-                    prepareFromDurable(runtime, snapshot.messages(), queue,
-                                       readCounts(snapshot.txn(), m_durable, queue.id));
-                }),
+      m_runtime(
+          folder, m_durable.storeId(), [this] { return m_durable.lastTransaction(); },
+          [this](const Runtime& runtime) {
+            replayJournals(m_durable, m_folder);
+            Reader reader(m_durable);
+            const Reader::Snapshot snapshot(reader);
+            for (const QueueDefinition& queue : readDefinitions(snapshot.txn(), m_durable))
+              prepareFromDurable(runtime, snapshot.messages(), queue,
+                                 readCounts(snapshot.txn(), m_durable, queue.id));
+          }),
       m_settler(m_durable, m_runtime) {}
 
 std::unique_ptr<StoreSession> LmdbStore::connect() {

@@ -71,7 +71,8 @@ Runtime::OpeningLock::OpeningLock(Runtime& runtime) : m_runtime(runtime) {
 
 Runtime::OpeningLock::~OpeningLock() { m_runtime.unlockByte(kOpeningByte); }
 
-bool Runtime::isCurrent(std::uint64_t storeId, std::uint64_t transaction) const {
+bool Runtime::isCurrent(std::uint64_t storeId,
+                        const std::function<std::uint64_t()>& lastTransaction) const {
   alignas(Header) char bytes[sizeof(Header)];
   struct stat status {};
   if (::fstat(m_file, &status) != 0 || status.st_size != sizeof(Layout)) return false;
@@ -80,8 +81,9 @@ bool Runtime::isCurrent(std::uint64_t storeId, std::uint64_t transaction) const 
   const std::string boot = bootId();
   return std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 &&
          header.version == kLayoutVersion && header.sealed == 1 && header.storeId == storeId &&
-         header.newestTransaction.load() <= transaction && !boot.empty() &&
-         boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId));
+         !boot.empty() &&
+         boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId)) &&
+         header.newestTransaction.load() <= lastTransaction(); // asked after the header was read
 }
 
 void Runtime::remake(std::uint64_t storeId) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -69,12 +70,13 @@ class Runtime {
 public:
   /// Opens the file, or makes it when it is of another boot, another store or a newer state of it:
   /// rebuild is then called, under a lock that keeps everybody else out, to set up the queue slots.
+  /// lastTransaction asks the store for its last one; others may commit meanwhile.
   template <typename Rebuild>
-  Runtime(const std::string& folder, std::uint64_t storeId, std::uint64_t transaction,
-          Rebuild rebuild)
+  Runtime(const std::string& folder, std::uint64_t storeId,
+          const std::function<std::uint64_t()>& lastTransaction, Rebuild rebuild)
       : Runtime(folder) {
     const OpeningLock lock(*this);
-    if (isCurrent(storeId, transaction)) {
+    if (isCurrent(storeId, lastTransaction)) {
       map();
     } else {
       remake(storeId);
@@ -152,7 +154,8 @@ private:
   };
 
   explicit Runtime(const std::string& folder);
-  bool isCurrent(std::uint64_t storeId, std::uint64_t transaction) const;
+  bool isCurrent(std::uint64_t storeId,
+                 const std::function<std::uint64_t()>& lastTransaction) const;
   void remake(std::uint64_t storeId);
   void map();
   void seal();
