@@ -38,7 +38,7 @@ public:
         m_end(Clock::now() + milliseconds(std::atoi(arguments[4].c_str()))) {}
 
   int run() {
-    call("connect", [&] { return m_connection.connect(); });
+    if (!call("connect", [&] { return m_connection.connect(); })) return 1;
     while (Clock::now() < m_end) step();
     call("disconnect", [&] { return m_connection.disconnect(); });
     return 0;
@@ -103,7 +103,7 @@ private:
 
   void reconnect() {
     call("disconnect", [&] { return m_connection.disconnect(); });
-    call("connect", [&] { return m_connection.connect(); });
+    if (!call("connect", [&] { return m_connection.connect(); })) ::_exit(1);
   }
 
   /// A queue of its own comes and goes, with messages on it and some of them taken.
@@ -118,12 +118,13 @@ private:
     call("backout", [&] { return m_connection.backout(); });
   }
 
-  void call(const std::string& what, const std::function<Codes()>& body) {
+  bool call(const std::string& what, const std::function<Codes()>& body) {
     m_more.clear();
     write("i " + what);
     const Codes codes = body();
     write("o " + std::to_string(codes.completion) + " " + std::to_string(codes.reason) + " " +
           m_more);
+    return codes.good();
   }
 
   void write(const std::string& text) {

@@ -224,6 +224,14 @@ TEST_F(Recovery, AfterABootMayDieAnywhere) {
   EXPECT_EQ(look(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b1"}}}));
 }
 
+TEST_F(Recovery, ServesAWaiterThoughTheCommitterDiedBeforeItSaidSo) {
+  Peer waiter(m_home.path().string());
+  for (const char* words : {"connect", "get R", "get R"}) waiter.words(words);
+  waiter.tell("get R 5000");
+  dieOver(m_home.path().string(), {"connect", "put R late"}, "commit-after");
+  EXPECT_LT(timed([&] { EXPECT_EQ(waiter.answer(), "0 0 late"); }), milliseconds(1000));
+}
+
 TEST(FirstStart, MayDieAnywhere) {
   for (const char* point : {"manager-marked", "manager-made", "runtime-before-seal"}) {
     SCOPED_TRACE(point);
