@@ -26,9 +26,10 @@ bool isZero(const BXBYTE (&bytes)[size]) {
 bool isOrdinary(const BXMD& d) {
   constexpr std::size_t kFirst = offsetof(BXMD, backoutCount), kAfter = offsetof(BXMD, putDate);
   constexpr std::size_t kRest = offsetof(BXMD, applicationOrigin);
-  const auto same = [&d](std::size_t from, std::size_t to) {
-    return std::memcmp(reinterpret_cast<const char*>(&d) + from,
-                       reinterpret_cast<const char*>(&kDefaultDescriptor) + from, to - from) == 0;
+  const char* bytes = reinterpret_cast<const char*>(&d);
+  const char* plain = reinterpret_cast<const char*>(&kDefaultDescriptor);
+  const auto same = [=](std::size_t from, std::size_t to) {
+    return std::string_view(bytes + from, to - from) == std::string_view(plain + from, to - from);
   };
   return d.report == kDefaultDescriptor.report && d.messageType == kDefaultDescriptor.messageType &&
          d.feedback == kDefaultDescriptor.feedback && d.encoding == kDefaultDescriptor.encoding &&
