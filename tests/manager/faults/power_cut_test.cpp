@@ -78,13 +78,14 @@ protected:
         promises.mark(event.data, event.header.micros);
         continue;
       }
-      if (random() % calls < (event.header.type == kWrite ? wanted : 2 * wanted)) {
+      const std::size_t share = wanted * (event.header.type == kWrite ? 1 : 2);
+      std::size_t images = share / calls + (random() % calls < share % calls ? 1 : 0);
+      for (; images > 0; --images, ++cuts) {
         const auto how = static_cast<Disk::Unflushed>(random() % 3);
         const auto names = found(m_disk.afterCut(how, &event, random));
         EXPECT_EQ(promises.faultOf(names, event.header.micros), "")
             << "cut in event " << &event - m_events.data() << ", unflushed "
             << static_cast<int>(how);
-        ++cuts;
       }
       m_disk.apply(event);
       if (HasFailure()) break;
