@@ -74,7 +74,7 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   PutBatch& batch = request.syncpoint ? m_puts : m_single;
   try {
     batch.append(definition.id, priority, m_header, request.data);
-  } catch (const Failure&) {
+  } catch (const std::exception&) {
     queue.queue->unreserve();
     throw;
   }

@@ -46,11 +46,17 @@ PutBatch::~PutBatch() {
 void PutBatch::append(std::uint32_t queue, int priority, std::string_view header,
                       std::string_view data) {
   if (m_memory.size() + header.size() + data.size() > kMemoryLimit && !m_memory.empty()) spill();
-  appendLittle(m_memory, queue);
-  appendLittle(m_memory, static_cast<std::uint8_t>(priority));
-  appendLittle(m_memory, static_cast<std::uint32_t>(header.size() + data.size()));
-  m_memory.append(header).append(data);
-  ++m_counts[queue];
+  const std::size_t before = m_memory.size();
+  try {
+    appendLittle(m_memory, queue);
+    appendLittle(m_memory, static_cast<std::uint8_t>(priority));
+    appendLittle(m_memory, static_cast<std::uint32_t>(header.size() + data.size()));
+    m_memory.append(header).append(data);
+    ++m_counts[queue];
+  } catch (const std::exception&) {
+    m_memory.resize(before);
+    throw;
+  }
 }
 
 void PutBatch::spill() {

@@ -17,7 +17,8 @@ public:
   PutBatch(const PutBatch&) = delete;
   PutBatch& operator=(const PutBatch&) = delete;
 
-  /// Throws Failure (2056, 2102) when the file cannot take it; the batch is then as it was.
+  /// Throws Failure (2056, 2102) when the file cannot take it, or bad_alloc; the batch is then as
+  /// it was.
   void append(std::uint32_t queue, int priority, std::string_view header, std::string_view data);
 
   struct Entry {
