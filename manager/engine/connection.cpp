@@ -70,7 +70,10 @@ Codes Connection::codesOf(Committed committed, BXLONG reason) {
 
 Codes Connection::commit() {
   const std::lock_guard guard(m_mutex);
-  if (!m_session) return failed(BXRC_HCONN_ERROR);
+  return m_session ? commitUnitOfWork() : failed(BXRC_HCONN_ERROR);
+}
+
+Codes Connection::commitUnitOfWork() {
   BXLONG reason = BXRC_NONE;
   const Committed committed = m_session->commit(m_puts, reason);
   return codesOf(committed, reason);
@@ -84,8 +87,9 @@ Codes Connection::backout() {
 }
 
 Codes Connection::disconnect() {
-  const Codes codes = commit();
   const std::lock_guard guard(m_mutex);
+  if (!m_session) return failed(BXRC_HCONN_ERROR);
+  const Codes codes = commitUnitOfWork();
   m_queues.clear();
   m_session.reset();
   return codes;

@@ -60,6 +60,7 @@ public:
 
 private:
   OpenQueue* find(BXHOBJ object);
+  Codes commitUnitOfWork();
   Codes get(OpenQueue& queue, GetRequest& request);
   Codes store(OpenQueue& queue, const PutRequest& request, int priority);
   static Codes codesOf(Committed committed, BXLONG reason);
