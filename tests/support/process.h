@@ -62,7 +62,7 @@ public:
     redirect(0, m_folder / "0", O_RDONLY);
     redirect(1, m_folder / "1", O_WRONLY | O_CREAT | O_APPEND);
     redirect(2, m_folder / "2", O_WRONLY | O_CREAT | O_APPEND);
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     // Its dlopen is the caller of the real one, so that the program's own RUNPATH is not searched.
     environment("LD_LIBRARY_PATH", std::filesystem::absolute(libDir()).string());
 #endif

@@ -84,11 +84,11 @@ Committed LmdbSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& rea
       deleteMessages(txn.get(), durable, id, taken);
     }
     std::deque<Settling> settlings;
-    for (const auto& [id, count] : puts.counts()) {
-      LmdbQueue& queue = *m_queues.at(id);
-      settlings.emplace_back(queue.access(), queue.consumption().settlingTurn(),
-                             ::mdb_txn_id(txn.get()), count, 0);
-    }
+    // In the order in which the settling thread takes its turns.
+    std::map<Consumption*, std::uint64_t> counts;
+    for (const auto& [id, count] : puts.counts()) counts[&m_queues.at(id)->consumption()] = count;
+    for (const auto& [consumption, count] : counts)
+      settlings.emplace_back(*consumption, ::mdb_txn_id(txn.get()), count, 0);
     BXM_KILL_POINT("commit-before");
     committing = true;
     txn.commit();

@@ -145,8 +145,7 @@ void Settler::settleAll() {
   }
   std::deque<Settling> settlings;
   for (Consumption* member : work)
-    settlings.emplace_back(member->m_access, member->m_settlingTurn, ::mdb_txn_id(txn.get()), 0,
-                           member->m_inWork.size());
+    settlings.emplace_back(*member, ::mdb_txn_id(txn.get()), 0, member->m_inWork.size());
   BXM_KILL_POINT("settle-before-commit");
   txn.commit();
   BXM_KILL_POINT("settle-after-commit");

@@ -24,17 +24,16 @@ public:
 
   void add(const Position& position) { add(&position, 1); }
   void add(const Position* positions, std::size_t count);
-  /// Held by who settles the access slot's counts.
-  std::mutex& settlingTurn() { return m_settlingTurn; }
   /// How many are not deleted yet, those that are being deleted included.
   std::size_t size() const { return m_size.load(std::memory_order_relaxed); }
 
 private:
   friend class Settler;
+  friend class Settling;
   std::shared_ptr<QueueShare> m_share;
   AccessSlot& m_access;
-  std::mutex m_settlingTurn;
-  std::mutex m_mutex; ///< guards m_waiting
+  std::mutex m_settlingTurn; ///< held by who settles the access slot's counts
+  std::mutex m_mutex;        ///< guards m_waiting
   std::vector<Position> m_waiting;
   std::vector<Position> m_inWork; ///< guarded by the settler's pass
   std::atomic<std::size_t> m_size{0};
@@ -98,6 +97,11 @@ class Settling {
 public:
   Settling(AccessSlot& access, std::mutex& turn, std::uint64_t transaction,
            std::uint64_t uncommitted, std::uint64_t consumed);
+  /// Of several at once, the one with the lower address first.
+  Settling(Consumption& consumption, std::uint64_t transaction, std::uint64_t uncommitted,
+           std::uint64_t consumed)
+      : Settling(consumption.m_access, consumption.m_settlingTurn, transaction, uncommitted,
+                 consumed) {}
   ~Settling();
   Settling(const Settling&) = delete;
   Settling& operator=(const Settling&) = delete;
