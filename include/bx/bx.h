@@ -321,7 +321,8 @@ typedef struct tagBXBO {
 /*
  * BXCONN, BXCONNX - connect to a queue manager.
  *
- * name: the manager, zero-terminated or 48 characters; empty or blank selects the default manager.
+ * name: the manager, ended by a zero byte also where it fills all 48 characters; empty or blank
+ * selects the default manager.
  * With the embedded bindings, where there is no manager at all yet, a connect with an empty name
  * makes one called DEFAULT and marks it the default. A process may connect any number of times;
  * each connection is a handle and a unit of work of its own.
