@@ -22,7 +22,7 @@ public:
 /// One form of the client library.
 struct Binding {
   std::string name;
-  std::string library;
+  std::string client;
   std::function<std::unique_ptr<Home>()> makeHome;
 };
 inline std::ostream& operator<<(std::ostream& out, const Binding& binding) {

@@ -24,7 +24,7 @@ private:
   /// Loaded once: a library stays in a process that has used it.
   static const Api& apiOf(const Binding& binding) {
     static std::map<std::string, Api> loaded;
-    return loaded.try_emplace(binding.library, binding.library).first->second;
+    return loaded.try_emplace(binding.client, binding.client).first->second;
   }
 };
 

@@ -7,7 +7,7 @@ namespace contract {
 
 Other::Other(const Binding& binding)
     : m_process(std::make_unique<support::Process>(std::vector<std::string>{
-          support::binDir() + "/../tests/contract_other", binding.library})) {
+          support::binDir() + "/../tests/contract_other", binding.client})) {
   ::signal(SIGPIPE, SIG_IGN);
   m_process->pipe(0).pipe(1).start();
 }
