@@ -158,12 +158,31 @@ std::shared_ptr<LmdbStore> Home::open(const std::string& name) {
   }
   const std::lock_guard guard(m_mutex);
   if (m_latest && m_latest->durable().hasFailedCommit()) m_latest.reset();
-  if (auto store = m_open[folder].lock(); store && store->runtime().isInPlace())
+  OpenStore& known = m_open[folder];
+  if (auto store = known.store.lock(); store && store->runtime().isInPlace())
     return m_latest = store;
   m_latest.reset(); // a manager made anew under the old one's name
-  auto store = std::make_shared<LmdbStore>(name, folder);
-  m_open[folder] = store;
-  return m_latest = store;
+  known.awaitClosed();
+  return m_latest = known.open(name, folder);
+}
+
+std::shared_ptr<LmdbStore> Home::OpenStore::open(const std::string& name,
+                                                 const std::string& folder) {
+  const auto closing = std::make_shared<std::atomic<bool>>(false);
+  const std::shared_ptr<LmdbStore> opened(new LmdbStore(name, folder), [closing](LmdbStore* last) {
+    delete last;
+    *closing = true;
+    closing->notify_all();
+  });
+  store = opened;
+  closed = closing;
+  return opened;
+}
+
+// A process's file locks end with the first of its descriptors that is closed: the old object would
+// take those of the new one away.
+void Home::OpenStore::awaitClosed() const {
+  if (closed && store.expired()) closed->wait(false);
 }
 
 std::unique_ptr<StoreSession> Home::connect(std::string_view wanted) {
@@ -221,8 +240,9 @@ void Home::remove(const std::string& name) {
   {
     const std::lock_guard guard(m_mutex);
     m_latest.reset();
-    if (!m_open[folder].expired())
+    if (!m_open[folder].store.expired())
       throw Failure(BXRC_OBJECT_IN_USE, name + " is in use by this program");
+    m_open[folder].awaitClosed();
   }
   if (Runtime::isInUse(folder)) throw Failure(BXRC_OBJECT_IN_USE, name + " is in use");
   std::error_code error;

@@ -3,6 +3,7 @@
 #include "manager/store/catalog.h"
 #include "manager/store/lmdb/lmdb_store.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,10 +33,20 @@ private:
   void makeHome();
   void build(const std::string& name);
 
+  /// The one object for a folder. Whoever lets go of it last closes it, in whatever thread.
+  struct OpenStore {
+    std::shared_ptr<LmdbStore> open(const std::string& name, const std::string& folder);
+    /// Waits for a thread that is closing it.
+    void awaitClosed() const;
+
+    std::weak_ptr<LmdbStore> store;
+    std::shared_ptr<std::atomic<bool>> closed;
+  };
+
   std::string m_folder;
-  std::mutex m_mutex;                                     ///< guards what follows
-  std::map<std::string, std::weak_ptr<LmdbStore>> m_open; ///< by folder
-  std::shared_ptr<LmdbStore> m_latest; ///< kept open: a process often connects again at once
+  std::mutex m_mutex;                      ///< guards what follows
+  std::map<std::string, OpenStore> m_open; ///< by folder
+  std::shared_ptr<LmdbStore> m_latest;     ///< kept open: a process often connects again at once
 };
 
 /// BXM_HOME, else where the system keeps the state of root's or a user's programs.
