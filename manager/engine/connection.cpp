@@ -3,18 +3,13 @@
 #include "manager/store/catalog.h"
 #include "manager/store/failure.h"
 #include "manager/store/names.h"
+#include "manager/store/random_number.h"
 
 #include <atomic>
-#include <random>
 
 namespace bxm {
 
 namespace {
-
-std::uint64_t randomNumber() {
-  std::random_device device;
-  return (static_cast<std::uint64_t>(device()) << 32) | device();
-}
 
 /// Never the same twice in a process, so that an ended handle, or another connection's, is noticed.
 BXHOBJ nextHandle() {

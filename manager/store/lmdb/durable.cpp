@@ -2,6 +2,7 @@
 
 #include "manager/store/bytes.h"
 #include "manager/store/failure.h"
+#include "manager/store/random_number.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -9,7 +10,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <sys/mman.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -52,13 +52,6 @@ std::string littleEndian(Number number) {
   std::string out;
   appendLittle(out, number);
   return out;
-}
-
-std::uint64_t randomNumber() {
-  std::uint64_t number = 0;
-  if (::getrandom(&number, sizeof number, 0) != sizeof number)
-    failWithErrno(errno, BXRC_RESOURCE_PROBLEM, "no random numbers");
-  return number;
 }
 
 void syncFolder(const std::string& folder) {
@@ -114,17 +107,16 @@ Position MessageKey::positionOf(const MDB_val& key) {
 
 // ---- Environment --------------------------------------------------------------------------------
 
-Durable::Durable(const std::string& folder, Open how) {
+Durable::Durable(const std::string& folder, Open how) : m_file(folder + kFileName) {
   const bool create = how == Open::kCreate;
   struct stat status {};
-  if (!create && ::stat((folder + kFileName).c_str(), &status) != 0)
+  if (!create && ::stat(m_file.c_str(), &status) != 0)
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "no store in " + folder);
   if (!create && status.st_size == 0) // the library would make a new store of it
     throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, "the store in " + folder + " is empty");
   try {
     openEnvironment(folder);
     openTables(create);
-    findMapping(folder + kFileName);
     if (create) syncFolder(folder);
   } catch (const Failure& failure) {
     if (m_env) ::mdb_env_close(m_env);
@@ -202,25 +194,25 @@ void Durable::openTables(bool create) {
 }
 
 /// LMDB does not tell where it has mapped the file, the kernel does.
-void Durable::findMapping(const std::string& file) {
+Durable::Mapping Durable::findMapping(const std::string& file) {
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {
     if (!line.ends_with(file)) continue;
     char* end = nullptr;
     const std::uintptr_t from = std::strtoull(line.c_str(), &end, 16);
     const std::uintptr_t to = *end == '-' ? std::strtoull(end + 1, nullptr, 16) : 0;
-    if (to <= from) return;
-    m_mapping = {reinterpret_cast<void*>(from), to - from}; // NOLINT(performance-no-int-to-ptr)
-    return;
+    if (to <= from) break;
+    return {reinterpret_cast<void*>(from), to - from}; // NOLINT(performance-no-int-to-ptr)
   }
+  return {};
 }
 
 void Durable::passedThrough(std::size_t bytes) const {
-  if (m_passed.fetch_add(bytes, std::memory_order_relaxed) + bytes < kMostPassed ||
-      !m_mapping.address)
-    return;
+  if (m_passed.fetch_add(bytes, std::memory_order_relaxed) + bytes < kMostPassed) return;
   m_passed.store(0, std::memory_order_relaxed);
-  ::madvise(m_mapping.address, m_mapping.size, MADV_DONTNEED);
+  const std::lock_guard guard(m_mappingMutex);
+  if (!m_mapping) m_mapping = findMapping(m_file);
+  if (m_mapping->address) ::madvise(m_mapping->address, m_mapping->size, MADV_DONTNEED);
 }
 
 std::uint64_t Durable::lastTransaction() const {

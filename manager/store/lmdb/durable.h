@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <lmdb.h>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,12 +84,14 @@ private:
     void* address = nullptr;
     std::size_t size = 0;
   };
-  void findMapping(const std::string& file);
+  static Mapping findMapping(const std::string& file);
 
   MDB_env* m_env = nullptr;
   std::uint64_t m_storeId = 0;
-  Mapping m_mapping;
+  std::string m_file;
   mutable std::atomic<std::size_t> m_passed{0};
+  mutable std::mutex m_mappingMutex;
+  mutable std::optional<Mapping> m_mapping; ///< sought when it is first needed: a start is short
   mutable std::atomic<bool> m_failedCommit{false};
 };
 

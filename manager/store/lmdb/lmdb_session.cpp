@@ -11,6 +11,9 @@ namespace bxm {
 
 namespace {
 constexpr std::size_t kMostQuietQueues = 16;
+/// Messages that go in one transaction with their queue. The more, the more room it takes on a disk
+/// that may be full.
+constexpr std::size_t kMostAtOnce = 1000;
 } // namespace
 
 LmdbSession::LmdbSession(std::shared_ptr<LmdbStore> store)
@@ -95,6 +98,8 @@ bool LmdbSession::createQueue(QueueDefinition& definition) {
 StoreSession::Deleted LmdbSession::deleteQueue(std::string_view name, bool purge) {
   const Durable& durable = m_store->durable();
   std::shared_ptr<LmdbQueue> queue;
+  std::optional<QueueDefinition> definition;
+  bool emptied = false;
   if (!purge) {
     m_store->recoverDead();
     // Before the transaction: it may have to wait for the settler, which may wait to write.
@@ -103,19 +108,24 @@ StoreSession::Deleted LmdbSession::deleteQueue(std::string_view name, bool purge
   }
   {
     WriteTransaction txn(durable);
-    const auto definition = readDefinition(txn.get(), durable, name);
+    definition = readDefinition(txn.get(), durable, name);
     if (!definition) return Deleted::kUnknownQueue;
     // A queue that somebody made just now under the old one's name is not meant.
     if (!purge && (!queue || queue->definition().id != definition->id))
       return Deleted::kUnknownQueue;
     // Nobody commits meanwhile: the depth is exact.
     if (!purge && queue->depthWhileLocked() > 0) return Deleted::kNotEmpty;
+    connection().deletingSlot = definition->slot;
+    connection().deletingQueue = definition->id;
     deleteDefinition(txn.get(), durable, *definition);
+    emptied = m_store->purgeStep(txn, definition->id, kMostAtOnce);
     BXM_KILL_POINT("delete-before-commit");
     txn.commit();
     BXM_KILL_POINT("delete-after-commit");
   }
-  m_store->purgeDeletedQueues();
+  m_store->retireQueue(*definition);
+  connection().deletingQueue = 0;
+  if (!emptied) m_store->purgeDeletedQueues();
   return Deleted::kDone;
 }
 

@@ -104,8 +104,8 @@ void LmdbStore::retireQueue(const QueueDefinition& queue) {
 
 namespace {
 
-/// Deletes up to kPurgeStep messages of a queue; false when there are no more.
-bool purgeSome(MDB_txn* txn, const Durable& durable, std::uint32_t queue) {
+/// Deletes up to most messages of a queue; true when none is left.
+bool purgeSome(MDB_txn* txn, const Durable& durable, std::uint32_t queue, std::size_t most) {
   MDB_cursor* cursor = nullptr;
   if (const int result = ::mdb_cursor_open(txn, durable.messages, &cursor))
     failWithLmdb(result, "deleting a queue");
@@ -114,15 +114,22 @@ bool purgeSome(MDB_txn* txn, const Durable& durable, std::uint32_t queue) {
   MDB_val key = first.value(), value{};
   int result = ::mdb_cursor_get(cursor, &key, &value, MDB_SET_RANGE);
   for (std::size_t done = 0; result == MDB_SUCCESS && MessageKey::queueOf(key) == queue; ++done) {
-    if (done == kPurgeStep) return true;
+    if (done == most) return false;
     if ((result = ::mdb_cursor_del(cursor, 0)) != MDB_SUCCESS) break;
     result = ::mdb_cursor_get(cursor, &key, &value, MDB_NEXT);
   }
   if (result != MDB_SUCCESS && result != MDB_NOTFOUND) failWithLmdb(result, "deleting a queue");
-  return false;
+  return true;
 }
 
 } // namespace
+
+bool LmdbStore::purgeStep(const WriteTransaction& txn, std::uint32_t queue,
+                          std::size_t most) const {
+  const bool emptied = purgeSome(txn.get(), m_durable, queue, most);
+  if (emptied) removePurge(txn.get(), m_durable, queue);
+  return emptied;
+}
 
 std::vector<QueueDefinition> LmdbStore::deletedQueues() {
   Reader reader(m_durable);
@@ -142,11 +149,10 @@ void LmdbStore::purgeAll() {
   for (const QueueDefinition& queue : deletedQueues()) {
     BXM_KILL_POINT("purge-begin");
     retireQueue(queue);
-    bool more = true;
-    while (more) {
+    bool emptied = false;
+    while (!emptied) {
       WriteTransaction txn(m_durable);
-      more = purgeSome(txn.get(), m_durable, queue.id);
-      if (!more) removePurge(txn.get(), m_durable, queue.id);
+      emptied = purgeStep(txn, queue.id, kPurgeStep);
       txn.commit();
       BXM_KILL_POINT("purge-step");
     }
@@ -191,10 +197,23 @@ void LmdbStore::recoverConnection(std::uint32_t slot) {
     for (const std::uint32_t access : accesses) recoverAccess(access, true);
   m_runtime.connection(slot).committing = 0;
   BXM_KILL_POINT("recover-decided");
+  recoverDeletion(m_runtime.connection(slot));
   for (const std::uint32_t access : accesses) {
     recoverAccess(access, false);
     m_runtime.releaseAccess(access);
   }
+}
+
+void LmdbStore::recoverDeletion(const ConnectionSlot& connection) {
+  QueueDefinition queue;
+  queue.id = connection.deletingQueue.load();
+  queue.slot = connection.deletingSlot.load();
+  if (queue.id == 0) return;
+  Reader reader(m_durable);
+  const Reader::Snapshot snapshot(reader);
+  const auto queues = readDefinitions(snapshot.txn(), m_durable);
+  if (std::none_of(queues.begin(), queues.end(), [&](const auto& q) { return q.id == queue.id; }))
+    retireQueue(queue);
 }
 
 void LmdbStore::recoverAccess(std::uint32_t number, bool finishCommit) {

@@ -57,6 +57,12 @@ public:
   /// a later connection.
   void purgeDeletedQueues();
 
+  /// Within the transaction that deletes a queue or a later one, deletes up to most of its
+  /// messages. True when none is left.
+  bool purgeStep(const WriteTransaction& txn, std::uint32_t queue, std::size_t most) const;
+  /// Nobody finds the deleted queue any more: its slot is free, who waits on it wakes up.
+  void retireQueue(const QueueDefinition& queue);
+
   bool syncFull() const { return m_syncFull; }
   void readSettings();
 
@@ -64,9 +70,8 @@ private:
   /// Those whose messages are still to be deleted.
   std::vector<QueueDefinition> deletedQueues();
   void purgeAll();
-  /// Nobody finds the queue any more: its slot is free, who waits on it wakes up.
-  void retireQueue(const QueueDefinition& queue);
   void recoverConnection(std::uint32_t slot);
+  void recoverDeletion(const ConnectionSlot& connection);
   /// Finishes the commit of what an access slot has taken, or gives it back and settles the rest.
   void recoverAccess(std::uint32_t number, bool finishCommit);
 

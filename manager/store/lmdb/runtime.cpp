@@ -156,6 +156,7 @@ std::uint32_t Runtime::claimConnection() {
       continue;
     }
     connection(slot).committing = 0;
+    connection(slot).deletingQueue = 0;
     connection(slot).process = static_cast<std::uint32_t>(::getpid());
     connection(slot).used = 1;
     BXM_KILL_POINT("connection-claimed");

@@ -28,6 +28,9 @@ struct alignas(64) ConnectionSlot {
   /// 1 from the moment a unit of work of gets counts until all its entries say so: who finds the
   /// process dead finishes the commit instead of backing out.
   std::atomic<std::uint32_t> committing;
+  /// The queue that is being deleted, 0 for none, and its slot: who finds the process dead and the
+  /// definition gone frees the slot.
+  std::atomic<std::uint32_t> deletingQueue, deletingSlot;
 };
 
 /// The lowest two bits of AccessSlot::settling; the rest counts.

@@ -130,7 +130,7 @@ constexpr const char* kPoints[] = {
     "consume-entry",        "commit-takes-consumed", "backout-begin",        "release-entry",
     "release-lowered",      "backout-end",           "settle-begin",         "settle-before-commit",
     "settle-after-commit",  "settle-entry",          "create-before-commit", "create-after-commit",
-    "delete-before-commit", "delete-after-commit",   "purge-begin",          "purge-step"};
+    "delete-before-commit", "delete-after-commit"};
 
 /// Runs the script once for each time that a point is reached.
 void dieAtEveryPassOf(const std::string& point, bool syncFull) {
@@ -212,6 +212,31 @@ TEST_F(Recovery, OfADecidedCommitMayDieAnywhere) {
   for (const char* point : {"recover-decided", "recover-settled:1"})
     dieOver(m_home.path().string(), {"connect"}, point);
   EXPECT_EQ(look(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b1"}}}));
+}
+
+TEST_F(Recovery, OfADeletionTellsThoseWhoHaveTheQueueOpen) {
+  Peer neighbour(m_home.path().string());
+  neighbour.words("connect");
+  neighbour.words("browse Q");
+  dieOver(m_home.path().string(), {"connect", "delete Q 1"}, "delete-after-commit");
+  EXPECT_EQ(look(), (Queues{{"R", {"b0", "b1"}}}));
+  EXPECT_EQ(neighbour.ask("get Q"), "2 2052");
+}
+
+TEST_F(Recovery, OfADeletionThatTakesSeveralTransactionsMayDieAnywhere) {
+  const std::string home = m_home.path().string();
+  for (const std::string point : {"delete-after-commit", "purge-begin", "purge-step"}) {
+    Peer neighbour(home), next(home);
+    neighbour.words("connect");
+    neighbour.words("browse Q");
+    dieOver(home, {"connect", "sputn Q more 1500", "commit", "delete Q 1"}, point);
+    if (point != "purge-step") dieOver(home, {"connect"}, "purge-begin");
+    EXPECT_EQ(look(), (Queues{{"R", {"b0", "b1"}}})) << point;
+    EXPECT_EQ(neighbour.ask("get Q"), "2 2052") << point;
+    next.words("connect");
+    next.words("create Q");
+    EXPECT_EQ(next.ask("get Q"), "2 2033") << point;
+  }
 }
 
 TEST_F(Recovery, AfterABootMayDieAnywhere) {
