@@ -67,9 +67,10 @@ void CFerryEx::ProcessFile2Q(CCMEBX* q, long count, long pause, long priority, l
   CCommitBatch obBatch({q});
   CLineReader obInput(STDIN_FILENO, [&obBatch] { obBatch.Commit_v(); });
   std::string_view sLine;
+  UnicodeString sRecord;
   long nSent = 0;
   while (obInput.Read_b(sLine)) {
-    const UnicodeString sRecord(sLine.data(), static_cast<int32_t>(sLine.size()));
+    UCSS::dcpToUCS(sRecord, sLine);
     if (Passes_b(sRecord, m_sGrep)) {
       SendRecord_v(*q, sRecord, priority, expire);
       obBatch.Add_v(0, sLine.size());

@@ -56,14 +56,14 @@ int CCMEBXSer::PeekMsg(std::string& sText, long nWait) {
 int CCMEBXSer::ReceiveMessage(UnicodeString& sText, long nWait) {
   m_sNarrow.clear();
   const int nStatus = ReceiveMessage(m_sNarrow, nWait);
-  sText = UnicodeString(m_sNarrow.data(), static_cast<int32_t>(m_sNarrow.size()));
+  UCSS::dcpToUCS(sText, m_sNarrow);
   return nStatus;
 }
 
 int CCMEBXSer::PeekMsg(UnicodeString& sText, long nWait) {
   m_sNarrow.clear();
   const int nStatus = PeekMsg(m_sNarrow, nWait);
-  sText = UnicodeString(m_sNarrow.data(), static_cast<int32_t>(m_sNarrow.size()));
+  UCSS::dcpToUCS(sText, m_sNarrow);
   return nStatus;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ferry/text/constants.h"
@@ -104,6 +105,11 @@ double strMatchPercentage(const UnicodeString& a, const UnicodeString& b, double
 /// first and last character.
 bool checkTransposition(const UnicodeString& a, const UnicodeString& b);
 bool isASCII_7(const UnicodeString& s);
+
+// ---- Conversion of narrow text ----
+
+/// From the default code page. For many strings one after another: s keeps its memory.
+void dcpToUCS(UnicodeString& s, std::string_view text);
 
 // ---- Conversion to narrow text ----
 

@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <memory>
+#include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
 #include "ferry/errors/exception.h"
@@ -30,6 +32,21 @@ std::string narrow(const UnicodeString& s, Convert convert) {
 } // namespace
 
 namespace UCSS {
+
+void dcpToUCS(UnicodeString& s, std::string_view text) {
+  const auto length = static_cast<int32_t>(text.size());
+  if (std::strcmp(ucnv_getDefaultName(), "UTF-8") != 0) {
+    s = UnicodeString(text.data(), length);
+    return;
+  }
+  constexpr UChar32 kReplacement = 0xFFFD;
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t units = 0;
+  UChar* buffer = s.getBuffer(length); // a byte is never more than one unit
+  u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, kReplacement, nullptr,
+                       &status);
+  s.releaseBuffer(buffer && U_SUCCESS(status) ? units : 0);
+}
 
 std::string ucsToDCP(const UnicodeString& s) {
   return narrow(s, [&](char* buffer, int32_t capacity) {

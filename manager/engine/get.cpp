@@ -33,7 +33,7 @@ private:
   }
   static void take(const Identifier& wanted, Identifier& kept, bool& used) {
     std::memcpy(kept, wanted, sizeof kept);
-    used = std::any_of(std::begin(wanted), std::end(wanted), [](BXBYTE b) { return b != 0; });
+    used = !isZero(wanted);
   }
 
   Identifier m_messageId{}, m_correlationId{};

@@ -2,6 +2,7 @@
 
 #include "manager/store/clock.h"
 #include "manager/store/failure.h"
+#include "manager/store/record.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,10 +22,6 @@ BXLONG faultOf(const BXMD& descriptor) {
 
 /// The priority of messages that ask for the queue's default.
 constexpr int kDefaultPriority = 0;
-
-bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) {
-  return std::all_of(std::begin(identifier), std::end(identifier), [](BXBYTE b) { return b == 0; });
-}
 
 /// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
 BXMD withDefaultTail(BXMD descriptor) {

@@ -5,6 +5,7 @@
 #include "manager/store/failure.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
@@ -16,11 +17,6 @@ namespace {
 constexpr std::uint8_t kVersion = 1;
 constexpr std::size_t kFixedSize = 1 + 2 + 8;
 constexpr BXMD kDefaultDescriptor = BXMD_DEFAULT;
-
-template <std::size_t size>
-bool isZero(const BXBYTE (&bytes)[size]) {
-  return std::all_of(bytes, bytes + size, [](BXBYTE b) { return b == 0; });
-}
 
 /// True when the fields that the header does not tell by itself are as they are by default.
 bool isOrdinary(const BXMD& d) {
@@ -62,13 +58,18 @@ std::uint16_t flagsIn(std::string_view record) {
   return flags;
 }
 
-std::size_t headerSize(std::uint16_t flags) {
-  return kFixedSize + (flags & kExpires ? 8 : 0) + (flags & kMadeId ? 16 : 0) +
-         (flags & kGivenId ? BX_IDENTIFIER_LENGTH : 0) +
-         (flags & kCorrelated ? BX_IDENTIFIER_LENGTH : 0) +
-         (flags & kOtherFormat ? BX_FORMAT_LENGTH : 0) +
-         (flags & kWholeDescriptor ? sizeof(BXMD) : 0);
-}
+/// By the flags: looked up for each message several times.
+constexpr auto kHeaderSizes = [] {
+  std::array<std::uint16_t, 2 * kWholeDescriptor> sizes{};
+  for (std::size_t flags = 0; flags < sizes.size(); ++flags)
+    sizes[flags] = static_cast<std::uint16_t>(kFixedSize + (flags & kExpires ? 8 : 0) +
+                                              (flags & kMadeId ? 16 : 0) +
+                                              (flags & kGivenId ? BX_IDENTIFIER_LENGTH : 0) +
+                                              (flags & kCorrelated ? BX_IDENTIFIER_LENGTH : 0) +
+                                              (flags & kOtherFormat ? BX_FORMAT_LENGTH : 0) +
+                                              (flags & kWholeDescriptor ? sizeof(BXMD) : 0));
+  return sizes;
+}();
 
 void putDigits(char* field, unsigned value, int digits) {
   for (int i = digits - 1; i >= 0; --i, value /= 10) field[i] = static_cast<char>('0' + value % 10);
@@ -82,12 +83,15 @@ BXLONG tenthsLeft(std::int64_t expires, std::int64_t now) {
 } // namespace
 
 void MadeId::writeTo(BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) const {
+  const std::uint64_t numbers[] = {__builtin_bswap64(connection), __builtin_bswap64(counter)};
   std::memcpy(identifier, "BXM ", 4);
-  for (int i = 0; i < 8; ++i) {
-    identifier[4 + i] = static_cast<BXBYTE>(connection >> (8 * (7 - i)));
-    identifier[12 + i] = static_cast<BXBYTE>(counter >> (8 * (7 - i)));
-  }
+  std::memcpy(identifier + 4, numbers, sizeof numbers);
   std::memset(identifier + 20, 0, 4);
+}
+
+bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) {
+  constexpr BXBYTE kZero[BX_IDENTIFIER_LENGTH] = {};
+  return std::memcmp(identifier, kZero, sizeof kZero) == 0;
 }
 
 void encodeRecordHeader(const BXMD& descriptor, const RecordTimes& times, const MadeId& made,
@@ -119,7 +123,7 @@ std::int64_t recordExpiry(std::string_view record) {
 }
 
 std::string_view recordData(std::string_view record) {
-  const std::size_t header = headerSize(flagsIn(record));
+  const std::size_t header = kHeaderSizes[flagsIn(record) % kHeaderSizes.size()];
   if (record.size() < header) throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");
   return record.substr(header);
 }

@@ -45,6 +45,9 @@ struct RecordTimes {
   std::int64_t expires = 0; ///< ms since 1970; 0 never
 };
 
+/// True for an identifier that the manager is to make, and a correlation identifier not given.
+bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]);
+
 /// Appends the header of a message to out. The descriptor is as it is to be told by a get, its
 /// persistence resolved; made is used when its identifier is zero.
 void encodeRecordHeader(const BXMD& descriptor, const RecordTimes& times, const MadeId& made,

@@ -143,7 +143,7 @@ void Durable::openEnvironment(const std::string& folder) {
     if (result == MDB_SUCCESS) return checkLength(file);
     ::mdb_env_close(m_env);
     m_env = nullptr;
-    if (result != ENOMEM || size / 4 < kSmallestMap || size / 4 < 2 * present)
+    if ((result != ENOMEM && result != EINVAL) || size / 4 < kSmallestMap || size / 4 < 2 * present)
       check(result, "opening the environment");
   }
 }
