@@ -50,7 +50,7 @@ public:
 private:
   void Record_v(std::string_view sLine);
   void Skip_v();
-  bool Try_b(const UnicodeString& sRecord, size_t nBytes);
+  bool Try_b(size_t nBytes);
   bool IsFull_b(const CCMEBX& obQueue) const;
   void FullRound_v();
   void SaturationPause_v();
@@ -66,6 +66,7 @@ private:
   CCommitBatch m_obBatch;
   Limits m_obLimits;
   const long m_nSkipCount;
+  UnicodeString m_sRecord;
   size_t m_nCursor = 0; // the queue to try next
   long m_nRecords = 0;  // records skipped and attempts made
   uint32_t m_nFull = 0; // full queues met since the last record was placed
@@ -86,11 +87,11 @@ void CDistributor::Run_v() {
 
 void CDistributor::Record_v(std::string_view sLine) {
   if (m_nRecords < m_nSkipCount) return Skip_v();
-  const UnicodeString sRecord(sLine.data(), static_cast<int32_t>(sLine.size()));
-  if (!Passes_b(sRecord, m_sGrep)) return;
+  UCSS::dcpToUCS(m_sRecord, sLine);
+  if (!Passes_b(m_sRecord, m_sGrep)) return;
   bool bSent = false;
   while (!bSent && CInterruption::Signal_n() == 0) {
-    bSent = Try_b(sRecord, sLine.size());
+    bSent = Try_b(sLine.size());
     if (m_obLimits.nFullCountMax != Limits::NONE && m_nFull >= m_obLimits.nFullCountMax)
       SaturationPause_v();
     if (m_nPause > 0) m_obBatch.Commit_v();
@@ -107,13 +108,13 @@ void CDistributor::Skip_v() {
                 std::to_string(m_nSkipCount) + "\n");
 }
 
-bool CDistributor::Try_b(const UnicodeString& sRecord, size_t nBytes) {
+bool CDistributor::Try_b(size_t nBytes) {
   CCMEBX& obQueue = *m_aQueues[m_nCursor];
   if (IsFull_b(obQueue)) {
     if (++m_nFull % m_aQueues.size() == 0) FullRound_v();
     return false;
   }
-  SendRecord_v(obQueue, sRecord, m_nPriority, m_nExpire);
+  SendRecord_v(obQueue, m_sRecord, m_nPriority, m_nExpire);
   m_obBatch.Add_v(m_nCursor, nBytes);
   m_nFull = 0;
   return true;

@@ -29,13 +29,38 @@ std::string narrow(const UnicodeString& s, Convert convert) {
   return {buffer.get(), static_cast<size_t>(length)};
 }
 
+// ASCII, which most text is, is the same in UTF-8: these loops, which the compiler turns into
+// vector instructions, take a tenth of the time of a conversion. They are false for any other text.
+bool widenASCII(std::string_view text, UChar* units) {
+  unsigned char all = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    units[i] = byte;
+    all |= byte;
+  }
+  return all < 0x80;
+}
+
+bool narrowASCII(const UnicodeString& s, std::string& text) {
+  const UChar* units = s.getBuffer();
+  const auto length = static_cast<size_t>(s.length());
+  UChar all = 0;
+  for (size_t i = 0; i < length; ++i) all |= units[i];
+  if (all >= 0x80) return false;
+  text.resize(length);
+  for (size_t i = 0; i < length; ++i) text[i] = static_cast<char>(units[i]);
+  return true;
+}
+
+bool defaultIsUTF8() { return std::strcmp(ucnv_getDefaultName(), "UTF-8") == 0; }
+
 } // namespace
 
 namespace UCSS {
 
 void dcpToUCS(UnicodeString& s, std::string_view text) {
   const auto length = static_cast<int32_t>(text.size());
-  if (std::strcmp(ucnv_getDefaultName(), "UTF-8") != 0) {
+  if (!defaultIsUTF8()) {
     s = UnicodeString(text.data(), length);
     return;
   }
@@ -43,12 +68,18 @@ void dcpToUCS(UnicodeString& s, std::string_view text) {
   UErrorCode status = U_ZERO_ERROR;
   int32_t units = 0;
   UChar* buffer = s.getBuffer(length); // a byte is never more than one unit
-  u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, kReplacement, nullptr,
-                       &status);
+  if (buffer && widenASCII(text, buffer)) {
+    units = length;
+  } else {
+    u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, kReplacement,
+                         nullptr, &status);
+  }
   s.releaseBuffer(buffer && U_SUCCESS(status) ? units : 0);
 }
 
 std::string ucsToDCP(const UnicodeString& s) {
+  std::string text;
+  if (defaultIsUTF8() && narrowASCII(s, text)) return text;
   return narrow(s, [&](char* buffer, int32_t capacity) {
     // An encoding may need more than six bytes a unit; what did not fit is told but not there.
     int32_t length = s.extract(0, s.length(), buffer, static_cast<uint32_t>(capacity));
@@ -59,6 +90,8 @@ std::string ucsToDCP(const UnicodeString& s) {
 std::string ucToString(const UnicodeString& s) { return ucsToDCP(s); }
 
 std::string ucsToUTF8(const UnicodeString& s) {
+  std::string text;
+  if (narrowASCII(s, text)) return text;
   return narrow(s, [&](char* buffer, int32_t capacity) {
     UErrorCode status = U_ZERO_ERROR;
     int32_t length = 0;

@@ -29,6 +29,20 @@ TEST(CodePage, TextOfAnyLengthIsConvertedWhole) {
     }
 }
 
+// ASCII takes another way than the rest: one other character anywhere must not get lost in it.
+TEST(CodePage, BytesBecomeWhatTheLibraryMakesOfThem) {
+  UnicodeString reused;
+  for (const std::string other : {"", "\u00e9", "\U0001F600", "\xff", "\xe2\x82", "\x80"})
+    for (size_t length = 0; length < 70; ++length)
+      for (size_t at = 0; at <= length; ++at) {
+        const std::string text = std::string(at, 'a') + other + std::string(length - at, '~');
+        UCSS::dcpToUCS(reused, text);
+        ASSERT_EQ(UnicodeString::fromUTF8(text), reused) << length << " " << at;
+        std::string back;
+        ASSERT_EQ(reused.toUTF8String(back), UCSS::ucsToDCP(reused)) << length << " " << at;
+      }
+}
+
 TEST(CodePage, ALoneSurrogateIsReplacedOrReported) {
   UnicodeString s(UnicodeString(u"a").append(UChar(0xD800)));
   EXPECT_EQ("a\uFFFD", UCSS::ucsToDCP(s));
