@@ -2,6 +2,7 @@
 
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
+#include "manager/store/lmdb/first_line.h"
 #include "manager/store/names.h"
 
 #include <algorithm>
@@ -113,9 +114,8 @@ std::string Home::folderOf(std::string_view name) const {
 // ---- The default manager ------------------------------------------------------------------------
 
 std::string Home::markedName() const {
-  std::ifstream in(m_folder + "/" + kDefaultFile);
-  std::string name;
-  return std::getline(in, name) && isName(name) ? name : "";
+  const std::string name = firstLine(m_folder + "/" + kDefaultFile);
+  return isName(name) ? name : "";
 }
 
 std::string Home::defaultName() {

@@ -3,13 +3,13 @@
 #include "bx/bx.h"
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
+#include "manager/store/lmdb/first_line.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <linux/futex.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -26,12 +26,7 @@ constexpr std::uint64_t kOpeningByte = 0;
 constexpr std::uint64_t kConnectionBytes = 1; ///< byte 1 + slot
 
 /// The kernel's own name for this boot. Without it nothing can be trusted to be of this boot.
-std::string bootId() {
-  std::ifstream in("/proc/sys/kernel/random/boot_id");
-  std::string id;
-  std::getline(in, id);
-  return id;
-}
+std::string bootId() { return firstLine("/proc/sys/kernel/random/boot_id"); }
 
 struct flock lockOf(short type, std::uint64_t byte) {
   struct flock lock {};
