@@ -3,6 +3,7 @@
 #include "ferry/config/settings.h"
 #include "ferry/errors/exception.h"
 #include "ferry/text/ss.h"
+#include "ferry/text/uc_string.h"
 #include "ferry/text/ucss.h"
 
 namespace {
@@ -41,8 +42,7 @@ CDistributionConfig::CDistributionConfig(const std::string& sSection)
 std::vector<UnicodeString> CDistributionConfig::Queues_a() const {
   std::vector<UnicodeString> aQueues;
   for (int n = 0; const CCMEParameter* pobQueue = m_obStore.find(m_sSection, QueueKey_s(n)); ++n) {
-    UnicodeString sQueue = pobQueue->value();
-    aQueues.push_back(UCSS::RTrim(UCSS::LTrim(sQueue)));
+    aQueues.push_back(UCString(pobQueue->value()).trim());
   }
   return aQueues;
 }

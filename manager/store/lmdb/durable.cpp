@@ -26,7 +26,7 @@ constexpr std::size_t kMapSize = std::size_t{64} << 30;
 #else
 constexpr std::size_t kMapSize = std::size_t{1} << 40;
 #endif
-constexpr std::size_t kMostPassed = std::size_t{16} << 20;
+constexpr std::size_t kMostPassed = std::size_t{8} << 20;
 /// What a write transaction may have touched of the map: pages of the tree that it changes.
 constexpr std::size_t kTransactionTouches = std::size_t{256} << 10;
 constexpr std::size_t kSmallestMap = std::size_t{1} << 30;
