@@ -79,6 +79,7 @@ void CFerryEx::ProcessFile2Q(CCMEBX* q, long count, long pause, long priority, l
       ++nSent;
       --count;
     }
+    obInput.Done_v();
     if (count == 0) break; // a count that was 0 from the start is below it by now: no limit
   }
   obBatch.Commit_v();

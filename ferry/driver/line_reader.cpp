@@ -33,11 +33,13 @@ CLineReader::CLineReader(int nDescriptor, std::function<void()> obBeforeWait)
       m_pBuffer(std::make_unique_for_overwrite<char[]>(BUFFER_SIZE)) {}
 
 CLineReader::~CLineReader() {
-  if (m_nBegin < m_nEnd) ::lseek(m_nDescriptor, -static_cast<off_t>(m_nEnd - m_nBegin), SEEK_CUR);
+  const size_t nLeft = m_nEnd - m_nBegin + m_nHeld;
+  if (nLeft > 0) ::lseek(m_nDescriptor, -static_cast<off_t>(nLeft), SEEK_CUR);
 }
 
 bool CLineReader::Read_b(std::string_view& sLine) {
   size_t nScanned = 0;
+  m_nHeld = 0;
   while (CInterruption::Signal_n() == 0) {
     const std::string_view sThere(m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
     const size_t nLength = sThere.find('\n', nScanned) + 1; // 0 when there is none
@@ -52,6 +54,7 @@ bool CLineReader::Read_b(std::string_view& sLine) {
 bool CLineReader::Take_b(size_t nLength, std::string_view& sLine) {
   sLine = std::string_view(m_pBuffer.get() + m_nBegin, nLength);
   m_nBegin += nLength;
+  m_nHeld = nLength;
   return nLength != 0;
 }
 

@@ -21,6 +21,9 @@ public:
   /// The next piece, valid until the next call. False at the end of input and when a signal asks
   /// for the end (CInterruption). Throws VRK_Exception when reading fails.
   bool Read_b(std::string_view& sLine);
+  /// The last piece was dealt with. One that was not, because of a failure or a signal, is given
+  /// back in the end like what was not asked for.
+  void Done_v() { m_nHeld = 0; }
 
   static constexpr size_t BUFFER_SIZE = 409600;
 
@@ -33,4 +36,5 @@ private:
   const std::unique_ptr<char[]> m_pBuffer;
   size_t m_nBegin = 0; // what was read and not yet returned
   size_t m_nEnd = 0;
+  size_t m_nHeld = 0; // the last piece, while nobody said that it is dealt with
 };

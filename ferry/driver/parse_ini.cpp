@@ -48,7 +48,7 @@ public:
   void Run_v();
 
 private:
-  void Record_v(std::string_view sLine);
+  bool Record_b(std::string_view sLine);
   void Skip_v();
   bool Try_b(size_t nBytes);
   bool IsFull_b(const CCMEBX& obQueue) const;
@@ -77,7 +77,7 @@ void CDistributor::Run_v() {
   CLineReader obInput(STDIN_FILENO, [this] { m_obBatch.Commit_v(); });
   std::string_view sLine;
   while (obInput.Read_b(sLine)) {
-    Record_v(sLine);
+    if (Record_b(sLine)) obInput.Done_v();
     if (m_nCount == 0) break;
   }
   m_obBatch.Commit_v();
@@ -85,10 +85,14 @@ void CDistributor::Run_v() {
   Statistics_v();
 }
 
-void CDistributor::Record_v(std::string_view sLine) {
-  if (m_nRecords < m_nSkipCount) return Skip_v();
+// False when a signal came before a queue took the record.
+bool CDistributor::Record_b(std::string_view sLine) {
+  if (m_nRecords < m_nSkipCount) {
+    Skip_v();
+    return true;
+  }
   UCSS::dcpToUCS(m_sRecord, sLine);
-  if (!Passes_b(m_sRecord, m_sGrep)) return;
+  if (!Passes_b(m_sRecord, m_sGrep)) return true;
   bool bSent = false;
   while (!bSent && CInterruption::Signal_n() == 0) {
     bSent = Try_b(sLine.size());
@@ -100,6 +104,7 @@ void CDistributor::Record_v(std::string_view sLine) {
     ++m_nRecords;
     m_nCursor = (m_nCursor + 1) % m_aQueues.size();
   }
+  return bSent;
 }
 
 void CDistributor::Skip_v() {
@@ -120,6 +125,7 @@ bool CDistributor::Try_b(size_t nBytes) {
   return true;
 }
 
+// Without a limit the depth is not asked for: that would be an administration command a record.
 bool CDistributor::IsFull_b(const CCMEBX& obQueue) const {
   const uint32_t nMax = m_obLimits.nMessageCountMax;
   return nMax != Limits::NONE && static_cast<uint32_t>(obQueue.GetMessageCount()) >= nMax;

@@ -36,6 +36,9 @@ bool WriteAll_b(std::string_view sText) {
 CStandardOutput::CStandardOutput() {
   struct stat obStatus {};
   m_bHasReader = ::fstat(STDOUT_FILENO, &obStatus) != 0 || !S_ISREG(obStatus.st_mode);
+  // What can never be written to says so before the first record is taken.
+  if (!S_ISSOCK(obStatus.st_mode) && ::write(STDOUT_FILENO, "", 0) < 0)
+    ThrowStreamError("Cannot write to standard output");
 }
 
 CStandardOutput::~CStandardOutput() { WriteAll_b(m_sBuffer); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -55,9 +56,15 @@ int CCMEBXSer::PeekMsg(std::string& sText, long nWait) {
 // Data is put in UTF-8 and read in the default code page: the two directions differ on purpose.
 int CCMEBXSer::ReceiveMessage(UnicodeString& sText, long nWait) {
   m_sNarrow.clear();
-  const int nStatus = ReceiveMessage(m_sNarrow, nWait);
-  UCSS::dcpToUCS(sText, m_sNarrow);
-  return nStatus;
+  try {
+    const int nStatus = ReceiveMessage(m_sNarrow, nWait);
+    UCSS::dcpToUCS(sText, m_sNarrow);
+    return nStatus;
+  } catch (const std::bad_alloc&) {
+    // The message may be taken already; the disconnect would make that last.
+    if (m_bTransactional) RollbackTran();
+    throw;
+  }
 }
 
 int CCMEBXSer::PeekMsg(UnicodeString& sText, long nWait) {

@@ -108,7 +108,8 @@ bool isASCII_7(const UnicodeString& s);
 
 // ---- Conversion of narrow text ----
 
-/// From the default code page. For many strings one after another: s keeps its memory.
+/// From the default code page. For many strings one after another: s keeps its memory. Throws
+/// std::bad_alloc, where a UnicodeString made of the text would be bogus.
 void dcpToUCS(UnicodeString& s, std::string_view text);
 
 // ---- Conversion to narrow text ----

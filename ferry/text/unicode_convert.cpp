@@ -2,6 +2,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
@@ -62,19 +63,23 @@ void dcpToUCS(UnicodeString& s, std::string_view text) {
   const auto length = static_cast<int32_t>(text.size());
   if (!defaultIsUTF8()) {
     s = UnicodeString(text.data(), length);
+    if (s.isBogus()) throw std::bad_alloc();
     return;
   }
   constexpr UChar32 kReplacement = 0xFFFD;
   UErrorCode status = U_ZERO_ERROR;
   int32_t units = 0;
+  if (s.isBogus()) s.remove();
   UChar* buffer = s.getBuffer(length); // a byte is never more than one unit
-  if (buffer && widenASCII(text, buffer)) {
+  if (!buffer) throw std::bad_alloc();
+  if (widenASCII(text, buffer)) {
     units = length;
   } else {
     u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, kReplacement,
                          nullptr, &status);
   }
-  s.releaseBuffer(buffer && U_SUCCESS(status) ? units : 0);
+  s.releaseBuffer(U_SUCCESS(status) ? units : 0);
+  if (U_FAILURE(status)) throw std::bad_alloc();
 }
 
 std::string ucsToDCP(const UnicodeString& s) {

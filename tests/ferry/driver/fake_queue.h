@@ -17,6 +17,7 @@ public:
   std::vector<std::string> m_notes;
   std::vector<UnicodeString> m_sent;
   int m_commitStatus = 0;
+  size_t m_room = SIZE_MAX; // how many it takes
   std::function<void()> m_onGet = [] {};
   int m_lastPriority = 0;
   long m_lastExpiry = 0;
@@ -30,6 +31,7 @@ public:
   int SendMsg(const UnicodeString& text, int priority, long expiry,
               const UnicodeString& label) override {
     note("put");
+    if (m_sent.size() >= m_room) return -1;
     m_sent.push_back(text);
     m_lastPriority = priority;
     m_lastExpiry = expiry;

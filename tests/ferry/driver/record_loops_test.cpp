@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sys/resource.h>
 
 using namespace support;
 using ::testing::ElementsAre;
@@ -93,6 +94,14 @@ TEST_F(RecordLoops, LeaveTheRestOfAFileToTheNextProgram) {
     CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
   });
   EXPECT_EQ(m_err, "(1) Records Sent.\n(2) Records Sent.\n");
+  // What the queue did not take belongs to the rest.
+  m_queue.m_room = 4;
+  run("4\n5\n6\n", [this] {
+    EXPECT_THROW(CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1), VRK_Exception);
+    m_queue.m_room = 6;
+    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
+  });
+  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n", u"4\n", u"5\n", u"6\n"));
 }
 
 TEST_F(RecordLoops, CommitEveryThousandRecordsOrMebibyte) {
@@ -151,22 +160,34 @@ TEST_F(RecordLoops, PeekWithoutTaking) {
   EXPECT_THAT(m_queue.m_notes, ElementsAre("peek", "peek"));
 }
 
-TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
+TEST_F(RecordLoops, TakeNothingForAnOutputThatCannotBeWritten) {
   fill(3);
-  try {
+  for (const bool peek : {false, true}) {
     const Redirect out(1, "/dev/full", O_WRONLY);
+    try {
+      CFerryEx::ProcessQ2File(&m_queue, -1, peek, -1);
+      ADD_FAILURE() << "a full disk went unnoticed";
+    } catch (const VRK_Exception& e) {
+      EXPECT_STREQ(e.what(), "Cannot write to standard output: No space left on device");
+    }
+  }
+  EXPECT_EQ(m_queue.m_records.size(), 3U);
+}
+
+TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
+  const rlimit room{2, RLIM_INFINITY}; // for the first record
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  ::signal(SIGXFSZ, SIG_IGN);
+  fill(3);
+  run("", [&] {
+    ::setrlimit(RLIMIT_FSIZE, &room);
     CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
-    ADD_FAILURE() << "a full disk went unnoticed";
-  } catch (const VRK_Exception& e) {
-    EXPECT_STREQ(e.what(), "Cannot write to standard output: No space left on device");
-  }
-  EXPECT_EQ(m_queue.m_records.size(), 2U);
-  try {
-    const Redirect out(1, "/dev/full", O_WRONLY);
-    CFerryEx::ProcessQ2File(&m_queue, -1, true, -1);
-    ADD_FAILURE() << "a full disk went unnoticed by the peek";
-  } catch (const VRK_Exception&) {
-  }
+  });
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_EQ(m_failure, "Cannot write to standard output: File too large");
+  EXPECT_EQ(m_out, "1\n");
+  EXPECT_EQ(m_queue.m_records.size(), 1U);
 }
 
 TEST_F(RecordLoops, TakeNothingMoreWhenTheReaderIsGone) {
