@@ -39,10 +39,12 @@ Codes Connection::open(std::string_view name, std::string_view manager, BXLONG o
     return failed(BXRC_UNKNOWN_OBJECT_Q_MGR);
   const auto definition = isName(name) ? m_session->findQueue(name) : std::nullopt;
   if (!definition) return failed(BXRC_UNKNOWN_OBJECT);
-  object = nextHandle();
-  m_queues[object] = std::make_unique<OpenQueue>(
+  auto opened = std::make_unique<OpenQueue>(
       OpenQueue{m_session->open(*definition), (options & BXOO_INPUT_SHARED) != 0,
                 (options & BXOO_BROWSE) != 0, (options & BXOO_OUTPUT) != 0, std::nullopt});
+  const BXHOBJ handle = nextHandle();
+  m_queues[handle] = std::move(opened);
+  object = handle;
   return ok();
 }
 

@@ -30,6 +30,8 @@ public:
   void forEach(const std::function<void(const Entry&)>& visit) const;
 
   bool empty() const { return m_counts.empty(); }
+  /// About what it takes to store them.
+  std::uint64_t bytes() const { return m_fileSize + m_memory.size(); }
   /// How many messages there are for each queue.
   const std::map<std::uint32_t, std::uint64_t>& counts() const { return m_counts; }
   void clear();

@@ -2,6 +2,7 @@
 
 #include "manager/store/bytes.h"
 #include "manager/store/failure.h"
+#include "manager/store/lmdb/disk_room.h"
 #include "manager/store/random_number.h"
 
 #include <cerrno>
@@ -11,7 +12,6 @@
 #include <fstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace bxm {
@@ -221,14 +221,6 @@ std::uint64_t Durable::lastTransaction() const {
   return info.me_last_txnid;
 }
 
-bool Durable::isDiskFull() const {
-  constexpr std::uint64_t kLittle = 1 << 20;
-  int file = -1;
-  struct statvfs room {};
-  return ::mdb_env_get_fd(m_env, &file) == MDB_SUCCESS && ::fstatvfs(file, &room) == 0 &&
-         std::uint64_t{room.f_bavail} * room.f_frsize < kLittle;
-}
-
 void Durable::clearStaleReaders() const {
   int dead = 0;
   ::mdb_reader_check(m_env, &dead);
@@ -251,7 +243,7 @@ void WriteTransaction::commit() {
   if (result == MDB_SUCCESS) return m_durable.passedThrough(kTransactionTouches);
   m_durable.noteFailedCommit();
   // A write that a full disk cut short is told as an input/output error.
-  failWithLmdb(result == EIO && m_durable.isDiskFull() ? ENOSPC : result,
+  failWithLmdb(result == EIO && isDiskFull(m_durable) ? ENOSPC : result,
                "committing a transaction");
 }
 

@@ -60,7 +60,6 @@ public:
   /// to be opened anew as soon as nobody uses it.
   void noteFailedCommit() const { m_failedCommit = true; }
   bool hasFailedCommit() const { return m_failedCommit; }
-  bool isDiskFull() const;
 
   /// Says that about so many bytes of the file were read through the map. From time to time the map
   /// lets go of its pages, which stay in the system's cache: whoever goes through a large store

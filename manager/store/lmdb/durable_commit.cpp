@@ -1,5 +1,6 @@
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
+#include "manager/store/lmdb/disk_room.h"
 #include "manager/store/lmdb/lmdb_session.h"
 
 #include <deque>
@@ -28,6 +29,9 @@ public:
   BatchWriter(const BatchWriter&) = delete;
   BatchWriter& operator=(const BatchWriter&) = delete;
 
+  std::uint64_t lastOf(std::uint32_t queue) const {
+    return m_queues.at(queue).counts.nextSequence - 1;
+  }
   std::uint32_t prioritiesOf(std::uint32_t queue) const { return m_queues.at(queue).priorities; }
 
 private:
@@ -71,10 +75,14 @@ Committed LmdbSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& rea
   try {
     BXM_KILL_POINT("commit-begin");
     WriteTransaction txn(durable);
+    if (!puts.empty()) keepRoomToDelete(durable, puts.bytes());
     {
       const BatchWriter writer(txn.get(), durable, puts);
-      for (const auto& [id, count] : puts.counts())
+      for (const auto& [id, count] : puts.counts()) {
         m_queues.at(id)->share()->slot.priorities.fetch_or(writer.prioritiesOf(id));
+        // Who takes them later must not need room on a disk that is full by then.
+        m_queues.at(id)->share()->takes.reserve(writer.lastOf(id));
+      }
     }
     std::vector<Position> taken;
     for (auto& [id, queue] : m_queues) {

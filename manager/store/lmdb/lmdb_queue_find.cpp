@@ -47,21 +47,53 @@ bool LmdbQueue::claimEntry(const Position& position) {
       expected, TakeEntry::make(TakeEntry::kTaken, m_accessSlot, position.priority));
 }
 
+namespace {
+
+/// Gives a claimed message back unless it is kept: an entry that nobody answers for would hide the
+/// message until the next boot.
+class ClaimUndo {
+public:
+  ClaimUndo(QueueShare& share, const Position& position)
+      : m_share(share), m_position(position), m_entry(share.takes.at(position.sequence)) {}
+  ~ClaimUndo() {
+    if (m_kept) return;
+    m_entry.store(TakeEntry::kFree);
+    lowerFloor(m_share.slot.floors[m_position.priority], m_position.sequence);
+    announceArrival(m_share.slot);
+  }
+  ClaimUndo(const ClaimUndo&) = delete;
+  ClaimUndo& operator=(const ClaimUndo&) = delete;
+  void keep() { m_kept = true; }
+
+private:
+  QueueShare& m_share;
+  Position m_position;
+  std::atomic<std::uint32_t>& m_entry;
+  bool m_kept = false;
+};
+
+} // namespace
+
 /// Claims a message that a snapshot shows. Messages are deleted only by whoever has claimed them,
 /// so one that a snapshot shows which was begun after the claim is there and stays there.
 LmdbQueue::Claim LmdbQueue::claim(Reader::Snapshot& snapshot, StoredMessage& message, bool& moved) {
   if (!claimEntry(message.position)) return Claim::kLost;
+  ClaimUndo undo(*m_share, message.position);
   BXM_KILL_POINT("take-claimed");
   moved = snapshot.refresh();
-  if (!moved || find(snapshot, m_share->id, message)) return Claim::kMine;
+  const bool there = !moved || find(snapshot, m_share->id, message);
+  undo.keep();
+  if (there) return Claim::kMine;
   m_share->takes.at(message.position.sequence).store(TakeEntry::deleted());
   return Claim::kGone;
 }
 
 void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoint) {
+  ClaimUndo undo(*m_share, message.position);
   receiver.deliver(message);
-  ++m_takenCount;
   if (m_taken.size() < kMostListed) m_taken.push_back(message.position);
+  undo.keep();
+  ++m_takenCount;
   if (syncpoint) return;
   // Without a unit of work the take and its commit are this one store.
   m_share->takes.at(message.position.sequence)
@@ -123,6 +155,11 @@ bool LmdbQueue::recoverOthers() {
     const std::uint32_t owner = access.connection.load();
     if (owner > 0 && runtime.hasDied(owner - 1)) return m_session.store().recoverDead();
   }
+  // Who was deleting the queue need not have had it open.
+  const std::uint32_t connections = runtime.connectionLimit();
+  for (std::uint32_t slot = 0; slot < connections; ++slot)
+    if (runtime.connection(slot).deletingQueue.load() == m_share->id && runtime.hasDied(slot))
+      return m_session.store().recoverDead();
   return false;
 }
 
@@ -167,8 +204,12 @@ std::optional<Found> LmdbQueue::takeAhead(Receiver& receiver, bool syncpoint) {
     if (!claimEntry(message.position)) continue;
     BXM_KILL_POINT("take-claimed");
     if (durable.lastTransaction() != m_takeAhead.transaction()) {
+      ClaimUndo undo(*m_share, message.position);
       const Reader::Snapshot claimed(m_session.reader());
-      if (StoredMessage stored = message; !find(claimed, m_share->id, stored)) {
+      StoredMessage stored = message;
+      const bool there = find(claimed, m_share->id, stored);
+      undo.keep();
+      if (!there) {
         m_share->takes.at(message.position.sequence).store(TakeEntry::deleted());
         continue;
       }

@@ -12,6 +12,7 @@ namespace bxm {
 namespace {
 
 constexpr std::size_t kPurgeStep = 20'000;
+constexpr std::size_t kMostIdleShares = 16;
 
 /// Sets up the runtime's slot of a queue from what the durable store holds of it.
 void prepareFromDurable(const Runtime& runtime, MDB_cursor* messages, const QueueDefinition& queue,
@@ -85,8 +86,17 @@ void LmdbStore::readSettings() {
 
 std::shared_ptr<QueueShare> LmdbStore::share(std::uint32_t queueId, std::uint32_t queueSlot) {
   const std::lock_guard guard(m_sharesMutex);
-  auto& share = m_shares[queueId];
-  if (!share) share = std::make_shared<QueueShare>(m_folder, queueId, m_runtime.queue(queueSlot));
+  if (const auto found = m_shares.find(queueId); found != m_shares.end()) return found->second;
+  // Each holds a descriptor: those that nobody uses make room, those of deleted queues at once.
+  std::size_t idle = 0;
+  std::erase_if(m_shares, [&idle](const auto& entry) {
+    return entry.second.use_count() == 1 && (!entry.second->exists() || ++idle > kMostIdleShares);
+  });
+  auto share = std::make_shared<QueueShare>(m_folder, queueId, m_runtime.queue(queueSlot));
+  if (share->exists())
+    m_shares.emplace(queueId, share);
+  else
+    removeTakeMap(m_folder, queueId); // the queue was deleted meanwhile
   return share;
 }
 

@@ -4,6 +4,7 @@
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
 #include "manager/store/lmdb/first_line.h"
+#include "manager/store/lmdb/take_journal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -74,11 +75,15 @@ bool Runtime::isCurrent(std::uint64_t storeId,
   if (::pread(m_file, bytes, sizeof bytes, 0) != sizeof bytes) return false;
   const auto& header = *reinterpret_cast<const Header*>(bytes);
   const std::string boot = bootId();
-  return std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 &&
-         header.version == kLayoutVersion && header.sealed == 1 && header.storeId == storeId &&
-         !boot.empty() &&
-         boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId)) &&
-         header.newestTransaction.load() <= lastTransaction(); // asked after the header was read
+  const bool ours =
+      std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 && header.version == kLayoutVersion &&
+      header.sealed == 1 && header.storeId == storeId && !boot.empty() &&
+      boot == std::string(header.bootId, ::strnlen(header.bootId, sizeof header.bootId));
+  if (!ours) return false;
+  if (header.newestTransaction.load() <= lastTransaction()) return true; // asked after the header
+  // A copy was put back, and no power was cut: it is served as it is.
+  if (!othersConnected()) removeTakeJournals(m_folder);
+  return false;
 }
 
 void Runtime::remake(std::uint64_t storeId) {
@@ -227,17 +232,17 @@ std::uint32_t Runtime::claimAccess(std::uint32_t connectionSlot,
                                    const QueueDefinition& definition) {
   for (std::uint32_t slot = 0; slot < kAccessSlots; ++slot) {
     AccessSlot& candidate = access(slot);
+    if (candidate.connection.load()) continue;
+    // Before the slot is claimed: who dies in between leaves nothing that recovery does not see.
+    std::uint32_t limit = m_layout->header.accessLimit.load();
+    while (limit <= slot && !m_layout->header.accessLimit.compare_exchange_weak(limit, slot + 1)) {
+    }
     std::uint32_t none = 0;
-    if (candidate.connection.load() ||
-        !candidate.connection.compare_exchange_strong(none, connectionSlot + 1))
-      continue;
+    if (!candidate.connection.compare_exchange_strong(none, connectionSlot + 1)) continue;
     BXM_KILL_POINT("access-claimed");
     candidate.queueSlot = definition.slot;
     candidate.lowest = UINT64_MAX;
     candidate.highest = 0;
-    std::uint32_t limit = m_layout->header.accessLimit.load();
-    while (limit <= slot && !m_layout->header.accessLimit.compare_exchange_weak(limit, slot + 1)) {
-    }
     candidate.queueId = definition.id;
     return slot;
   }

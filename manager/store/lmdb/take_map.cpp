@@ -93,10 +93,14 @@ std::uint32_t TakeMap::load(std::uint64_t sequence) {
   return endOf(index) > m_allocated->load() ? 0 : entry(index).load();
 }
 
+void TakeMap::reserve(std::uint64_t sequence) {
+  const std::uint64_t end = endOf(sequence - m_base);
+  if (end > m_allocated->load()) allocate(end);
+}
+
 std::atomic<std::uint32_t>& TakeMap::at(std::uint64_t sequence) {
-  const std::uint64_t index = sequence - m_base;
-  if (endOf(index) > m_allocated->load()) allocate(endOf(index));
-  return entry(index);
+  reserve(sequence);
+  return entry(sequence - m_base);
 }
 
 void TakeMap::forEachOf(
@@ -117,7 +121,8 @@ void TakeMap::forEachOf(
 
 void TakeMap::forget(std::uint64_t below) {
   if (below <= m_base) return;
-  const std::uint64_t bytes = endOf(below - m_base) / kPieceSize * kPieceSize;
+  // Up to where the entry itself begins: it may be taken.
+  const std::uint64_t bytes = endOf(below - m_base - 1) / kPieceSize * kPieceSize;
   const std::uint64_t from = std::max(m_forgotten, kHeaderSize);
   if (bytes <= from || bytes >= m_allocated->load()) return;
   ::fallocate(m_file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(from),

@@ -41,6 +41,8 @@ public:
 
   /// The entry's value; 0 where the file has none yet.
   std::uint32_t load(std::uint64_t sequence);
+  /// Extends the file to hold an entry. Throws Failure 2056 when the disk is full.
+  void reserve(std::uint64_t sequence);
   /// The entry itself, the file extended to hold it. Throws Failure 2056 when the disk is full.
   std::atomic<std::uint32_t>& at(std::uint64_t sequence);
   /// Visits the entries of one access slot between two sequences.

@@ -113,16 +113,23 @@ TEST_F(Damage, AStoreOfANewerVersionIsRefusedWithAClearLine) {
 
 /// An older copy of the file in the place of the present one, while the machine stays up.
 TEST_F(Damage, ARestoredBackupIsServedAsItWas) {
-  {
-    Peer peer(m_home.path().string());
+  const std::string home = m_home.path().string();
+  for (const std::string sync : {"batch", "full"}) {
+    support::Process alter(
+        {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", sync});
+    ASSERT_EQ(alter.environment("BXM_HOME", home).run().status, 0);
+    const std::string copy = support::readFile(file());
+    {
+      Peer peer(home);
+      peer.words("connect");
+      for (int i = 0; i < 10; ++i) peer.words("get Q");
+      peer.words("disconnect");
+    }
+    support::writeFile(file(), copy);
+    Peer peer(home);
     peer.words("connect");
-    for (int i = 0; i < 10; ++i) peer.words("get Q");
-    peer.words("disconnect");
+    EXPECT_EQ(peer.words("browse Q").size(), std::size_t{kMessages + 5}) << sync;
   }
-  support::writeFile(file(), m_sound);
-  Peer peer(m_home.path().string());
-  peer.words("connect");
-  EXPECT_EQ(peer.words("browse Q").size(), std::size_t{kMessages + 5});
 }
 
 } // namespace

@@ -76,6 +76,28 @@ TEST(FullDisk, RefusesPutsAndLosesNothing) {
   EXPECT_GT(fill(peer), count / 2);
 }
 
+/// Small messages need the most beside themselves: for who takes them, and for their deletion.
+TEST(FullDisk, LetsEverySmallMessageBeRead) {
+  const SmallDisk disk("12m");
+  NEEDS_MOUNT(disk);
+  const auto ferry = [&](const std::string& what, int lines = 0) {
+    support::Process program({support::binDir() + "/ferry", what, "Q", "-T"});
+    std::string input;
+    for (int i = 0; i < lines; ++i) input += "small\n";
+    return program.environment("BXM_HOME", disk.path()).input(input).run();
+  };
+  ASSERT_EQ(ferry("-C").status, 0);
+  for (const int lines : {400'000, 100, 10, 1})
+    while (ferry("-f", lines).status == 0) {
+    }
+  Peer peer(disk.path());
+  peer.words("connect");
+  const std::string stored = peer.words("depth Q").at(0);
+  ASSERT_GT(std::stoi(stored), 70'000);
+  EXPECT_EQ(ferry("-r").err, "(" + stored + ") Records Received.\n");
+  EXPECT_EQ(ferry("-f", 1).status, 0);
+}
+
 TEST(FullDisk, RefusesAUnitOfWorkThatIsLargerThanMemoryAndDisk) {
   const SmallDisk disk("16m");
   NEEDS_MOUNT(disk);

@@ -35,6 +35,24 @@ TEST_F(Lifetime, QueuesThatComeAndGoLeaveNothingBehind) {
   EXPECT_LE(takeMaps, 1);
 }
 
+TEST_F(Lifetime, QueuesThatNobodyUsesHoldNoDescriptors) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  const auto makes = home->connect("M"), uses = home->connect("M");
+  const auto before = descriptors();
+  for (int i = 0; i < 200; ++i) {
+    QueueDefinition queue;
+    queue.name = "Q" + std::to_string(i);
+    ASSERT_TRUE(makes->createQueue(queue));
+    EXPECT_EQ(uses->open(queue)->depth(), 0U);
+    if (i % 2 == 0) continue;
+    EXPECT_EQ(makes->deleteQueue(queue.name, true), StoreSession::Deleted::kDone);
+  }
+  EXPECT_LT(descriptors(), before + 60);
+}
+
 TEST_F(Lifetime, AnIdentityIsNeverGivenTwice) {
   const auto session = home->connect("M");
   QueueDefinition queue;
