@@ -49,7 +49,8 @@ bool narrowASCII(const UnicodeString& s, std::string& text) {
   for (size_t i = 0; i < length; ++i) all |= units[i];
   if (all >= 0x80) return false;
   text.resize(length);
-  for (size_t i = 0; i < length; ++i) text[i] = static_cast<char>(units[i]);
+  char* bytes = text.data(); // the string itself could be among what the loop writes
+  for (size_t i = 0; i < length; ++i) bytes[i] = static_cast<char>(units[i]);
   return true;
 }
 
