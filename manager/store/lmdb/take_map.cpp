@@ -18,6 +18,7 @@ constexpr std::uint64_t kEntrySize = sizeof(std::uint32_t);
 constexpr std::uint64_t kHeaderSize = 4096;
 constexpr std::uint64_t kPieceSize = std::uint64_t{4} << 20;
 constexpr std::uint64_t kPieceEntries = kPieceSize / kEntrySize;
+constexpr int kMostTouched = 3;
 constexpr std::uint64_t kAllocationStep = std::uint64_t{256} << 10;
 constexpr const char* kPrefix = "takes-";
 
@@ -63,11 +64,24 @@ std::atomic<std::uint32_t>* TakeMap::piece(std::uint64_t number) {
                           static_cast<off_t>(number * kPieceSize));
     if (mapped == MAP_FAILED) failWithErrno(errno, BXRC_RESOURCE_PROBLEM, "cannot map " + m_path);
     found =
-        m_pieces.emplace(number, Piece{number, static_cast<std::atomic<std::uint32_t>*>(mapped)})
+        m_pieces
+            .emplace(number, Piece{number, static_cast<std::atomic<std::uint32_t>*>(mapped), false})
             .first;
+  }
+  if (!found->second.touched) {
+    if (++m_touched > kMostTouched) letGo();
+    found->second.touched = true;
   }
   m_last.store(&found->second, std::memory_order_release);
   return found->second.entries;
+}
+
+void TakeMap::letGo() {
+  for (auto& [number, piece] : m_pieces) {
+    if (piece.touched) ::madvise(piece.entries, kPieceSize, MADV_DONTNEED);
+    piece.touched = false;
+  }
+  m_touched = 1;
 }
 
 /// A page that the disk has no room for would end the process when it is touched.

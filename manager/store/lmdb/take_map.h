@@ -57,9 +57,13 @@ private:
   struct Piece {
     std::uint64_t number;
     std::atomic<std::uint32_t>* entries;
+    bool touched; ///< since letGo
   };
   std::atomic<std::uint32_t>* piece(std::uint64_t number);
   std::atomic<std::uint32_t>& entry(std::uint64_t index);
+  /// Lets go of the pages of all pieces, which stay in the system's cache: who walks through a
+  /// long queue should not be seen to hold all of its map.
+  void letGo();
   void allocate(std::uint64_t bytes);
 
   std::string m_path;
@@ -68,6 +72,7 @@ private:
   std::mutex m_mutex;
   std::map<std::uint64_t, Piece> m_pieces; ///< nodes stay where they are
   std::atomic<const Piece*> m_last{nullptr};
+  int m_touched = 0;                                 ///< pieces
   std::atomic<std::uint64_t>* m_allocated = nullptr; ///< in the file's first page
   std::uint64_t m_forgotten = 0;                     ///< bytes
 };
