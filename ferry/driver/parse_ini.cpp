@@ -48,7 +48,7 @@ public:
   void Run_v();
 
 private:
-  bool Record_b(std::string_view sLine);
+  void Record_v(CLineReader& obInput, std::string_view sLine);
   void Skip_v();
   bool Try_b(size_t nBytes);
   bool IsFull_b(const CCMEBX& obQueue) const;
@@ -77,7 +77,7 @@ void CDistributor::Run_v() {
   CLineReader obInput(STDIN_FILENO, [this] { m_obBatch.Commit_v(); });
   std::string_view sLine;
   while (obInput.Read_b(sLine)) {
-    if (Record_b(sLine)) obInput.Done_v();
+    Record_v(obInput, sLine);
     if (m_nCount == 0) break;
   }
   m_obBatch.Commit_v();
@@ -85,17 +85,18 @@ void CDistributor::Run_v() {
   Statistics_v();
 }
 
-// False when a signal came before a queue took the record.
-bool CDistributor::Record_b(std::string_view sLine) {
+// The record is dealt with as soon as a queue has it: what fails behind that must not give it back.
+void CDistributor::Record_v(CLineReader& obInput, std::string_view sLine) {
   if (m_nRecords < m_nSkipCount) {
     Skip_v();
-    return true;
+    return obInput.Done_v();
   }
   UCSS::dcpToUCS(m_sRecord, sLine);
-  if (!Passes_b(m_sRecord, m_sGrep)) return true;
+  if (!Passes_b(m_sRecord, m_sGrep)) return obInput.Done_v();
   bool bSent = false;
   while (!bSent && CInterruption::Signal_n() == 0) {
     bSent = Try_b(sLine.size());
+    if (bSent) obInput.Done_v();
     if (m_obLimits.nFullCountMax != Limits::NONE && m_nFull >= m_obLimits.nFullCountMax)
       SaturationPause_v();
     if (m_nPause > 0) m_obBatch.Commit_v();
@@ -104,7 +105,6 @@ bool CDistributor::Record_b(std::string_view sLine) {
     ++m_nRecords;
     m_nCursor = (m_nCursor + 1) % m_aQueues.size();
   }
-  return bSent;
 }
 
 void CDistributor::Skip_v() {

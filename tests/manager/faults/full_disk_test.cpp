@@ -37,6 +37,11 @@ private:
 #define NEEDS_MOUNT(disk)                                                                          \
   if (!(disk).isMounted()) GTEST_SKIP() << "mounting a file system is not possible here"
 
+void begin(Peer& peer) {
+  peer.words("connect");
+  peer.words("create Q");
+}
+
 /// Puts units of work until one fails. Returns how many messages were committed.
 int fill(Peer& peer) {
   for (int unit = 0;; ++unit) {
@@ -53,8 +58,7 @@ TEST(FullDisk, RefusesPutsAndLosesNothing) {
   const SmallDisk disk("16m");
   NEEDS_MOUNT(disk);
   Peer peer(disk.path()), reader(disk.path());
-  peer.words("connect");
-  peer.words("create Q");
+  begin(peer);
   reader.words("connect");
   reader.words("browse Q");
   const int count = fill(peer);
@@ -102,8 +106,7 @@ TEST(FullDisk, RefusesAUnitOfWorkThatIsLargerThanMemoryAndDisk) {
   const SmallDisk disk("16m");
   NEEDS_MOUNT(disk);
   Peer peer(disk.path());
-  peer.words("connect");
-  peer.words("create Q");
+  begin(peer);
   EXPECT_EQ(peer.ask("sputn Q big 600 @40000"), "2 2056");
   peer.words("backout");
   EXPECT_EQ(peer.words("depth Q").at(0), "0");
@@ -116,8 +119,7 @@ TEST(FullDisk, LeavesAManagerWhoseQueueIsHalfDeletedInReach) {
   NEEDS_MOUNT(disk);
   {
     Peer victim(disk.path(), {{"BXM_KILL_AT", "delete-after-commit"}});
-    victim.words("connect");
-    victim.words("create Q");
+    begin(victim);
     victim.words("create R");
     victim.words("put R precious");
     fill(victim);
@@ -134,8 +136,7 @@ TEST(ReadOnlyFolder, IsRefusedWithAClearLine) {
   NEEDS_MOUNT(disk);
   {
     Peer peer(disk.path());
-    peer.words("connect");
-    peer.words("create Q");
+    begin(peer);
     peer.words("disconnect");
   }
   disk.makeReadOnly();
