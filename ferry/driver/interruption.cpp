@@ -15,23 +15,35 @@ namespace {
 
 constexpr std::array SIGNALS = {SIGINT, SIGTERM, SIGHUP};
 
+constexpr int64_t SAME_WISH = 1000; // milliseconds
+
 constinit std::atomic<int> s_nSignal = 0;
-constinit std::atomic<int> s_nWakeUp = -1; // an eventfd, readable once a signal came
+constinit std::atomic<int64_t> s_nTime = 0; // when it came, in milliseconds
+constinit std::atomic<int> s_nWakeUp = -1;  // an eventfd, readable once a signal came
 std::array<struct sigaction, SIGNALS.size()> s_aOldActions;
 
 bool Ignored_b(const struct sigaction& obAction) { return obAction.sa_handler == SIG_IGN; }
 
-extern "C" void OnSignal(int nSignal) {
-  const int nError = errno;
-  s_nSignal = nSignal;
-  for (size_t n = 0; n < SIGNALS.size(); ++n)
-    if (!Ignored_b(s_aOldActions[n])) ::signal(SIGNALS[n], SIG_DFL);
-  const uint64_t nOne = 1;
-  [[maybe_unused]] const ssize_t nWritten = ::write(s_nWakeUp, &nOne, sizeof nOne);
-  errno = nError;
+using Clock = std::chrono::steady_clock;
+
+int64_t Now_n() {
+  const auto obNow = Clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(obNow).count();
 }
 
-using Clock = std::chrono::steady_clock;
+extern "C" void OnSignal(int nSignal) {
+  const int nError = errno;
+  int nFirst = 0;
+  if (s_nSignal.compare_exchange_strong(nFirst, nSignal)) {
+    s_nTime = Now_n();
+    const uint64_t nOne = 1;
+    [[maybe_unused]] const ssize_t nWritten = ::write(s_nWakeUp, &nOne, sizeof nOne);
+  } else if (nSignal != nFirst || Now_n() - s_nTime >= SAME_WISH) {
+    ::signal(nSignal, SIG_DFL);
+    ::raise(nSignal); // once this handler has returned
+  }
+  errno = nError;
+}
 
 // What is left until the end as poll takes it: -1 for ever, rounded up so as not to wake too early.
 int Left_n(Clock::time_point obEnd, bool bForEver) {
@@ -50,7 +62,7 @@ CInterruption::CInterruption() {
   struct sigaction obAction = {};
   obAction.sa_handler = OnSignal;
   sigemptyset(&obAction.sa_mask);
-  // The second signal waits until the first one's handler has made way for its default action.
+  // A second signal waits until the first one's handler has noted it.
   for (const int nSignal : SIGNALS) sigaddset(&obAction.sa_mask, nSignal);
   for (size_t n = 0; n < SIGNALS.size(); ++n) ::sigaction(SIGNALS[n], nullptr, &s_aOldActions[n]);
   for (size_t n = 0; n < SIGNALS.size(); ++n)

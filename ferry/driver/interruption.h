@@ -1,8 +1,10 @@
 #pragma once
 
 /// While one exists, SIGINT, SIGTERM and SIGHUP do not end the process but ask the loop that runs
-/// to come to its end: the first of them is remembered, and a second one, of any kind, ends the
-/// process at once. A signal that was ignored stays ignored. One at a time, on the main thread.
+/// to come to its end: the first of them is remembered. The same one again within a second is the
+/// same wish (a process and its group are often signalled both); a different one, or a later one,
+/// ends the process at once. A signal that was ignored stays ignored. One at a time, on the main
+/// thread.
 class CInterruption {
 public:
   CInterruption();
