@@ -43,7 +43,9 @@ void PrintException_v(VRK_Exception& obException) noexcept {
 
 int RunFerry_n(int nCount, char** aArguments) {
   GuardStandardStreams_v();
-  std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error like a full disk
+  // A reader that went away, and a limit on the size of files, are errors like a full disk.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   std::optional<CVRKLogger> obLogger;
   try {
     return Run_n(nCount, aArguments, obLogger);

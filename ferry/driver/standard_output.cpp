@@ -3,7 +3,9 @@
 #include "ferry/driver/stream_error.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,13 +33,26 @@ bool WriteAll_b(std::string_view sText) {
   return true;
 }
 
+// A file that has reached the limit on the size of files.
+bool AtLimit_b(const struct stat& obStatus) {
+  struct rlimit obLimit {};
+  if (!S_ISREG(obStatus.st_mode) || ::getrlimit(RLIMIT_FSIZE, &obLimit) != 0) return false;
+  const bool bAppends = (::fcntl(STDOUT_FILENO, F_GETFL) & O_APPEND) != 0;
+  const off_t nPlace = bAppends ? obStatus.st_size : ::lseek(STDOUT_FILENO, 0, SEEK_CUR);
+  if (obLimit.rlim_cur == RLIM_INFINITY || static_cast<rlim_t>(nPlace) < obLimit.rlim_cur)
+    return false;
+  errno = EFBIG;
+  return true;
+}
+
 } // namespace
 
 CStandardOutput::CStandardOutput() {
   struct stat obStatus {};
   m_bHasReader = ::fstat(STDOUT_FILENO, &obStatus) != 0 || !S_ISREG(obStatus.st_mode);
   // What can never be written to says so before the first record is taken.
-  if (!S_ISSOCK(obStatus.st_mode) && ::write(STDOUT_FILENO, "", 0) < 0)
+  if (S_ISSOCK(obStatus.st_mode)) return;
+  if (::write(STDOUT_FILENO, "", 0) < 0 || AtLimit_b(obStatus))
     ThrowStreamError("Cannot write to standard output");
 }
 
@@ -46,6 +61,11 @@ CStandardOutput::~CStandardOutput() { WriteAll_b(m_sBuffer); }
 void CStandardOutput::Add_v(std::string_view sText) {
   m_sBuffer.append(sText);
   if (m_sBuffer.size() >= BUFFER_SIZE) Flush_v();
+}
+
+void CStandardOutput::Write_v(std::string_view sText) {
+  Flush_v();
+  if (!WriteAll_b(sText)) ThrowStreamError("Cannot write to standard output");
 }
 
 void CStandardOutput::Flush_v() {

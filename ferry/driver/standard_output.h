@@ -15,6 +15,8 @@ public:
 
   /// Adds text to the buffer; a buffer that is full is written.
   void Add_v(std::string_view sText);
+  /// Writes text behind what is in the buffer. Needs no memory.
+  void Write_v(std::string_view sText);
   /// Hands everything to the operating system.
   void Flush_v();
   /// Makes sure that somebody is left to read, as far as that can be told.
