@@ -1,33 +1,60 @@
 #pragma once
 
+#include "ferry/errors/exception.h"
 #include "ferry/queue/queue.h"
 
+#include <cstdint>
 #include <vector>
 
-/// The units of work that a loop has open on its queues, kept from growing: each is committed after
-/// 1,000 records or 1 MiB of its own, and all of them whenever the loop is to wait or to report.
-/// Each queue is a connection of its own, so committing them together would not be cheaper.
+/// The units of work that a loop has open on its queues, and the account of what counts on them.
 ///
-/// A commit that fails is thrown as VRK_Exception. The queues must outlive the batch.
+/// Each is kept from growing: it is committed after 1,000 records or 1 MiB of its own. All of them
+/// are committed whenever the loop is to wait or to report. Each queue is a connection of its own,
+/// so committing them together would not be cheaper.
+///
+/// When a commit fails, those of the other queues are still made. Then one VRK_Exception tells how
+/// many records count on each queue, and the batch takes no more. The queues must outlive it.
 class CCommitBatch {
 public:
-  explicit CCommitBatch(const std::vector<CCMEBX*>& aQueues);
+  /// pDone says what becomes of a record, as in "what was sent since does not".
+  CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone);
 
-  /// A record of that many bytes was put on a queue, or taken from it.
-  void Add_v(size_t nQueue, size_t nBytes);
+  /// A record was put on a queue, or taken from it. One that came from an input began there.
+  void Add_v(size_t nQueue, size_t nBytes, uint64_t nBegin = 0);
   /// Commits what is open on all queues.
   void Commit_v();
+  /// Runs a loop and commits what it leaves open, also when it fails: the failure's error stack
+  /// then tells how many records count.
+  template <typename Loop>
+  void Run_v(Loop obLoop) {
+    try {
+      obLoop();
+      Commit_v();
+    } catch (VRK_Exception& obFailure) {
+      Explain_v(obFailure);
+      throw;
+    }
+  }
+  /// Where in the input the first record begins that is not known to count; nEnd when all do.
+  uint64_t FirstOpen_n(uint64_t nEnd) const;
 
 private:
+  enum STATE { OPEN, FAILED, UNKNOWN };
   struct Work {
     CCMEBX* pobQueue;
-    size_t nRecords = 0;
+    STATE nState = OPEN;
+    uint64_t nCounting = 0; // records that are committed
+    uint64_t nRecords = 0;  // since then
     size_t nBytes = 0;
+    uint64_t nBegin = 0; // of the first of these
   };
-  static void Commit_v(Work& obWork);
+  static bool Commit_b(Work& obWork);
+  [[noreturn]] void Fail_v();
+  void Explain_v(VRK_Exception& obFailure);
+  bool Failed_b() const;
+  UnicodeString Account_s() const;
+  UnicodeString Account_s(const Work& obWork) const;
 
   std::vector<Work> m_aWork;
+  const char* const m_pDone;
 };
-
-/// Commits one queue's unit of work; throws VRK_Exception when that fails.
-void CommitOrThrow_v(CCMEBX& obQueue);

@@ -32,14 +32,13 @@ CLineReader::CLineReader(int nDescriptor, std::function<void()> obBeforeWait)
     : m_nDescriptor(nDescriptor), m_obBeforeWait(std::move(obBeforeWait)),
       m_pBuffer(std::make_unique_for_overwrite<char[]>(BUFFER_SIZE)) {}
 
-CLineReader::~CLineReader() {
-  const size_t nLeft = m_nEnd - m_nBegin + m_nHeld;
-  if (nLeft > 0) ::lseek(m_nDescriptor, -static_cast<off_t>(nLeft), SEEK_CUR);
+void CLineReader::LeaveAt_v(uint64_t nOffset) {
+  const auto nLeft = static_cast<off_t>(m_nRead - nOffset);
+  if (nLeft > 0) ::lseek(m_nDescriptor, -nLeft, SEEK_CUR);
 }
 
 bool CLineReader::Read_b(std::string_view& sLine) {
   size_t nScanned = 0;
-  m_nHeld = 0;
   while (CInterruption::Signal_n() == 0) {
     const std::string_view sThere(m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
     const size_t nLength = sThere.find('\n', nScanned) + 1; // 0 when there is none
@@ -54,12 +53,12 @@ bool CLineReader::Read_b(std::string_view& sLine) {
 bool CLineReader::Take_b(size_t nLength, std::string_view& sLine) {
   sLine = std::string_view(m_pBuffer.get() + m_nBegin, nLength);
   m_nBegin += nLength;
-  m_nHeld = nLength;
   return nLength != 0;
 }
 
 // False at the end of input. A signal, like input that went elsewhere meanwhile, fills nothing.
 bool CLineReader::Fill_b() {
+  if (m_bEnd) return false;
   std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
   m_nEnd -= m_nBegin;
   m_nBegin = 0;
@@ -70,6 +69,10 @@ bool CLineReader::Fill_b() {
   const ssize_t nRead = ::read(m_nDescriptor, m_pBuffer.get() + m_nEnd, BUFFER_SIZE - m_nEnd);
   if (nRead < 0 && errno != EINTR && errno != EAGAIN)
     ThrowStreamError("Cannot read standard input");
-  if (nRead > 0) m_nEnd += static_cast<size_t>(nRead);
-  return nRead != 0;
+  m_bEnd = nRead == 0;
+  if (nRead > 0) {
+    m_nEnd += static_cast<size_t>(nRead);
+    m_nRead += static_cast<uint64_t>(nRead);
+  }
+  return !m_bEnd;
 }

@@ -1,16 +1,14 @@
 #include "ferry/driver/parse_ini.h"
 
-#include "ferry/driver/commit_batch.h"
 #include "ferry/driver/distribution_config.h"
 #include "ferry/driver/interruption.h"
-#include "ferry/driver/line_reader.h"
 #include "ferry/driver/record.h"
+#include "ferry/driver/record_input.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/queue/factory.h"
 #include "ferry/text/ucss.h"
 
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -42,15 +40,16 @@ public:
                long nPriority, long nExpire)
       : m_obConfig(sSection), m_sGrep(std::move(sGrep)), m_nCount(nCount), m_nPause(nPause),
         m_nPriority(nPriority), m_nExpire(nExpire), m_aQueues(OpenQueues_a(m_obConfig.Queues_a())),
-        m_obBatch(Pointers_a(m_aQueues)), m_obLimits(m_obConfig.Limits_ob()),
+        m_obInput(Pointers_a(m_aQueues)), m_obLimits(m_obConfig.Limits_ob()),
         m_nSkipCount(m_obConfig.SkipCount_n()) {}
 
   void Run_v();
 
 private:
-  void Record_v(CLineReader& obInput, std::string_view sLine);
+  void Lines_v();
   void Skip_v();
-  bool Try_b(size_t nBytes);
+  void Record_v(std::string_view sLine);
+  bool Try_b();
   bool IsFull_b(const CCMEBX& obQueue) const;
   void FullRound_v();
   void SaturationPause_v();
@@ -63,7 +62,8 @@ private:
   const long m_nPriority;
   const long m_nExpire;
   const Queues m_aQueues;
-  CCommitBatch m_obBatch;
+  const CInterruption m_obInterruption;
+  CRecordInput m_obInput;
   Limits m_obLimits;
   const long m_nSkipCount;
   UnicodeString m_sRecord;
@@ -73,33 +73,32 @@ private:
 };
 
 void CDistributor::Run_v() {
-  const CInterruption obInterruption;
-  CLineReader obInput(STDIN_FILENO, [this] { m_obBatch.Commit_v(); });
-  std::string_view sLine;
-  while (obInput.Read_b(sLine)) {
-    Record_v(obInput, sLine);
-    if (m_nCount == 0) break;
-  }
-  m_obBatch.Commit_v();
+  m_obInput.Batch_rob().Run_v([this] { Lines_v(); });
   WriteNotice_v("Final stats.\n");
   Statistics_v();
 }
 
-// The record is dealt with as soon as a queue has it: what fails behind that must not give it back.
-void CDistributor::Record_v(CLineReader& obInput, std::string_view sLine) {
-  if (m_nRecords < m_nSkipCount) {
-    Skip_v();
-    return obInput.Done_v();
+void CDistributor::Lines_v() {
+  std::string_view sLine;
+  while (m_obInput.Read_b(sLine)) {
+    if (m_nRecords < m_nSkipCount) {
+      Skip_v();
+      continue;
+    }
+    Record_v(sLine);
+    if (m_nCount == 0) break;
   }
+}
+
+void CDistributor::Record_v(std::string_view sLine) {
   UCSS::dcpToUCS(m_sRecord, sLine);
-  if (!Passes_b(m_sRecord, m_sGrep)) return obInput.Done_v();
+  if (!Passes_b(m_sRecord, m_sGrep)) return m_obInput.Dropped_v();
   bool bSent = false;
   while (!bSent && CInterruption::Signal_n() == 0) {
-    bSent = Try_b(sLine.size());
-    if (bSent) obInput.Done_v();
+    bSent = Try_b();
     if (m_obLimits.nFullCountMax != Limits::NONE && m_nFull >= m_obLimits.nFullCountMax)
       SaturationPause_v();
-    if (m_nPause > 0) m_obBatch.Commit_v();
+    if (m_nPause > 0) m_obInput.Batch_rob().Commit_v();
     rwSleep(m_nPause);
     --m_nCount;
     ++m_nRecords;
@@ -108,19 +107,20 @@ void CDistributor::Record_v(CLineReader& obInput, std::string_view sLine) {
 }
 
 void CDistributor::Skip_v() {
+  m_obInput.Dropped_v();
   if (++m_nRecords % SKIPS_PER_NOTICE != 1) return;
   WriteNotice_v("Skipped " + std::to_string(m_nRecords) + " records of " +
                 std::to_string(m_nSkipCount) + "\n");
 }
 
-bool CDistributor::Try_b(size_t nBytes) {
+bool CDistributor::Try_b() {
   CCMEBX& obQueue = *m_aQueues[m_nCursor];
   if (IsFull_b(obQueue)) {
     if (++m_nFull % m_aQueues.size() == 0) FullRound_v();
     return false;
   }
   SendRecord_v(obQueue, m_sRecord, m_nPriority, m_nExpire);
-  m_obBatch.Add_v(m_nCursor, nBytes);
+  m_obInput.Sent_v(m_nCursor);
   m_nFull = 0;
   return true;
 }
@@ -134,12 +134,12 @@ bool CDistributor::IsFull_b(const CCMEBX& obQueue) const {
 // A consumer can only relieve the queues of what is committed, and when no pause is set for them,
 // asking them again and again at full speed would not make it faster.
 void CDistributor::FullRound_v() {
-  m_obBatch.Commit_v();
+  m_obInput.Batch_rob().Commit_v();
   if (m_obLimits.nFullCountMax == Limits::NONE && m_nPause <= 0) rwSleep(FULL_ROUND_WAIT);
 }
 
 void CDistributor::SaturationPause_v() {
-  m_obBatch.Commit_v();
+  m_obInput.Batch_rob().Commit_v();
   WriteNotice_v("Pausing " + std::to_string(m_obLimits.nFullPause) +
                 "ms during message saturation.\n");
   m_obLimits = m_obConfig.Reread_ob();

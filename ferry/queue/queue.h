@@ -61,4 +61,7 @@ public:
 
   /// How often SendMsg was called.
   virtual int GetSentCount() const = 0;
+  /// After a failed CommitTran: nobody here can know whether the unit of work counts. It is false
+  /// when it was undone.
+  virtual bool IsCommitUnknown() const = 0;
 };

@@ -43,6 +43,7 @@ public:
   int ReOpenQueue() override { return 0; }
 
   int GetSentCount() const override { return m_nSentCount; }
+  bool IsCommitUnknown() const override { return m_bCommitUnknown; }
 
   /// Over connections of their own; see BXF.
   static bool QExists(const UnicodeString& sPath, const UnicodeString& sManager);
@@ -79,6 +80,7 @@ private:
   unsigned long m_nBufferLength; // usable; a byte more is there for a terminating zero
   bool m_bTransactional = true;
   bool m_bCursor = false;
+  bool m_bCommitUnknown = false;
   BXHCONN m_nConnection = 0;
   int m_nConnectionCount = 0;
   mutable VRKBX_Exception m_obError; // never cleared: earlier failures travel with later ones

@@ -12,6 +12,7 @@ int CCMEBXSer::CommitTran() {
   BXLONG nCompletion = BXCC_FAILED;
   BXLONG nReason = BXRC_NONE;
   BXCMIT(m_nConnection, &nCompletion, &nReason);
+  m_bCommitUnknown = nCompletion == BXCC_FAILED && nReason == BXRC_OUTCOME_UNKNOWN;
   if (nCompletion != BXCC_FAILED) return 0;
   PrintError(nReason);
   return -1;

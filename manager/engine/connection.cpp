@@ -60,7 +60,7 @@ Codes Connection::codesOf(Committed committed, BXLONG reason) {
   case Committed::kDone: return ok();
   case Committed::kFailed: return failed(reason);
   case Committed::kQueueGone: return failed(BXRC_BACKED_OUT);
-  case Committed::kUnknown: return failed(BXRC_CONNECTION_BROKEN);
+  case Committed::kUnknown: return failed(BXRC_OUTCOME_UNKNOWN);
   }
   return failed(BXRC_UNEXPECTED);
 }

@@ -1,4 +1,5 @@
 #include "tests/support/process.h"
+#include "tests/support/redirect.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -57,7 +58,7 @@ TEST_F(Distribution, TakesTheQueuesInTurn) {
 
 TEST_F(Distribution, SkipsLeadingRecords) {
   configure(1, "SkipCount=3\n");
-  const Result r = distribute("1\n2\n3\n4\n5\n");
+  const Result r = distribute("1\n2\n3\n4\n5\n", {"-c", "0"}); // tested behind a record only
   EXPECT_EQ(r.err, "Skipped 1 records of 3\nFinal stats.\nSent 2 records to Q0\n");
   EXPECT_EQ(take("Q0"), "4\n5\n");
 }
@@ -108,11 +109,14 @@ TEST_F(Distribution, WaitsForAConsumerWhereNoPauseIsSet) {
 
 TEST_F(Distribution, EndsWithItsStatisticsOnASignal) {
   configure(1, "MessageCountMax=1\nFullCountMax=1\nFullPause=60000\n");
+  writeFile(m_folder / "in", "1\n2\n");
+  const Redirect in(STDIN_FILENO, m_folder / "in", O_RDONLY);
   auto p = ferry({"-i", "S", "-T"});
-  p->input("1\n2\n").start();
+  p->inherit(STDIN_FILENO).start();
   ASSERT_TRUE(eventually([&] { return p->err().ends_with("records to Q0\n"); }));
   p->signal(SIGTERM);
   const Result r = p->wait(10s);
+  EXPECT_EQ(::lseek(STDIN_FILENO, 0, SEEK_CUR), 2); // the second one is given back
   EXPECT_EQ(r.status, 128 + SIGTERM);
   EXPECT_TRUE(r.err.ends_with("Final stats.\nSent 1 records to Q0\n")) << r.err;
   EXPECT_EQ(take("Q0"), "1\n");

@@ -3,6 +3,7 @@
 #include "ferry/queue/queue.h"
 
 #include <algorithm>
+#include <climits>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
@@ -16,8 +17,9 @@ public:
   std::deque<std::string> m_records;
   std::vector<std::string> m_notes;
   std::vector<UnicodeString> m_sent;
-  int m_commitStatus = 0;
-  size_t m_room = SIZE_MAX; // how many it takes
+  int m_goodCommits = INT_MAX; // all others fail
+  bool m_unknown = false;      // without a word on what became of the unit of work
+  size_t m_room = SIZE_MAX;    // how many it takes
   std::function<void()> m_onGet = [] {};
   int m_lastPriority = 0;
   long m_lastExpiry = 0;
@@ -61,11 +63,17 @@ public:
     return 0;
   }
   int BeginTran() override { return note("begin"); }
-  int RollbackTran() override { return note("rollback"); }
+  int RollbackTran() override {
+    m_sent.resize(m_committed);
+    return note("rollback");
+  }
   int CommitTran() override {
     note("commit");
-    return m_commitStatus;
+    if (m_goodCommits-- <= 0) return -1;
+    m_committed = m_sent.size();
+    return 0;
   }
+  bool IsCommitUnknown() const override { return m_unknown; }
 
   int Open(QTYPE) override { return 0; }
   int Close() override { return 0; }
@@ -88,4 +96,5 @@ private:
     return 0;
   }
   size_t m_cursor = 0;
+  size_t m_committed = 0; // of those sent
 };

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <pty.h>
+
 using namespace support;
 using ::testing::ElementsAre;
 
@@ -73,6 +75,19 @@ TEST(LineReader, TellsBeforeItWaits) {
   ::close(ends[1]);
   EXPECT_FALSE(reader.Read_b(line));
   ::close(ends[0]);
+}
+
+TEST(LineReader, EndsWithATerminalsFirstEnd) {
+  int ours = -1, theirs = -1;
+  ASSERT_EQ(::openpty(&ours, &theirs, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(::write(ours, "abc\4\4def\n", 9), 9);
+  CLineReader reader(theirs, [] {});
+  std::string_view line;
+  EXPECT_TRUE(reader.Read_b(line));
+  EXPECT_EQ(line, "abc");
+  EXPECT_FALSE(reader.Read_b(line));
+  ::close(ours);
+  ::close(theirs);
 }
 
 TEST(LineReader, ThrowsWhatCannotBeRead) {

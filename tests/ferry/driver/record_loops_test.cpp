@@ -1,4 +1,5 @@
 #include "ferry/driver/ferry_ex.h"
+#include "ferry/driver/record_input.h"
 #include "ferry/errors/exception.h"
 #include "ferry/text/default_code_page.h"
 #include "tests/ferry/driver/fake_queue.h"
@@ -120,16 +121,77 @@ TEST_F(RecordLoops, CommitBeforeEveryPause) {
   EXPECT_THAT(m_queue.m_notes, ElementsAre("put", "commit", "put", "commit"));
 }
 
+TEST_F(RecordLoops, CommitWhatIsRemovedOneByOne) {
+  fill(2);
+  m_queue.m_onGet = [] { std::this_thread::sleep_for(std::chrono::milliseconds(2)); };
+  clean(-1);
+  EXPECT_THAT(m_queue.m_notes, ElementsAre("get", "commit", "get", "commit", "get"));
+}
+
 TEST_F(RecordLoops, FailWithoutCountWhenACommitFails) {
-  m_queue.m_commitStatus = -1;
-  copy("1\n");
-  EXPECT_THAT(m_failure, ::testing::StartsWith("Commit failed on queue FAKE"));
-  EXPECT_EQ(m_err, "");
+  m_queue.m_goodCommits = 0;
   fill(2);
   show(-1);
+  EXPECT_EQ(m_failure,
+            "Commit failed on queue FAKE: the first 0 records count, what was read since "
+            "does not");
   EXPECT_EQ(m_out + m_err, ""); // not shown: it is still on the queue
   clean(-1);
   EXPECT_EQ(m_err, "");
+  m_queue.m_unknown = true;
+  fill(2);
+  show(-1);
+  EXPECT_EQ(m_out, "1\n"); // it may be gone
+  EXPECT_EQ(m_err, "");
+}
+
+TEST_F(RecordLoops, GiveBackWhatNoQueueHas) {
+  std::vector<UnicodeString> expected;
+  std::string lines;
+  for (int n = 1; n <= 3000; ++n) {
+    lines += std::to_string(n) + "\n";
+    expected.emplace_back((std::to_string(n) + "\n").c_str());
+  }
+  run(lines, [this] {
+    m_queue.m_goodCommits = 1;
+    try {
+      CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
+    } catch (const VRK_Exception& e) {
+      m_failure = e.what();
+    }
+    m_queue.m_goodCommits = INT_MAX;
+    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
+  });
+  EXPECT_EQ(m_failure, "Commit failed on queue FAKE: the first 1000 records count, what was sent "
+                       "since does not");
+  EXPECT_EQ(m_err, "(2000) Records Sent.\n");
+  EXPECT_EQ(m_queue.m_sent, expected);
+}
+
+TEST_F(RecordLoops, TellOfEachQueueWhatCounts) {
+  FakeQueue other;
+  m_queue.m_goodCommits = 1;
+  m_queue.m_unknown = true;
+  std::string rest(9, '\0');
+  run("1\n2\n3\n4\n", [&] {
+    try {
+      CRecordInput input({&other, &m_queue});
+      input.Batch_rob().Run_v([&, line = std::string_view()]() mutable {
+        for (const size_t queue : {1, 0, 1, 0}) {
+          input.Read_b(line);
+          input.Sent_v(queue);
+          if (line == "1\n") input.Batch_rob().Commit_v();
+        }
+      });
+    } catch (const VRK_Exception& e) {
+      m_failure = e.what();
+    }
+    rest.resize(static_cast<size_t>(::read(STDIN_FILENO, rest.data(), rest.size())));
+  });
+  EXPECT_EQ(m_failure, "Commit interrupted on queue FAKE: the first 1 records count, whether the "
+                       "next 1 do is not known: look at the queue before repeating them; the first "
+                       "2 records count on queue FAKE");
+  EXPECT_EQ(rest, "3\n4\n");
 }
 
 TEST_F(RecordLoops, ReadEachRecordInAUnitOfWork) {
@@ -187,6 +249,13 @@ TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
   ::setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(m_failure, "Cannot write to standard output: File too large");
   EXPECT_EQ(m_out, "1\n");
+  EXPECT_EQ(m_queue.m_records.size(), 1U);
+  const rlimit none{0, RLIM_INFINITY};
+  run("", [&] {
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
+  });
+  ::setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(m_queue.m_records.size(), 1U);
 }
 

@@ -1,0 +1,21 @@
+#include "ferry/driver/record_input.h"
+
+#include <unistd.h>
+
+CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
+    : m_obBatch(aQueues, "sent"), m_obReader(STDIN_FILENO, [this] { m_obBatch.Commit_v(); }) {}
+
+CRecordInput::~CRecordInput() {
+  try {
+    m_obBatch.Commit_v();
+  } catch (...) {
+    // Told already, or told by the failure that led here; what is not committed is given back.
+  }
+  m_obReader.LeaveAt_v(m_obBatch.FirstOpen_n(m_nDone));
+}
+
+void CRecordInput::Sent_v(size_t nQueue) {
+  const uint64_t nBegin = m_nDone;
+  m_nDone = m_obReader.End_n();
+  m_obBatch.Add_v(nQueue, m_nDone - nBegin, nBegin);
+}
