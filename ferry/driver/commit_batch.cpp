@@ -89,8 +89,8 @@ UnicodeString CCommitBatch::Account_s(const Work& obWork) const {
   else if (obWork.nState == UNKNOWN)
     UCSS::ssprintf(sText,
                    u"Commit interrupted on queue %S: the first %lu records count, whether the next "
-                   u"%lu do is not known: look at the queue before repeating them",
-                   pQueue, obWork.nCounting, obWork.nRecords);
+                   u"%lu were %s is not known: look at the queue before repeating them",
+                   pQueue, obWork.nCounting, obWork.nRecords, m_pDone);
   else
     UCSS::ssprintf(sText, u"the first %lu records count on queue %S", obWork.nCounting, pQueue);
   return sText;

@@ -189,8 +189,8 @@ TEST_F(RecordLoops, TellOfEachQueueWhatCounts) {
     rest.resize(static_cast<size_t>(::read(STDIN_FILENO, rest.data(), rest.size())));
   });
   EXPECT_EQ(m_failure, "Commit interrupted on queue FAKE: the first 1 records count, whether the "
-                       "next 1 do is not known: look at the queue before repeating them; the first "
-                       "2 records count on queue FAKE");
+                       "next 1 were sent is not known: look at the queue before repeating them; "
+                       "the first 2 records count on queue FAKE");
   EXPECT_EQ(rest, "3\n4\n");
 }
 
