@@ -1,7 +1,6 @@
 #include "ferry/logging/log_tables.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace {
 
@@ -22,8 +21,8 @@ CLogTables::~CLogTables() {
   for (const auto& [obDestination, pobWriter] : m_obWriters) {
     try {
       pobWriter->Stop_v();
-    } catch (const std::exception&) {
-      // Whoever lets go last has a message of its own to log, not this writer's end.
+    } catch (...) {
+      // It is on its way out, and the others have to be stopped too.
     }
   }
 }

@@ -124,9 +124,9 @@ void CLogger::VLocalLog_v(const CMsg& obMsg) {
   for (CLogWriter* pobWriter : obWriters) {
     try {
       obTexts.Write_v(*pobWriter);
-    } catch (const VRK_Exception& obException) {
-      obFailure.emplace(obException);
+    } catch (...) {
+      obFailure.emplace(VRKLog_Exception::Caught_ob());
     }
   }
-  if (obFailure) throw VRKLog_Exception(*obFailure);
+  if (obFailure) throw *obFailure;
 }

@@ -1,3 +1,4 @@
+#include "ferry/logging/log_exception.h"
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/logger.h"
 #include "ferry/text/own_copy.h"
@@ -17,11 +18,11 @@ std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
   for (const auto& [obDestination, pobWriter] : obTables.m_obWriters) {
     try {
       pobWriter->Start_v(obDestination);
-    } catch (const std::exception& obException) {
+    } catch (...) {
       UnicodeString sText = obDestination.Text_rob();
       obFailures.emplace_back(kCategory, CSeverity::ERR)
           .AddLine_rob(u"Failed to start log writer [%S]: %s", sText.getTerminatedBuffer(),
-                       obException.what());
+                       VRKLog_Exception::Caught_ob().what());
     }
   }
   return obFailures;
@@ -96,9 +97,9 @@ std::unique_ptr<CLogWriter> CLogger::NewWriter_pob(CLogWriterFactory& obFactory,
                                                    UnicodeString sLine) {
   try {
     return std::unique_ptr<CLogWriter>(obFactory.CreateWriter_pob());
-  } catch (const std::exception& obException) {
+  } catch (...) {
     Report_v(CSeverity::ERR, u"Failed to create log writer for config line: %S: %s",
-             sLine.getTerminatedBuffer(), obException.what());
+             sLine.getTerminatedBuffer(), VRKLog_Exception::Caught_ob().what());
     return nullptr;
   }
 }
@@ -155,7 +156,7 @@ void CLogger::Report_v(unsigned nSeverity, const UChar* pFormat, ...) {
 void CLogger::Report_v(const CMsg& obMsg) {
   try {
     VLocalLog_v(obMsg);
-  } catch (const std::exception&) {
+  } catch (...) {
     // Whether a configuration loads must not hang on a writer that fails to report it.
   }
 }

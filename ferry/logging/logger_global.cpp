@@ -9,7 +9,7 @@ bool Try_b(Call obCall) noexcept {
   try {
     obCall();
     return true;
-  } catch (const std::exception&) {
+  } catch (...) {
     return false;
   }
 }

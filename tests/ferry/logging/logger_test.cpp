@@ -129,7 +129,8 @@ TEST_F(LoggerTest, AWrongConfigurationLeavesTheOldOne) {
 }
 
 TEST_F(LoggerTest, AFailingWriterStopsNeitherTheOthersNorALoad) {
-  ASSERT_TRUE(load(u"rec://a *.*\nrec://b *.*\nrec://c *.*"));
+  ASSERT_TRUE(load(u"rec://odd *.*\nrec://a *.*\nrec://b *.*\nrec://c *.*"));
+  m_recorder.m_onWrite["odd"] = [] { throw 7; };
   for (const char* host : {"a", "b"})
     m_recorder.m_onWrite[host] = [host] {
       throw VRK_Exception::genericError("f", UnicodeString(host) + u" broke", 7, VRK_MINOR_ERROR);
@@ -144,6 +145,8 @@ TEST_F(LoggerTest, AFailingWriterStopsNeitherTheOthersNorALoad) {
   EXPECT_THAT(written("c"), ElementsAre("INFO mod text"));
   EXPECT_FALSE(CLogger::TryLog_b(CSeverity::INFO, u"%d", 1));
   EXPECT_FALSE(m_logger.LoadConfig_b(u"nonsense"));
+  EXPECT_TRUE(m_logger.LoadConfig_b(u"rec://c *.*\nrec://odd *.*"));
+  EXPECT_FALSE(CLogger::TryLog_b(CSeverity::INFO, u"the odd one throws a number"));
   EXPECT_TRUE(m_logger.LoadConfig_b(u"rec://c *.*"));
   EXPECT_TRUE(CLogger::TryLog_b(u"cat", CSeverity::INFO, u"%d", 2));
 }
@@ -155,9 +158,10 @@ TEST_F(LoggerTest, WritersThatCannotBeMadeOrStartedAreReported) {
   m_recorder.m_createFails = false;
   EXPECT_THAT(written("a"), ElementsAre("ERR logger Failed to create log writer for config line: "
                                         "rec://b *.*: no writer"));
-  EXPECT_TRUE(m_logger.LoadConfig_b(u"rec://nostart bx.*\nrec://b *.!DBUG"));
+  EXPECT_TRUE(m_logger.LoadConfig_b(u"rec://nostart bx.*\nrec://odd bx.*\nrec://b *.!DBUG"));
   EXPECT_THAT(written("b"),
-              ElementsAre("ERR logger Failed to start log writer [rec://nostart]: no start"));
+              ElementsAre("ERR logger Failed to start log writer [rec://nostart]: no start",
+                          "ERR logger Failed to start log writer [rec://odd]: unknown exception"));
 }
 
 TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {

@@ -20,6 +20,7 @@ struct Recorder : CLogWriterFactory {
       destination.Host_rob().toUTF8String(m_host);
       m_recorder.m_events.push_back("start " + m_host);
       if (m_host == "nostart") throw std::runtime_error("no start");
+      if (m_host == "odd") throw 1;
     }
     void Write_v(const UnicodeString& time, const UnicodeString& severity,
                  const UnicodeString& category, const std::vector<UnicodeString>& lines) override {
@@ -31,7 +32,10 @@ struct Recorder : CLogWriterFactory {
       if (const auto it = m_recorder.m_onWrite.find(m_host); it != m_recorder.m_onWrite.end())
         it->second();
     }
-    void Stop_v() override { m_recorder.m_events.push_back("stop " + m_host); }
+    void Stop_v() override {
+      m_recorder.m_events.push_back("stop " + m_host);
+      if (m_host == "odd") throw 2;
+    }
 
     Recorder& m_recorder;
     std::string m_host = "?";
