@@ -6,6 +6,8 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
 
+#include <unistd.h>
+
 namespace {
 
 constexpr int64_t kCheckInterval = 60000; // milliseconds
@@ -19,6 +21,14 @@ uint32_t Number_n(const URIUC& obDestination, const UnicodeString& sName, uint32
 VRKLog_Exception Failure_ob(const UChar* pTemplate, const UnicodeString& sPath) {
   return VRKLog_Exception("", KELErrorMessage(u"0000E", pTemplate, {sPath}), 1, VRK_CRITICAL_ERROR,
                           false);
+}
+
+/// Whether somebody's last line is torn, as on a disk that was full.
+bool EndsWithinLine_b(FILE* pFile) {
+  struct stat obStat {};
+  char c = '\n';
+  return ::fstat(::fileno(pFile), &obStat) == 0 && S_ISREG(obStat.st_mode) && obStat.st_size > 0 &&
+         ::pread(::fileno(pFile), &c, 1, obStat.st_size - 1) == 1 && c != '\n';
 }
 
 } // namespace
@@ -56,6 +66,7 @@ void CFileWriter::Write_v(const UnicodeString& sTime, const UnicodeString& sSeve
       RotateIfGrown_v();
       return;
     }
+    Close_v(); // opened anew, the file shows whether a line was torn
     sPath = m_sPath;
   }
   CLogger::TryLog_b(u"filewriter", CSeverity::CRIT, u"Failed to write to log file: %S",
@@ -69,8 +80,10 @@ void CFileWriter::Stop_v() {
 }
 
 void CFileWriter::Open_v() {
-  if (!m_pFile) m_pFile = CLogSystem::Get_rob().Open_pob(UCSS::ucsToDCP(m_sPath), "a+");
+  if (m_pFile) return;
+  m_pFile = CLogSystem::Get_rob().Open_pob(UCSS::ucsToDCP(m_sPath), "a+");
   if (!m_pFile) throw Failure_ob(u"Failed to open log file: {0}", m_sPath);
+  if (EndsWithinLine_b(m_pFile)) std::fputc('\n', m_pFile);
 }
 
 void CFileWriter::Close_v() {

@@ -15,8 +15,9 @@
 ///
 /// Write_v throws VRKLog_Exception when the file cannot be opened or written. A failed
 /// write is also logged under the category "filewriter", which no file writer writes.
-/// The next message tries again. Failures to rotate are ignored: logging goes on in
-/// the same file. Two writers of one path do not know of each other.
+/// The next message tries again, and starts a line of its own also where the file ends
+/// within one, whichever writer or process has torn that. Failures to rotate are ignored:
+/// logging goes on in the same file. Two writers of one path do not know of each other.
 class CFileWriter : public CLogWriter {
 public:
   static constexpr uint32_t kKeepAll = 0xFFFFFFFF;

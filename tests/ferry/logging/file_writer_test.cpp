@@ -6,8 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
 #include <iterator>
+#include <sys/resource.h>
 
 namespace {
 
@@ -140,6 +142,21 @@ TEST_F(FileWriterTest, ReportsAFileThatCannotBeOpened) {
   m_system.m_openFails = false;
   write(u"later");
   EXPECT_EQ(content(), "later\n");
+}
+
+TEST_F(FileWriterTest, ATornLineIsFollowedByALineOfItsOwn) {
+  start("");
+  write(u"whole");
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit tight{10, before.rlim_max}; // the disk that fills up half-way
+  setrlimit(RLIMIT_FSIZE, &tight);
+  EXPECT_THROW(write(u"torn apart"), VRKLog_Exception);
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  write(u"next");
+  EXPECT_EQ(content(), "whole\ntorn\nnext\n");
 }
 
 TEST(FullDisk, FailsTheCallAndReportsToTheOtherWriters) {
