@@ -12,14 +12,13 @@
 /// or Stop_v runs. A writer may log from within its calls.
 class CLogWriter {
 public:
-  virtual ~CLogWriter() = default;
-
   virtual void Start_v(const URIUC& obDestination) = 0;
   /// Writes one message, never without lines. Throws VRKLog_Exception on failure.
   virtual void Write_v(const UnicodeString& sTime, const UnicodeString& sSeverity,
                        const UnicodeString& sCategory,
                        const std::vector<UnicodeString>& obLines) = 0;
   virtual void Stop_v() = 0;
+  virtual ~CLogWriter() = default; // last: the order of the virtual functions is fixed
 };
 
 /// Makes the writers of one kind; registered with CLogger under a scheme.

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <utime.h>
 
@@ -175,6 +176,18 @@ TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {
   log(CSeverity::INFO, u"outer");
   EXPECT_THAT(m_recorder.m_events, ElementsAre("start b", "stop a", "delete a"));
   EXPECT_THAT(written("b"), ElementsAre("INFO mod inner"));
+}
+
+TEST_F(LoggerTest, TheVirtualFunctionsOfAWriterKeepTheirOrder) {
+  // A pointer to a virtual member holds, rounded down, its place among them.
+  const auto place = [](auto member) {
+    uintptr_t bits = 0;
+    std::memcpy(&bits, &member, sizeof bits);
+    return bits / sizeof(void*);
+  };
+  EXPECT_EQ(place(&CLogWriter::Start_v), 0U);
+  EXPECT_EQ(place(&CLogWriter::Write_v), 1U);
+  EXPECT_EQ(place(&CLogWriter::Stop_v), 2U);
 }
 
 TEST_F(LoggerTest, NoGlobalLoggerNoMessage) {
