@@ -27,6 +27,11 @@ CLogTables::~CLogTables() {
   }
 }
 
+std::shared_ptr<const CLogTables> CLogTables::None_pob() {
+  static const auto pobNone = std::make_shared<const CLogTables>();
+  return pobNone;
+}
+
 void CLogTables::AddWriter_v(const URIUC& obDestination, std::unique_ptr<CLogWriter> pobWriter) {
   m_obWriters.emplace_back(obDestination, std::move(pobWriter));
 }

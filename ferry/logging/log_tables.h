@@ -12,8 +12,8 @@
 /// The writers of one configuration and the routes to them.
 ///
 /// Built by one thread, then published and never changed again. Whoever routes a
-/// message holds a reference, so the writers are stopped by whoever lets go last,
-/// never in the middle of somebody's message.
+/// message holds a reference, so that a writer which reloads is not deleted under its
+/// own feet: the writers are stopped and deleted by whoever lets go last.
 struct CLogTables {
   using Routes = std::map<unsigned, std::vector<size_t>>; // filter mask to writer numbers
 
@@ -21,6 +21,9 @@ struct CLogTables {
   ~CLogTables();
   CLogTables(const CLogTables&) = delete;
   CLogTables& operator=(const CLogTables&) = delete;
+
+  /// The tables without writers.
+  static std::shared_ptr<const CLogTables> None_pob();
 
   void AddWriter_v(const URIUC& obDestination, std::unique_ptr<CLogWriter> pobWriter);
   /// Routes a category (empty: all of them) to the writer added last.

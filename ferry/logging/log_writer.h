@@ -9,7 +9,12 @@
 ///
 /// Start_v is called once, before anything else, and Stop_v once, after everything
 /// else. Write_v may be called by several threads at once, and by none while Start_v
-/// or Stop_v runs. A writer may log from within its calls.
+/// or Stop_v of any writer of the same logger runs. Whatever they throw stays within the
+/// logger, but for the VRKLog_Exception that it makes of a failed Write_v.
+///
+/// A writer may log from within its calls (what it logs in Start_v and Stop_v may find no
+/// writers), and reload the configuration from within Write_v. It must not wait there for
+/// another thread that logs or loads: that one may have to wait for this message.
 class CLogWriter {
 public:
   virtual void Start_v(const URIUC& obDestination) = 0;

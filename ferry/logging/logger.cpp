@@ -8,7 +8,6 @@
 #include "ferry/logging/log_time.h"
 #include "ferry/text/own_copy.h"
 
-#include <mutex>
 #include <optional>
 #include <pthread.h>
 
@@ -48,8 +47,7 @@ private:
 
 std::atomic<CLogger*> CLogger::pobGlobalLogger = nullptr;
 
-CLogger::CLogger(const UChar* pName)
-    : m_sName(pName), m_pobTables(std::make_shared<const CLogTables>()) {
+CLogger::CLogger(const UChar* pName) : m_sName(pName), m_pobTables(CLogTables::None_pob()) {
   RegisterSeverity_v(u"CRIT", CSeverity::CRIT);
   RegisterSeverity_v(u"ERR", CSeverity::ERR);
   RegisterSeverity_v(u"WARN", CSeverity::WARN);
@@ -65,6 +63,7 @@ CLogger::CLogger(const UChar* pName)
 CLogger::~CLogger() {
   CLogger* pobSelf = this;
   pobGlobalLogger.compare_exchange_strong(pobSelf, nullptr);
+  Clear_v();
 }
 
 void CLogger::DefaultConfig_v() {
@@ -75,24 +74,23 @@ void CLogger::DefaultConfig_v() {
 }
 
 void CLogger::RegisterSeverity_v(const UChar* pName, unsigned nValue) {
-  const std::unique_lock obGuard(m_obLock);
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Exclusive);
   m_obSeverities[pName] = nValue;
   m_obSeverityNames[nValue] = pName;
 }
 
 void CLogger::RegisterFactory_v(const UChar* pScheme, CLogWriterFactory* pobFactory) {
-  const std::unique_lock obGuard(m_obLock);
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Exclusive);
   m_obFactories[pScheme] = pobFactory;
 }
 
 CLogWriterFactory* CLogger::FindFactory_pob(const UnicodeString& sScheme) const {
-  const std::shared_lock obGuard(m_obLock);
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Shared);
   const auto it = m_obFactories.find(sScheme);
   return it == m_obFactories.end() ? nullptr : it->second;
 }
 
 bool CLogger::FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const {
-  const std::shared_lock obGuard(m_obLock);
   const auto it = m_obSeverities.find(sName);
   if (it == m_obSeverities.end()) return false;
   nValue = it->second;
@@ -100,21 +98,16 @@ bool CLogger::FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const
 }
 
 UnicodeString CLogger::SeverityText_s(unsigned nSeverity) const {
-  const std::shared_lock obGuard(m_obLock);
   const auto it = m_obSeverityNames.find(nSeverity);
   return it == m_obSeverityNames.end() ? UnicodeString(u"UNKNOWN") : OwnCopy_s(it->second);
-}
-
-CLogger::TablesPtr CLogger::Tables_pob() const {
-  const std::shared_lock obGuard(m_obLock);
-  return m_pobTables;
 }
 
 void CLogger::VLocalLog_v(const CMsg& obMsg) {
   WatchFile_v(obMsg);
   if (obMsg.Lines_rob().empty()) return;
-  // Keeps the writers alive until this message is through, whatever is loaded meanwhile.
-  const TablesPtr pobTables = Tables_pob();
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Shared);
+  // Keeps the writers alive until this message is through, also when one of them reloads.
+  const TablesPtr pobTables = m_pobTables;
   const UnicodeString& sCategory = obMsg.Category_rob().isEmpty() ? m_sName : obMsg.Category_rob();
   const auto obWriters = pobTables->Select_ob(sCategory, obMsg.Severity_n());
   if (obWriters.empty()) return;

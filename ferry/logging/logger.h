@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ferry/logging/log_writer.h"
+#include "ferry/logging/logger_lock.h"
 #include "ferry/logging/msg.h"
 #include "ferry/text/ucss.h"
 
@@ -9,7 +10,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <shared_mutex>
 #include <utility>
 #include <vector>
 
@@ -25,21 +25,23 @@ struct CLogTables;
 /// the logger's name. Example: "file:///var/log/a.log?keep=3 *.!DBUG;bx.*".
 ///
 /// Threads: every operation may be called by any thread at any time, except the
-/// destructor, which needs the last word. The tables that route a message are an
-/// immutable object behind a pointer; a message is routed over the tables it found,
-/// and no lock of the logger is held while a writer is called. So a writer may log,
-/// and even reload the configuration, from within its own calls. Writers that a new
-/// configuration replaces are stopped and deleted as soon as no message is under way
-/// to them, by the thread that lets go last. A message logged in the middle of a
-/// reload may find no writers.
+/// destructor, which needs the last word. Messages are written at the same time as
+/// others; loading, clearing and registering wait until none is under way, and keep new
+/// ones waiting until they are done. So old writers are stopped and deleted and new ones
+/// started while nobody writes, and the old and the new writer of one file never meet.
 ///
-/// Errors: a message that some writer failed to write is still given to all the
-/// others; then the logging call throws VRKLog_Exception. Where work must go on
-/// though a log cannot be written (a full disk), and in destructors, use TryLog_b.
-/// Loading a configuration never throws for what the configuration or a writer does
-/// wrong: it returns false, the previous configuration stays in force, and the reason
-/// is logged under the category "logger". A writer that fails to start is logged too,
-/// but does not keep the others from taking over.
+/// A writer may log, and even reload the configuration, from within Write_v. Its own
+/// message then does not hold the reload up: the new writers start at once, and the old
+/// ones are stopped and deleted when that message is through. Until then no other thread
+/// logs.
+///
+/// Errors: whatever some writer throws, the message is still given to all the others;
+/// then the logging call throws VRKLog_Exception. Where work must go on though a log
+/// cannot be written (a full disk), and in destructors, use TryLog_b. Loading a
+/// configuration never throws for what the configuration or a writer does wrong: it
+/// returns false, the previous configuration stays in force, and the reason is logged
+/// under the category "logger". A writer that fails to start is logged too, but does not
+/// keep the others from taking over; one that fails to stop is deleted without a word.
 class CLogger {
 public:
   /// A logger with the name `pName` (shown as the category of messages that have
@@ -113,12 +115,13 @@ private:
   void Report_v(const CMsg& obMsg);
 
   CLogWriterFactory* FindFactory_pob(const UnicodeString& sScheme) const;
+  // These three need the lock.
   bool FindSeverity_b(const UnicodeString& sName, unsigned& nValue) const;
   UnicodeString SeverityText_s(unsigned nSeverity) const;
-  TablesPtr Tables_pob() const;
+  void Replace_v(TablesPtr pobTables);
 
   const UnicodeString m_sName;
-  mutable std::shared_mutex m_obLock; // guards what follows up to m_obSource
+  mutable CLoggerLock m_obLock; // guards what follows up to m_obSource
   std::map<UnicodeString, unsigned> m_obSeverities;
   std::map<unsigned, UnicodeString> m_obSeverityNames;
   std::map<UnicodeString, CLogWriterFactory*> m_obFactories;

@@ -4,8 +4,7 @@
 #include "ferry/text/own_copy.h"
 #include "ferry/text/uc_string.h"
 
-#include <exception>
-#include <mutex>
+#include <utility>
 
 namespace {
 
@@ -33,20 +32,19 @@ std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
 bool CLogger::LoadConfig_b(const UnicodeString& sText) { return Load_b(sText, Source()); }
 
 bool CLogger::Load_b(const UnicodeString& sText, const Source& obSource) {
-  const auto pobTables = std::make_shared<CLogTables>();
+  auto pobTables = std::make_shared<CLogTables>();
   if (!ParseConfig_b(*pobTables, sText)) return false;
 
-  Clear_v();
-  // Started before anybody can find them: no writer is written to that has not started.
-  const std::vector<CMsg> obFailures = StartWriters_ob(*pobTables);
-  TablesPtr pobOld = pobTables;
+  std::vector<CMsg> obFailures;
   {
-    const std::unique_lock obGuard(m_obLock);
-    m_pobTables.swap(pobOld);
+    const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Exclusive);
+    Clear_v();
+    // Not found yet by what a writer logs as it starts: none is written to before it has.
+    obFailures = StartWriters_ob(*pobTables);
+    Replace_v(std::move(pobTables)); // kept by nobody else, who might be the last to let go
     m_sConfig = OwnCopy_s(sText);
     m_obSource = {OwnCopy_s(obSource.m_sFile), obSource.m_nTime};
   }
-  pobOld.reset(); // another thread's load may have come between; its writers stop here
   for (const CMsg& obFailure : obFailures) Report_v(obFailure);
   Report_v(CSeverity::DBUG, u"Successfully loaded new config");
   return true;
@@ -105,6 +103,7 @@ std::unique_ptr<CLogWriter> CLogger::NewWriter_pob(CLogWriterFactory& obFactory,
 }
 
 bool CLogger::ParseMap_b(std::vector<Filter>& obFilters, const UnicodeString& sText) const {
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Shared);
   obFilters.clear();
   std::vector<UnicodeString> obItems;
   UCSS::Tokenize(sText, obItems, u";");
@@ -127,16 +126,19 @@ bool CLogger::ParseMap_b(std::vector<Filter>& obFilters, const UnicodeString& sT
 }
 
 void CLogger::Clear_v() {
-  TablesPtr pobOld = std::make_shared<const CLogTables>();
-  const std::unique_lock obGuard(m_obLock);
-  m_pobTables.swap(pobOld);
+  const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Exclusive);
+  Replace_v(CLogTables::None_pob());
 }
+
+/// The old writers are stopped here, unless a message of this thread, or of one that waits
+/// to load, is still under way to them.
+void CLogger::Replace_v(TablesPtr pobTables) { m_pobTables.swap(pobTables); }
 
 bool CLogger::ReloadConfig_b() {
   UnicodeString sFile;
   UnicodeString sConfig;
   {
-    const std::shared_lock obGuard(m_obLock);
+    const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Shared);
     sFile = OwnCopy_s(m_obSource.m_sFile);
     sConfig = OwnCopy_s(m_sConfig);
   }

@@ -2,7 +2,6 @@
 #include "ferry/logging/logger.h"
 #include "ferry/text/own_copy.h"
 
-#include <mutex>
 #include <optional>
 
 namespace {
@@ -63,7 +62,7 @@ bool CLogger::LoadConfigFile_b(const UChar* pPath) {
 void CLogger::WatchFile_v(const CMsg& obMsg) {
   Source obSource;
   {
-    const std::shared_lock obGuard(m_obLock);
+    const CLoggerLock::Hold obHold(m_obLock, CLoggerLock::Mode::Shared);
     if (m_obSource.m_sFile.isEmpty()) return;
     obSource = {OwnCopy_s(m_obSource.m_sFile), m_obSource.m_nTime};
   }

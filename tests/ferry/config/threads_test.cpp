@@ -12,14 +12,21 @@
 
 namespace {
 
-/// Tells of every use of a writer outside its life, and fails now and then.
+/// Tells of every use of a writer outside its life, of every start and stop while others
+/// write, and fails now and then.
 struct WatchedFactory : CLogWriterFactory {
   struct Writer : CLogWriter {
     explicit Writer(WatchedFactory& factory) : m_factory(factory) {}
-    void Start_v(const URIUC&) override { m_started = true; }
+    void Start_v(const URIUC&) override {
+      m_started = true;
+      m_factory.m_misuses += m_factory.m_writing;
+    }
     void Write_v(const UnicodeString&, const UnicodeString&, const UnicodeString&,
                  const std::vector<UnicodeString>& lines) override {
       if (!m_started || m_stopped) ++m_factory.m_misuses;
+      ++m_factory.m_writing;
+      std::this_thread::yield();
+      --m_factory.m_writing;
       if (lines.front() == u"fail")
         throw VRK_Exception::genericError("", u"failed", 0, VRK_MINOR_ERROR);
       if (lines.front() == u"nested") CLogger::Log_v(CSeverity::INFO, u"inner");
@@ -27,6 +34,7 @@ struct WatchedFactory : CLogWriterFactory {
     }
     void Stop_v() override {
       m_stopped = true;
+      m_factory.m_misuses += m_factory.m_writing;
       ++m_factory.m_stopped;
     }
     WatchedFactory& m_factory;
@@ -38,7 +46,7 @@ struct WatchedFactory : CLogWriterFactory {
     return new Writer(*this);
   }
 
-  std::atomic<int> m_misuses = 0, m_made = 0, m_stopped = 0, m_written = 0;
+  std::atomic<int> m_writing = 0, m_misuses = 0, m_made = 0, m_stopped = 0, m_written = 0;
 };
 
 /// A clock on which hours pass between two messages.

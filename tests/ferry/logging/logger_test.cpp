@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <future>
 #include <utime.h>
 
 namespace {
@@ -163,6 +164,19 @@ TEST_F(LoggerTest, WritersThatCannotBeMadeOrStartedAreReported) {
   EXPECT_THAT(written("b"),
               ElementsAre("ERR logger Failed to start log writer [rec://nostart]: no start",
                           "ERR logger Failed to start log writer [rec://odd]: unknown exception"));
+}
+
+TEST_F(LoggerTest, AReloadWaitsForTheMessageUnderWay) {
+  ASSERT_TRUE(load(u"rec://a mod.*"));
+  std::future<bool> reload;
+  m_recorder.m_onWrite["a"] = [&] {
+    m_recorder.m_events.clear();
+    reload = std::async([&] { return m_logger.LoadConfig_b(u"rec://b *.!DBUG"); });
+    EXPECT_EQ(reload.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  };
+  log(CSeverity::INFO, u"text");
+  EXPECT_TRUE(reload.get());
+  EXPECT_THAT(m_recorder.m_events, ElementsAre("stop a", "delete a", "start b"));
 }
 
 TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {
