@@ -20,7 +20,9 @@ public:
   /// file lacks stay as they are.
   void read() override;
   /// Replaces the file by one with all parameters. Throws VRK_Exception (9112E) when it
-  /// cannot be written whole; the old file is then still there, unchanged.
+  /// cannot be written whole; the old file is then still there, unchanged. Only a file that
+  /// no other can replace, as one mounted by itself into a container, is written in place:
+  /// there a full disk still leaves the old content, another failure maybe parts of both.
   void write() override;
 
 private:

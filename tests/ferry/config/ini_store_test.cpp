@@ -6,11 +6,23 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+static bool g_renameFails = false;
+
+/// Fails on demand as for a file that is mounted by itself.
+extern "C" int rename(const char* from, const char* to) noexcept {
+  if (!g_renameFails) return renameat(AT_FDCWD, from, AT_FDCWD, to);
+  errno = EBUSY;
+  return -1;
+}
 
 namespace {
 
@@ -33,6 +45,34 @@ protected:
   std::string content() const {
     std::ifstream in(m_file);
     return {std::istreambuf_iterator<char>(in), {}};
+  }
+  std::ptrdiff_t filesInFolder() const {
+    return std::distance(std::filesystem::directory_iterator(m_folder.path()), {});
+  }
+  /// Keeps entries of the folder from being removed and renamed; false where the user or
+  /// the file system cannot.
+  bool setAppendOnly(bool on) const {
+    const int folder = open(m_folder.path().c_str(), O_RDONLY | O_DIRECTORY);
+    int flags = 0;
+    bool done = ioctl(folder, FS_IOC_GETFLAGS, &flags) == 0;
+    flags = on ? flags | FS_APPEND_FL : flags & ~FS_APPEND_FL;
+    done = done && ioctl(folder, FS_IOC_SETFLAGS, &flags) == 0;
+    close(folder);
+    return done;
+  }
+  /// What the call throws when files cannot grow beyond a limit, which stands for a disk
+  /// that fills up half-way.
+  template <typename Call>
+  static std::string failureWithin(rlim_t limit, Call call) {
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit tight{limit, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &tight);
+    const std::string text = failure(call);
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    return text;
   }
   /// The id and text of what the call throws.
   template <typename Call>
@@ -110,18 +150,30 @@ TEST_F(IniStoreTest, AFailedWriteSaysSoAndKeepsTheOldFile) {
   const std::string old = content();
   CCMEParameterINIStore store(m_file);
   store.read();
-  // A limit on the size of files stands for the disk that fills up half-way.
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit tight{500, before.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &tight);
-  const std::string text = failure([&] { store.write(); });
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
+  const std::string text = failureWithin(500, [&] { store.write(); });
   EXPECT_EQ(text, "9112E Failed to open ini file for writing [" + m_file + "]");
   EXPECT_EQ(content(), old);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.path()), {}), 1);
+  EXPECT_EQ(filesInFolder(), 1);
+}
+
+TEST_F(IniStoreTest, WritesInPlaceWhatItCannotReplace) {
+  put("# a comment\nb=2\n");
+  CCMEParameterINIStore store(m_file);
+  store.read();
+  g_renameFails = true;
+  EXPECT_EQ(failure([&] { store.write(); }), "");
+  g_renameFails = false;
+  EXPECT_EQ(content(), "B=2\n");
+  EXPECT_EQ(filesInFolder(), 1);
+
+  if (!setAppendOnly(true)) GTEST_SKIP() << "no folder can be made append-only";
+  store.parameters()[u":A"].m_sDefault = UnicodeString(1000, u'a', 1000);
+  EXPECT_NE(failureWithin(500, [&] { store.write(); }), "");
+  EXPECT_EQ(content(), "B=2\n") << "found full before anything was overwritten";
+  EXPECT_EQ(failure([&] { store.write(); }), "");
+  setAppendOnly(false);
+  EXPECT_EQ(content(), "A=" + std::string(1000, 'a') + "\nB=2\n");
+  EXPECT_EQ(filesInFolder(), 1);
 }
 
 TEST_F(IniStoreTest, RefusesWhatItCannotReadOrWrite) {
