@@ -6,7 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <array>
+#include <bit>
 #include <fstream>
 #include <future>
 #include <utime.h>
@@ -195,9 +196,7 @@ TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {
 TEST_F(LoggerTest, TheVirtualFunctionsOfAWriterKeepTheirOrder) {
   // A pointer to a virtual member holds, rounded down, its place among them.
   const auto place = [](auto member) {
-    uintptr_t bits = 0;
-    std::memcpy(&bits, &member, sizeof bits);
-    return bits / sizeof(void*);
+    return std::bit_cast<std::array<uintptr_t, 2>>(member)[0] / sizeof(void*);
   };
   EXPECT_EQ(place(&CLogWriter::Start_v), 0U);
   EXPECT_EQ(place(&CLogWriter::Write_v), 1U);
