@@ -59,8 +59,10 @@ void keepRoomToDelete(const Durable& durable, std::uint64_t bytes) {
   check(::mdb_env_stat(durable.env(), &shape));
   if (::fstat(fileOf(durable), &status) != 0) return;
   const std::uint64_t size = static_cast<std::uint64_t>(status.st_size);
-  const std::uint64_t behind = size - std::min(size, (info.me_last_pgno + 1) * shape.ms_psize);
-  const std::uint64_t needed = 2 * bytes + kKept; // a page may be half full
+  const std::uint64_t pages = (info.me_last_pgno + 1) * shape.ms_psize;
+  // A page may be half full. Free pages behind the end of the file are no room.
+  const std::uint64_t needed = 2 * bytes + kKept + pages - std::min(size, pages);
+  const std::uint64_t behind = size - std::min(size, pages);
   if (behind + freePages(durable, shape.ms_psize, needed) < needed)
     throw Failure(BXRC_STORAGE_FULL, "the disk is full but for what deletions need");
 }

@@ -3,6 +3,7 @@
 #include "manager/store/bytes.h"
 #include "manager/store/failure.h"
 #include "manager/store/lmdb/disk_room.h"
+#include "manager/store/lmdb/unwritten_pages.h"
 #include "manager/store/random_number.h"
 
 #include <cerrno>
@@ -140,7 +141,7 @@ void Durable::openEnvironment(const std::string& folder) {
     ::mdb_env_set_maxreaders(m_env, kMaxReaders);
     ::mdb_env_set_mapsize(m_env, size);
     const int result = ::mdb_env_open(m_env, file.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0660);
-    if (result == MDB_SUCCESS) return checkLength(file);
+    if (result == MDB_SUCCESS) return checkLength();
     ::mdb_env_close(m_env);
     m_env = nullptr;
     if ((result != ENOMEM && result != EINVAL) || size / 4 < kSmallestMap || size / 4 < 2 * present)
@@ -149,15 +150,29 @@ void Durable::openEnvironment(const std::string& folder) {
 }
 
 /// A file that lost its end would end the process at the first touch of a missing page.
-void Durable::checkLength(const std::string& file) const {
+void Durable::checkLength() const {
+  if (fileEnd().isWhole()) return;
+  const WriteTransaction othersWait(*this);
+  const FileEnd end = fileEnd();
+  if (end.isWhole()) return;
+  if (!lacksOnlyFreePages(end))
+    throw Failure(BXRC_OBJECT_DAMAGED, m_file + " is shorter than it says");
+  // Spares the next ones the look. Where there is no room, they look.
+  const auto present = static_cast<off_t>(end.present * end.pageSize);
+  ::posix_fallocate(end.file, present, static_cast<off_t>((end.last + 1) * end.pageSize) - present);
+}
+
+FileEnd Durable::fileEnd() const {
   MDB_envinfo info;
   MDB_stat shape;
+  int file = -1;
   check(::mdb_env_info(m_env, &info), "reading the store's state");
   check(::mdb_env_stat(m_env, &shape), "reading the store's state");
+  check(::mdb_env_get_fd(m_env, &file), "reading the store's state");
   struct stat status {};
-  if (::stat(file.c_str(), &status) != 0) failWithErrno(errno, BXRC_UNEXPECTED, file);
-  if (static_cast<std::uint64_t>(status.st_size) < (info.me_last_pgno + 1) * shape.ms_psize)
-    throw Failure(BXRC_OBJECT_DAMAGED, file + " is shorter than it says");
+  if (::fstat(file, &status) != 0) failWithErrno(errno, BXRC_UNEXPECTED, m_file);
+  return {file, shape.ms_psize, static_cast<std::uint64_t>(status.st_size) / shape.ms_psize,
+          info.me_last_pgno, info.me_last_txnid};
 }
 
 void Durable::openTables(bool create) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "manager/store/catalog.h"
+#include "manager/store/lmdb/unwritten_pages.h"
 #include "manager/store/queue_definition.h"
 #include "manager/store/store.h"
 
@@ -76,7 +77,8 @@ public:
 
 private:
   void openEnvironment(const std::string& folder);
-  void checkLength(const std::string& file) const;
+  void checkLength() const;
+  FileEnd fileEnd() const;
   void openTables(bool create);
 
   struct Mapping {

@@ -32,7 +32,7 @@ protected:
 
   enum class End { kRefused, kFailed, kServed, kDied };
   /// Uses the store as after a boot, in a process that may die of it.
-  End use() const {
+  End use() {
     for (const char* name : {"runtime", "durable.mdb-lock"})
       fs::remove(m_home / (std::string("DEFAULT/") + name));
     Peer peer(m_home.path().string(), {}, m_home / "errors");
@@ -44,6 +44,7 @@ protected:
       if (failed) {
         EXPECT_TRUE(refused || answer->starts_with("2 2101")) << *answer;
       }
+      if (words == std::string("browse Q")) m_browsed = split(*answer).size() - 2;
       if (refused) return End::kRefused;
       if (failed) return End::kFailed;
     }
@@ -52,6 +53,7 @@ protected:
 
   support::TempFolder m_home;
   std::string m_sound;
+  std::size_t m_browsed = 0; ///< messages that the last use() has seen
 };
 
 TEST_F(Damage, AFileThatLostItsEndIsRefused) {
@@ -63,6 +65,25 @@ TEST_F(Damage, AFileThatLostItsEndIsRefused) {
   }
   const std::string line = support::readFile(m_home / "errors");
   EXPECT_NE(line.find("cannot be opened"), std::string::npos) << line;
+}
+
+/// A transaction may take pages at the end and give them back without ever writing them.
+TEST_F(Damage, AFileThatEndsBeforeItsFreePagesIsWhole) {
+  {
+    Peer peer(m_home.path().string());
+    for (const char* words : {"connect", "create R", "sputn R a 400 @1000", "commit", "delete R 1"})
+      peer.words(words);
+  }
+  const std::string whole = support::readFile(file());
+  bool refused = false;
+  for (std::size_t missing = 0; missing < 40; ++missing) {
+    support::writeFile(file(), whole.substr(0, whole.size() - missing * 4096));
+    const End end = use();
+    EXPECT_TRUE(end == End::kServed ? m_browsed == kMessages + 5 : end == End::kRefused) << missing;
+    EXPECT_TRUE(missing > 0 || (end == End::kServed && fs::file_size(file()) > whole.size()));
+    refused = refused || end == End::kRefused;
+  }
+  EXPECT_TRUE(refused);
 }
 
 TEST_F(Damage, AFileOfAnotherKindIsRefused) {
