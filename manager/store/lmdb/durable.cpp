@@ -115,6 +115,7 @@ Durable::Durable(const std::string& folder, Open how) : m_file(folder + kFileNam
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "no store in " + folder);
   if (!create && status.st_size == 0) // the library would make a new store of it
     throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, "the store in " + folder + " is empty");
+  const StopSignalsWait stopsWait; // the library locks out who else opens or closes
   try {
     openEnvironment(folder);
     openTables(create);
@@ -127,7 +128,10 @@ Durable::Durable(const std::string& folder, Open how) : m_file(folder + kFileNam
   }
 }
 
-Durable::~Durable() { ::mdb_env_close(m_env); }
+Durable::~Durable() {
+  const StopSignalsWait stopsWait;
+  ::mdb_env_close(m_env);
+}
 
 void Durable::openEnvironment(const std::string& folder) {
   const std::string file = folder + kFileName;
@@ -141,7 +145,10 @@ void Durable::openEnvironment(const std::string& folder) {
     ::mdb_env_set_maxreaders(m_env, kMaxReaders);
     ::mdb_env_set_mapsize(m_env, size);
     const int result = ::mdb_env_open(m_env, file.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0660);
-    if (result == MDB_SUCCESS) return checkLength();
+    if (result == MDB_SUCCESS) {
+      ::fcntl(fileEnd().file, F_SETFD, FD_CLOEXEC); // the only one that the library does not mark
+      return checkLength();
+    }
     ::mdb_env_close(m_env);
     m_env = nullptr;
     if ((result != ENOMEM && result != EINVAL) || size / 4 < kSmallestMap || size / 4 < 2 * present)
@@ -237,6 +244,7 @@ std::uint64_t Durable::lastTransaction() const {
 }
 
 void Durable::clearStaleReaders() const {
+  const StopSignalsWait stopsWait;
   int dead = 0;
   ::mdb_reader_check(m_env, &dead);
 }
@@ -273,6 +281,7 @@ void Reader::begin() {
     check(::mdb_cursor_renew(m_txn, m_cursor), "reading the store");
     return;
   }
+  const StopSignalsWait stopsWait; // a lock guards the table of readers
   check(::mdb_txn_begin(m_durable.env(), nullptr, MDB_RDONLY, &m_txn), "reading the store");
   if (const int result = ::mdb_cursor_open(m_txn, m_durable.messages, &m_cursor)) {
     ::mdb_txn_abort(m_txn);

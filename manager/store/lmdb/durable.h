@@ -1,6 +1,7 @@
 #pragma once
 
 #include "manager/store/catalog.h"
+#include "manager/store/lmdb/stop_signals.h"
 #include "manager/store/lmdb/unwritten_pages.h"
 #include "manager/store/queue_definition.h"
 #include "manager/store/store.h"
@@ -107,6 +108,7 @@ public:
   MDB_txn* get() const { return m_txn; }
 
 private:
+  StopSignalsWait m_stopsWait; ///< others wait for the end of this
   const Durable& m_durable;
   MDB_txn* m_txn = nullptr;
 };

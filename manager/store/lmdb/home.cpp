@@ -39,6 +39,7 @@ public:
   HomeLock& operator=(const HomeLock&) = delete;
 
 private:
+  StopSignalsWait m_stopsWait;
   int m_file;
 };
 

@@ -175,6 +175,7 @@ bool LmdbStore::recoverDead() {
   bool any = false;
   const std::uint32_t limit = m_runtime.connectionLimit();
   for (std::uint32_t slot = 0; slot < limit; ++slot) {
+    const StopSignalsWait stopsWait; // whoever is claimed counts as alive
     if (!m_runtime.claimDead(slot)) continue;
     try {
       recoverConnection(slot);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "manager/store/lmdb/stop_signals.h"
 #include "manager/store/lmdb/take_map.h"
 #include "manager/store/store.h"
 
@@ -153,6 +154,7 @@ private:
     ~OpeningLock();
 
   private:
+    StopSignalsWait m_stopsWait;
     Runtime& m_runtime;
   };
 

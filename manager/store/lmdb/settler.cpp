@@ -187,6 +187,7 @@ void Settler::run() {
     lock.unlock();
     bool failed = false;
     try {
+      const StopSignalsPostponed postponed;
       settleAll();
     } catch (const std::exception&) {
       failed = true; // the next reader that passes the bound is told

@@ -29,6 +29,7 @@ pid_t startClient(const std::vector<std::string>& arguments, const Environment& 
   const pid_t pid = ::fork();
   if (pid != 0) return pid;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::setpgid(0, 0); // a group that nobody controls could not be stopped by SIGTSTP
   if (input >= 0) ::dup2(input, 0);
   if (output >= 0) ::dup2(output, 1);
   if (!errors.empty()) ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666), 2);

@@ -1,9 +1,12 @@
+#include "tests/manager/faults/load.h"
 #include "tests/manager/faults/peer.h"
 #include "tests/support/process.h"
 #include "tests/support/temp_folder.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace faults {
 namespace {
@@ -67,6 +70,25 @@ TEST_F(Stopped, AndThenKilledGivesBackWhatItHad) {
   m_one.signal(SIGKILL);
   m_one.waitForDeath();
   EXPECT_EQ(m_other.words("get Q 1000").at(0), "a");
+}
+
+/// By Ctrl-Z, not by SIGSTOP, which no process can put off.
+TEST_F(Stopped, InTheMiddleOfAnythingHoldsNobodyUp) {
+  for (const std::string& queue : kStormQueues) m_other.words("create " + queue);
+  const pid_t worker = startClient({"storm", "/dev/null", "w", "7", "20000"},
+                                   {{"BXM_HOME", m_home.path().string()}}, -1, -1);
+  ::usleep(200'000);
+  for (unsigned round = 0; round < 60; ++round) {
+    ::usleep(round * 131 % 5000);
+    ::kill(worker, SIGTSTP);
+    int status = 0;
+    ASSERT_EQ(::waitpid(worker, &status, WUNTRACED), worker);
+    ASSERT_TRUE(WIFSTOPPED(status)) << "ended with " << status;
+    EXPECT_LT(timed([&] { m_other.words("put Q more"); }), milliseconds(1000));
+    ::kill(worker, SIGCONT);
+  }
+  ::kill(worker, SIGKILL);
+  ::waitpid(worker, nullptr, 0);
 }
 
 // ---- A death beside a process that waits --------------------------------------------------------
