@@ -1,6 +1,7 @@
 #include "manager/admin/program.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 namespace bxm::admin {
@@ -46,6 +47,7 @@ void Arguments::expectEnd() const {
 
 int runProgram(const char* name, const char* usage, int count, char** values,
                const std::function<int(Arguments&)>& body) {
+  std::signal(SIGXFSZ, SIG_IGN); // a file at its limit is an error like a full disk
   try {
     Arguments arguments(count, values);
     const int status = body(arguments);

@@ -11,7 +11,8 @@ namespace {
 
 bool isForTheOperator(BXLONG reason) {
   return reason == BXRC_Q_MGR_NOT_AVAILABLE || reason == BXRC_OBJECT_DAMAGED ||
-         reason == BXRC_UNEXPECTED || reason == BXRC_RESOURCE_PROBLEM;
+         reason == BXRC_UNEXPECTED || reason == BXRC_RESOURCE_PROBLEM ||
+         reason == BXRC_STORAGE_FULL;
 }
 
 void tell(const char* call, const char* text) { std::fprintf(stderr, "bxm: %s: %s\n", call, text); }

@@ -3,7 +3,9 @@
 #include "manager/store/failure.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -48,6 +50,14 @@ bool isDiskFull(const Durable& durable) {
   struct statvfs room {};
   return ::fstatvfs(fileOf(durable), &room) == 0 &&
          std::uint64_t{room.f_bavail} * room.f_frsize < kLittle;
+}
+
+int causeOfShortWrite(const Durable& durable) {
+  struct rlimit most {};
+  struct stat status {};
+  if (isDiskFull(durable)) return ENOSPC;
+  if (::getrlimit(RLIMIT_FSIZE, &most) != 0 || ::fstat(fileOf(durable), &status) != 0) return EIO;
+  return most.rlim_cur < static_cast<std::uint64_t>(status.st_size) + kLittle ? EFBIG : EIO;
 }
 
 void keepRoomToDelete(const Durable& durable, std::uint64_t bytes) {

@@ -265,9 +265,7 @@ void WriteTransaction::commit() {
   const int result = ::mdb_txn_commit(txn);
   if (result == MDB_SUCCESS) return m_durable.passedThrough(kTransactionTouches);
   m_durable.noteFailedCommit();
-  // A write that a full disk cut short is told as an input/output error.
-  failWithLmdb(result == EIO && isDiskFull(m_durable) ? ENOSPC : result,
-               "committing a transaction");
+  failWithLmdb(result == EIO ? causeOfShortWrite(m_durable) : result, "committing a transaction");
 }
 
 Reader::~Reader() {

@@ -76,7 +76,7 @@ TEST_F(Damage, AFileThatEndsBeforeItsFreePagesIsWhole) {
   }
   const std::string whole = support::readFile(file());
   bool refused = false;
-  for (std::size_t missing = 0; missing < 40; ++missing) {
+  for (std::size_t missing = 0; missing < 16; ++missing) {
     support::writeFile(file(), whole.substr(0, whole.size() - missing * 4096));
     const End end = use();
     EXPECT_TRUE(end == End::kServed ? m_browsed == kMessages + 5 : end == End::kRefused) << missing;

@@ -131,6 +131,23 @@ TEST(FullDisk, LeavesAManagerWhoseQueueIsHalfDeletedInReach) {
   EXPECT_EQ(next.ask("get R"), "0 0 precious");
 }
 
+TEST(FileSizeLimit, IsAnErrorWithAClearLine) {
+  support::TempFolder home;
+  Peer peer(home.path().string());
+  begin(peer);
+  peer.words("put Q a");
+  for (const std::string limit : {"1", "8", "32"}) {
+    support::Process program(
+        {"/bin/bash", "-c", "ulimit -f " + limit + "; exec \"$BXADM\" queue create R"});
+    program.environment("BXADM", support::binDir() + "/bxadm");
+    const auto result = program.environment("BXM_HOME", home.path().string()).run();
+    EXPECT_EQ(result.status, 1) << limit;
+    EXPECT_EQ(result.err, "bxadm: committing a transaction: File too large\n");
+  }
+  peer.words("create R");
+  EXPECT_EQ(peer.words("get Q").at(0), "a");
+}
+
 TEST(ReadOnlyFolder, IsRefusedWithAClearLine) {
   const SmallDisk disk("16m");
   NEEDS_MOUNT(disk);
