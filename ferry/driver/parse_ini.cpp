@@ -12,26 +12,45 @@
 
 namespace {
 
-using Queues = std::vector<std::unique_ptr<CCMEBX>>;
 using Limits = CDistributionConfig::Limits;
 
 constexpr long SKIPS_PER_NOTICE = 10000;
 constexpr long FULL_ROUND_WAIT = 10; // milliseconds
 
-Queues OpenQueues_a(const std::vector<UnicodeString>& aNames) {
-  Queues aQueues;
-  for (const UnicodeString& sName : aNames) {
-    aQueues.emplace_back(BXF::CreateBX(sName, UnicodeString()));
-    aQueues.back()->Open(CCMEBX::QT_ANY);
+// The open queues, each once, and the places of the section that stand for them. A queue that is
+// named twice gets its records in one unit of work: in two they would overtake each other.
+class COutputs {
+public:
+  explicit COutputs(const std::vector<UnicodeString>& aNames) {
+    for (const UnicodeString& sName : aNames) m_aPlaces.push_back({Open_n(sName)});
   }
-  return aQueues;
-}
+  size_t Count_n() const { return m_aPlaces.size(); }
+  size_t Queue_n(size_t nPlace) const { return m_aPlaces[nPlace].nQueue; }
+  CCMEBX& Queue_rob(size_t nPlace) const { return *m_aQueues[Queue_n(nPlace)]; }
+  uint32_t& Sent_rob(size_t nPlace) { return m_aPlaces[nPlace].nSent; }
+  std::vector<CCMEBX*> Queues_a() const {
+    std::vector<CCMEBX*> aPointers;
+    for (const auto& q : m_aQueues) aPointers.push_back(q.get());
+    return aPointers;
+  }
 
-std::vector<CCMEBX*> Pointers_a(const Queues& aQueues) {
-  std::vector<CCMEBX*> aPointers;
-  for (const auto& q : aQueues) aPointers.push_back(q.get());
-  return aPointers;
-}
+private:
+  struct Place {
+    size_t nQueue;
+    uint32_t nSent = 0;
+  };
+  size_t Open_n(const UnicodeString& sName) {
+    std::unique_ptr<CCMEBX> q(BXF::CreateBX(sName, UnicodeString()));
+    for (size_t n = 0; n < m_aQueues.size(); ++n)
+      if (m_aQueues[n]->GetPath() == q->GetPath()) return n;
+    q->Open(CCMEBX::QT_ANY);
+    m_aQueues.push_back(std::move(q));
+    return m_aQueues.size() - 1;
+  }
+
+  std::vector<std::unique_ptr<CCMEBX>> m_aQueues;
+  std::vector<Place> m_aPlaces;
+};
 
 /// One run of a distribution.
 class CDistributor {
@@ -39,8 +58,8 @@ public:
   CDistributor(const std::string& sSection, UnicodeString sGrep, long nCount, long nPause,
                long nPriority, long nExpire)
       : m_obConfig(sSection), m_sGrep(std::move(sGrep)), m_nCount(nCount), m_nPause(nPause),
-        m_nPriority(nPriority), m_nExpire(nExpire), m_aQueues(OpenQueues_a(m_obConfig.Queues_a())),
-        m_obInput(Pointers_a(m_aQueues)), m_obLimits(m_obConfig.Limits_ob()),
+        m_nPriority(nPriority), m_nExpire(nExpire), m_obOutputs(m_obConfig.Queues_a()),
+        m_obInput(m_obOutputs.Queues_a()), m_obLimits(m_obConfig.Limits_ob()),
         m_nSkipCount(m_obConfig.SkipCount_n()) {}
 
   void Run_v();
@@ -53,7 +72,7 @@ private:
   bool IsFull_b(const CCMEBX& obQueue) const;
   void FullRound_v();
   void SaturationPause_v();
-  void Statistics_v() const;
+  void Statistics_v();
 
   CDistributionConfig m_obConfig;
   const UnicodeString m_sGrep;
@@ -61,13 +80,13 @@ private:
   const long m_nPause;
   const long m_nPriority;
   const long m_nExpire;
-  const Queues m_aQueues;
+  COutputs m_obOutputs;
   const CInterruption m_obInterruption;
   CRecordInput m_obInput;
   Limits m_obLimits;
   const long m_nSkipCount;
   UnicodeString m_sRecord;
-  size_t m_nCursor = 0; // the queue to try next
+  size_t m_nCursor = 0; // the place to try next
   long m_nRecords = 0;  // records skipped and attempts made
   uint32_t m_nFull = 0; // full queues met since the last record was placed
 };
@@ -102,7 +121,7 @@ void CDistributor::Record_v(std::string_view sLine) {
     rwSleep(m_nPause);
     --m_nCount;
     ++m_nRecords;
-    m_nCursor = (m_nCursor + 1) % m_aQueues.size();
+    m_nCursor = (m_nCursor + 1) % m_obOutputs.Count_n();
   }
 }
 
@@ -114,13 +133,14 @@ void CDistributor::Skip_v() {
 }
 
 bool CDistributor::Try_b() {
-  CCMEBX& obQueue = *m_aQueues[m_nCursor];
+  CCMEBX& obQueue = m_obOutputs.Queue_rob(m_nCursor);
   if (IsFull_b(obQueue)) {
-    if (++m_nFull % m_aQueues.size() == 0) FullRound_v();
+    if (++m_nFull % m_obOutputs.Count_n() == 0) FullRound_v();
     return false;
   }
   SendRecord_v(obQueue, m_sRecord, m_nPriority, m_nExpire);
-  m_obInput.Sent_v(m_nCursor);
+  ++m_obOutputs.Sent_rob(m_nCursor);
+  m_obInput.Sent_v(m_obOutputs.Queue_n(m_nCursor));
   m_nFull = 0;
   return true;
 }
@@ -135,7 +155,8 @@ bool CDistributor::IsFull_b(const CCMEBX& obQueue) const {
 // asking them again and again at full speed would not make it faster.
 void CDistributor::FullRound_v() {
   m_obInput.Batch_rob().Commit_v();
-  if (m_obLimits.nFullCountMax == Limits::NONE && m_nPause <= 0) rwSleep(FULL_ROUND_WAIT);
+  const bool bPauses = m_obLimits.nFullCountMax != Limits::NONE && m_obLimits.nFullPause > 0;
+  if (!bPauses && m_nPause <= 0) rwSleep(FULL_ROUND_WAIT);
 }
 
 void CDistributor::SaturationPause_v() {
@@ -147,10 +168,10 @@ void CDistributor::SaturationPause_v() {
   rwSleep(m_obLimits.nFullPause);
 }
 
-void CDistributor::Statistics_v() const {
-  for (const auto& q : m_aQueues)
-    WriteNotice_v("Sent " + std::to_string(static_cast<uint32_t>(q->GetSentCount())) +
-                  " records to " + UCSS::ucToString(q->GetLabel()) + "\n");
+void CDistributor::Statistics_v() {
+  for (size_t n = 0; n < m_obOutputs.Count_n(); ++n)
+    WriteNotice_v("Sent " + std::to_string(m_obOutputs.Sent_rob(n)) + " records to " +
+                  UCSS::ucToString(m_obOutputs.Queue_rob(n).GetLabel()) + "\n");
 }
 
 } // namespace

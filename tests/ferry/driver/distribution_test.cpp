@@ -56,6 +56,13 @@ TEST_F(Distribution, TakesTheQueuesInTurn) {
   EXPECT_EQ(take("Q1"), "2\n4\n");
 }
 
+TEST_F(Distribution, KeepsTheOrderOnAQueueNamedTwice) {
+  configure(1, "QOut1=Q0\n");
+  EXPECT_EQ(distribute("1\n2\n3\n").err,
+            "Final stats.\nSent 2 records to Q0\nSent 1 records to Q0\n");
+  EXPECT_EQ(take("Q0"), "1\n2\n3\n");
+}
+
 TEST_F(Distribution, SkipsLeadingRecords) {
   configure(1, "SkipCount=3\n");
   const Result r = distribute("1\n2\n3\n4\n5\n", {"-c", "0"}); // tested behind a record only
