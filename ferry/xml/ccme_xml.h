@@ -13,14 +13,20 @@ XERCES_CPP_NAMESPACE_END
 
 class CXMLRuntime;
 
-/// An XML document. It owns its nodes. Different documents may be used by different threads at
-/// once.
+/// An XML document of at most kMaxXmlDepth levels (xml_limits.h). It owns its nodes. Different
+/// documents may be used by different threads at once.
 class CCMEXML {
 public:
   /// A document with an empty root element. Throws VRK_Exception when the name is no XML name.
   explicit CCMEXML(const UnicodeString& rootName);
-  /// Reads a document; its encoding declaration does not matter. Nothing outside of the text is
-  /// ever loaded. Throws VRK_Exception when it is not well-formed.
+  /// Reads an XML 1.0 document; its encoding declaration does not matter. Nothing outside of the
+  /// text is ever loaded. Entities that it declares are expanded, after that its document type
+  /// declaration is dropped, so that it is written without one.
+  ///
+  /// Throws VRK_Exception when the text is not well-formed, holds a character that XML has not, is
+  /// nested too deeply, refers to an entity that it does not declare or might expand to more than
+  /// kMaxXmlExpansion characters, and when it has parameter entities or attribute list
+  /// declarations.
   static std::unique_ptr<CCMEXML> parse_pob(const UnicodeString& text);
   ~CCMEXML();
   CCMEXML(const CCMEXML&) = delete;

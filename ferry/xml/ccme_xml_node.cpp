@@ -4,12 +4,45 @@
 
 #include "ferry/xml/ccme_xml.h"
 #include "ferry/xml/xml_errors.h"
+#include "ferry/xml/xml_limits.h"
 #include "ferry/xml/xml_text.h"
 #include "ferry/xml/xpath_evaluator.h"
 
+namespace {
+
+int depthOf(const xercesc::DOMElement& element) {
+  int depth = 0;
+  for (const xercesc::DOMNode* node = &element; node; node = node->getParentNode()) ++depth;
+  return depth;
+}
+
+// What belongs to nobody goes back to the document, which otherwise keeps it. Elements are others'
+// as long as the document lives.
+void removeChildren(xercesc::DOMElement& element) {
+  while (xercesc::DOMNode* child = element.getFirstChild()) {
+    element.removeChild(child);
+    if (child->getNodeType() != xercesc::DOMNode::ELEMENT_NODE) child->release();
+  }
+}
+
+// The library's own function leaves a copy in the document at each call.
+void appendText(const xercesc::DOMNode& node, UnicodeString& text) {
+  for (auto* child = node.getFirstChild(); child; child = child->getNextSibling())
+    switch (child->getNodeType()) {
+    case xercesc::DOMNode::TEXT_NODE:
+    case xercesc::DOMNode::CDATA_SECTION_NODE: text.append(child->getNodeValue(), -1); break;
+    case xercesc::DOMNode::ELEMENT_NODE: appendText(*child, text); break;
+    default: break;
+    }
+}
+
+} // namespace
+
 CCMEXMLNode* CCMEXMLNode::addChild(const UnicodeString& name) {
   return guardXml("CCMEXMLNode::addChild", [&] {
-    UnicodeString tag = xmlName(name);
+    if (depthOf(m_obElement) > kMaxXmlDepth)
+      throw xmlError("CCMEXMLNode::addChild", u"The document is nested too deeply");
+    UnicodeString tag(wholeText(name));
     xercesc::DOMElement* child =
         m_obElement.getOwnerDocument()->createElement(tag.getTerminatedBuffer());
     m_obElement.appendChild(child);
@@ -25,14 +58,17 @@ CCMEXMLNode* CCMEXMLNode::addChild(const UnicodeString& name, const UnicodeStrin
 
 void CCMEXMLNode::setAttribute(const UnicodeString& name, const UnicodeString& value) {
   guardXml("CCMEXMLNode::setAttribute", [&] {
-    m_obElement.setAttribute(xmlName(name).getTerminatedBuffer(),
+    m_obElement.setAttribute(UnicodeString(wholeText(name)).getTerminatedBuffer(),
                              xmlText(value).getTerminatedBuffer());
   });
 }
 
 void CCMEXMLNode::setText(const UnicodeString& text) {
-  guardXml("CCMEXMLNode::setText",
-           [&] { m_obElement.setTextContent(xmlText(text).getTerminatedBuffer()); });
+  guardXml("CCMEXMLNode::setText", [&] {
+    xercesc::DOMDocument& document = *m_obElement.getOwnerDocument();
+    removeChildren(m_obElement);
+    m_obElement.appendChild(document.createTextNode(xmlText(text).getTerminatedBuffer()));
+  });
 }
 
 void CCMEXMLNode::setText(const char* text) { setText(UnicodeString(text ? text : "")); }
@@ -40,10 +76,14 @@ void CCMEXMLNode::setText(const char* text) { setText(UnicodeString(text ? text 
 UnicodeString CCMEXMLNode::getName() const { return m_obElement.getTagName(); }
 
 UnicodeString CCMEXMLNode::getAttribute(const UnicodeString& name) const {
-  return m_obElement.getAttribute(xmlName(name).getTerminatedBuffer());
+  return m_obElement.getAttribute(UnicodeString(wholeText(name)).getTerminatedBuffer());
 }
 
-UnicodeString CCMEXMLNode::getText() const { return m_obElement.getTextContent(); }
+UnicodeString CCMEXMLNode::getText() const {
+  UnicodeString text;
+  appendText(m_obElement, text);
+  return text;
+}
 
 std::vector<CCMEXMLNode*> CCMEXMLNode::getChildren() const {
   std::vector<CCMEXMLNode*> children;

@@ -14,15 +14,20 @@ class CCMEXML;
 /// One element of a document, owned by it and valid as long as it is.
 ///
 /// Text and attribute values may hold anything; what XML cannot hold becomes U+FFFD. Names must be
-/// XML names. Functions throw VRK_Exception (major error) for a name or an XPath expression that is
-/// none. A document and its nodes are used by one thread at a time.
+/// XML names. A document and its nodes are used by one thread at a time.
+///
+/// Functions throw VRK_Exception (major error) for a name or an XPath expression that is none, and
+/// leave the document as it was.
 class CCMEXMLNode {
 public:
-  /// Appends an empty child element, or one that holds text.
+  /// Appends an empty child element, or one that holds text. Throws VRK_Exception beyond
+  /// kMaxXmlDepth levels.
   CCMEXMLNode* addChild(const UnicodeString& name);
   CCMEXMLNode* addChild(const UnicodeString& name, const UnicodeString& text);
   void setAttribute(const UnicodeString& name, const UnicodeString& value);
-  /// Replaces everything in the element. Narrow text is in the default code page.
+  /// Replaces everything in the element. Elements that were in it stay valid but are no longer part
+  /// of the document. Narrow text is in the default code
+  /// page.
   void setText(const UnicodeString& text);
   void setText(const char* text);
 

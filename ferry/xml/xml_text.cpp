@@ -23,7 +23,8 @@ UnicodeString xmlText(const UnicodeString& text) {
   return result;
 }
 
-UnicodeString xmlName(const UnicodeString& name) {
-  if (name.indexOf(u'\0') >= 0) throw xmlError("xmlName", u"A name must not contain NUL");
-  return name;
+const UnicodeString& wholeText(const UnicodeString& text) {
+  if (text.indexOf(u'\0') >= 0)
+    throw xmlError("wholeText", u"Names and expressions must not contain NUL");
+  return text;
 }

@@ -7,6 +7,6 @@
 /// replacement character U+FFFD, so that a reader sees that something stood there.
 UnicodeString xmlText(const UnicodeString& text);
 
-/// The name as it is; the XML libraries judge it. Throws VRK_Exception when it holds a NUL,
-/// at which they would cut it.
-UnicodeString xmlName(const UnicodeString& name);
+/// The text as it is; the XML libraries judge it. Throws VRK_Exception when it holds a NUL, at
+/// which they would cut it.
+const UnicodeString& wholeText(const UnicodeString& text);

@@ -4,9 +4,16 @@
 
 #include "ferry/errors/exception.h"
 #include "ferry/xml/ccme_xml.h"
+#include "ferry/xml/xml_limits.h"
 #include "second_reader.h"
 
 namespace {
+
+UnicodeString repeated(const UnicodeString& text, int32_t times) {
+  UnicodeString result;
+  while (times-- > 0) result += text;
+  return result;
+}
 
 std::string textReadBack(const UnicodeString& text) {
   CCMEXML document(u"R");
@@ -58,8 +65,42 @@ TEST(XmlDocument, WhatIsNoXmlIsRefused) {
   EXPECT_THROW(document.getRoot()->addChild(u"<"), VRK_Exception);
   EXPECT_THROW(document.getRoot()->setAttribute(UnicodeString(u"a\0b", 3), u""), VRK_Exception);
   EXPECT_EQ("R{}", SecondReader(document.dump()).outline());
-  for (const UChar* text : {u"", u"<a></b>", u"<a>&undefined;</a>"})
-    EXPECT_THROW(CCMEXML::parse_pob(text), VRK_Exception) << UnicodeString(text);
+  for (const UnicodeString& text :
+       {UnicodeString(u""), UnicodeString(u"<a></b>"), UnicodeString(u"<a>&undefined;</a>"),
+        UnicodeString(u"<!DOCTYPE a SYSTEM 'x'><a>&undefined;</a>"),
+        UnicodeString(u"<!DOCTYPE a [%p;]><a/>"),
+        UnicodeString(u"<!DOCTYPE a [<!ENTITY % p ''>]><a/>"),
+        UnicodeString(u"<!DOCTYPE a [<!ATTLIST a b CDATA 'c'>]><a/>"),
+        UnicodeString(u"<?xml version='1.1'?><a/>"), UnicodeString(u"<a/>\0<", 6),
+        UnicodeString(u"<a>\xD83D</a>")})
+    EXPECT_THROW(CCMEXML::parse_pob(text), VRK_Exception) << text;
+}
+
+TEST(XmlDocument, EntitiesAreExpandedUpToALimit) {
+  UnicodeString declared(
+      u"<!DOCTYPE r [<!ENTITY e 'a\"b'><!ENTITY f '&e;&e;'>]><r c='&e;'>&f;</r>");
+  auto document = CCMEXML::parse_pob(declared);
+  EXPECT_EQ(u"a\"ba\"b", document->getRoot()->getText());
+  EXPECT_EQ("r(c=a\"b){a\"ba\"b}", SecondReader(document->dump()).outline());
+  for (int uses : {1000, 1100}) {
+    UnicodeString large = u"<!DOCTYPE r [<!ENTITY e '" + repeated(u"x", 1000) + u"'>]><r>" +
+                          repeated(u"&e;", uses) + u"</r>";
+    if (uses == 1000)
+      EXPECT_EQ(1000 * 1000, CCMEXML::parse_pob(large)->getRoot()->getText().length());
+    else
+      EXPECT_THROW(CCMEXML::parse_pob(large), VRK_Exception);
+  }
+}
+
+TEST(XmlDocument, DepthIsLimited) {
+  auto nested = [](int n) { return repeated(u"<a>", n) + u"t" + repeated(u"</a>", n); };
+  auto document = CCMEXML::parse_pob(nested(kMaxXmlDepth));
+  EXPECT_EQ(u"t", document->getRoot()->getText());
+  EXPECT_EQ(nested(kMaxXmlDepth), document->dump());
+  EXPECT_EQ(u"1000", document->getRoot()->evaluate(u"count(//a)"));
+  EXPECT_THROW(CCMEXML::parse_pob(nested(kMaxXmlDepth + 1)), VRK_Exception);
+  CCMEXMLNode* deepest = document->getRoot()->selectNode(u"//a[not(a)]");
+  EXPECT_THROW(deepest->addChild(u"a"), VRK_Exception);
 }
 
 TEST(XmlDocument, NothingOutsideTheTextCounts) {
