@@ -10,3 +10,12 @@
 constexpr int kMaxXmlDepth = 1000;
 /// Characters that a document's entities may expand to: the longest one's times all uses.
 constexpr std::size_t kMaxXmlExpansion = 1024 * 1024;
+/// Length of an XPath expression in characters (64 KiB).
+constexpr std::int32_t kMaxXPathLength = 32 * 1024;
+/// Brackets and parentheses of an XPath expression that stand open at once.
+constexpr int kMaxXPathDepth = 1000;
+/// Steps and operators of an XPath expression.
+constexpr int kMaxXPathOperators = 4000;
+/// Digits of a number that an XPath expression holds, and any number that it makes a value.
+constexpr int kMaxXPathDigits = 60;
+constexpr double kMaxXPathNumber = 1e60;

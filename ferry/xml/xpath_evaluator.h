@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <vector>
-#include <xalanc/XPath/XPathEvaluator.hpp>
 #include <xalanc/XercesParserLiaison/XercesDOMSupport.hpp>
 #include <xalanc/XercesParserLiaison/XercesParserLiaison.hpp>
 #include <xercesc/dom/DOMElement.hpp>
@@ -11,7 +10,8 @@
 #include "ferry/xml/xml_runtime.h"
 
 /// Evaluates XPath expressions over DOM documents. An evaluator must not be shared between threads,
-/// and making one is dear, so each thread has its own until it ends. What it throws is the XML
+/// so each thread has its own until it ends. An expression that fails leaves nothing behind in it.
+/// The limits and errors are those that CCMEXMLNode states; what it throws may also be the XML
 /// libraries' own.
 class CXPathEvaluator {
 public:
@@ -27,5 +27,4 @@ private:
   std::shared_ptr<CXMLRuntime> m_pobRuntime = CXMLRuntime::Share_rob(); // first: others need it
   xalanc::XercesParserLiaison m_obLiaison;
   xalanc::XercesDOMSupport m_obSupport{m_obLiaison};
-  xalanc::XPathEvaluator m_obEvaluator;
 };

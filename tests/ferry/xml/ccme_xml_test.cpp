@@ -122,10 +122,55 @@ TEST(XPath, SelectsElementsAndValues) {
   EXPECT_EQ(u"2", root->evaluate(u"count(//a)"));
   EXPECT_EQ(u"2", root->evaluate(u"b/a/@n"));
   EXPECT_EQ(u"", root->evaluate(u"c"));
-  EXPECT_THROW(root->selectNodes(u"]["), VRK_Exception);
   // What was added since the last expression is seen.
   root->addChild(u"c", u"new");
   EXPECT_EQ(u"new", root->evaluate(u"c"));
+}
+
+TEST(XPath, AFailureIsAnErrorAndNoMore) {
+  CCMEXML document(u"r");
+  CCMEXMLNode* root = document.getRoot();
+  CCMEXMLNode* removed = root->addChild(u"a")->addChild(u"b", u"kept");
+  root->getChildren()[0]->setText(u"x");
+  testing::internal::CaptureStderr();
+  for (const UnicodeString& xpath :
+       {UnicodeString(u"]["), UnicodeString(u"count('x')"), UnicodeString(u"'a'/b"),
+        UnicodeString(u"key('a','b')"), UnicodeString(u"a | 1"), UnicodeString(u"$v"),
+        UnicodeString(u"concat($v,'')"), UnicodeString(u"'a'\0b", 5)}) {
+    EXPECT_THROW(root->evaluate(xpath), VRK_Exception) << xpath;
+    EXPECT_THROW(root->selectNodes(xpath), VRK_Exception) << xpath;
+    EXPECT_EQ(1U, root->selectNodes(u"//a").size()) << xpath;
+  }
+  EXPECT_THROW(removed->evaluate(u".."), VRK_Exception);
+  EXPECT_EQ(u"kept", removed->getText());
+  EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST(XPath, LimitsKeepExpressionsWithinTheStack) {
+  auto document = CCMEXML::parse_pob(u"<r><a>(</a></r>");
+  auto value = [&](const UnicodeString& xpath) -> UnicodeString {
+    try {
+      return document->getRoot()->evaluate(xpath);
+    } catch (const VRK_Exception&) {
+      return u"error";
+    }
+  };
+  struct Case {
+    UnicodeString before, inner, after;
+    int limit;
+  };
+  for (const Case& c :
+       {Case{u"self::*[", u".", u"]", kMaxXPathDepth}, Case{u"string(", u"a", u")", kMaxXPathDepth},
+        Case{u"./", u"a", u"", kMaxXPathOperators}}) {
+    EXPECT_EQ(u"(", value(repeated(c.before, c.limit) + c.inner + repeated(c.after, c.limit)));
+    int more = c.limit + 1;
+    EXPECT_EQ(u"error", value(repeated(c.before, more) + c.inner + repeated(c.after, more)));
+  }
+  EXPECT_EQ(u"error", value(u"'" + repeated(u"x", kMaxXPathLength) + u"'"));
+  for (UnicodeString large : {u"V", u"number('V')", u"string-length (number('V'))"})
+    EXPECT_EQ(u"error", value(large.findAndReplace(u"V", u"1" + repeated(u"0", 100)))) << large;
+  EXPECT_EQ(u"2,1,1", value(u"concat(string-length( 6*7 ),',',string-length(a[string-length()=1])"
+                            u",',',string-length('('))"));
 }
 
 TEST(XPath, ThreadsWorkOnTheirOwnDocuments) {
