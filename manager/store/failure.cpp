@@ -1,13 +1,14 @@
 #include "manager/store/failure.h"
 
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 namespace bxm {
 
 namespace {
 
-BXLONG reasonOf(int error, BXLONG fallback) {
+BXLONG reasonOfErrno(int error, BXLONG fallback) {
   switch (error) {
   case ENOSPC:
   case EDQUOT:
@@ -24,8 +25,14 @@ BXLONG reasonOf(int error, BXLONG fallback) {
 
 } // namespace
 
+BXLONG reasonOf(const std::exception& error) {
+  if (const auto* failure = dynamic_cast<const Failure*>(&error)) return failure->reason();
+  return dynamic_cast<const std::bad_alloc*>(&error) ? BXRC_RESOURCE_PROBLEM : BXRC_UNEXPECTED;
+}
+
 void failWithErrno(int error, BXLONG fallback, const std::string& what) {
-  throw Failure(reasonOf(error, fallback), what + ": " + std::generic_category().message(error));
+  throw Failure(reasonOfErrno(error, fallback),
+                what + ": " + std::generic_category().message(error));
 }
 
 } // namespace bxm

@@ -19,6 +19,9 @@ private:
   BXLONG m_reason;
 };
 
+/// The reason code for what was caught: a Failure's own, 2102 for missing memory, else 2195.
+BXLONG reasonOf(const std::exception& error);
+
 /// The Failure for a system call that set errno: full disk, no permission, no resources, or else
 /// fallback.
 [[noreturn]] void failWithErrno(int error, BXLONG fallback, const std::string& what);

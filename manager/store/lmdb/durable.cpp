@@ -229,11 +229,15 @@ Durable::Mapping Durable::findMapping(const std::string& file) {
   return {};
 }
 
-void Durable::passedThrough(std::size_t bytes) const {
+void Durable::passedThrough(std::size_t bytes) const noexcept {
   if (m_passed.fetch_add(bytes, std::memory_order_relaxed) + bytes < kMostPassed) return;
   m_passed.store(0, std::memory_order_relaxed);
   const std::lock_guard guard(m_mappingMutex);
-  if (!m_mapping) m_mapping = findMapping(m_file);
+  try {
+    if (!m_mapping) m_mapping = findMapping(m_file);
+  } catch (const std::exception&) {
+    return; // the next time will do
+  }
   if (m_mapping->address) ::madvise(m_mapping->address, m_mapping->size, MADV_DONTNEED);
 }
 

@@ -66,7 +66,7 @@ public:
   /// Says that about so many bytes of the file were read through the map. From time to time the map
   /// lets go of its pages, which stay in the system's cache: whoever goes through a large store
   /// should not be seen to hold all of it.
-  void passedThrough(std::size_t bytes) const;
+  void passedThrough(std::size_t bytes) const noexcept;
 
   /// Frees what dead processes held.
   void clearStaleReaders() const;

@@ -106,9 +106,9 @@ Committed LmdbSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& rea
     withTakes ? backout(puts) : uncount(puts);
     reason = BXRC_BACKED_OUT;
     return Committed::kQueueGone;
-  } catch (const Failure& failure) {
+  } catch (const std::exception& error) {
     withTakes ? backout(puts) : uncount(puts);
-    reason = failure.reason();
+    reason = reasonOf(error);
     return committing && reason == BXRC_CONNECTION_BROKEN ? Committed::kUnknown
                                                           : Committed::kFailed;
   }

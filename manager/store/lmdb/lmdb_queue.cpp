@@ -99,7 +99,12 @@ bool LmdbQueue::reserve() {
   const auto fits = [this] {
     return depthWhileLocked() <= static_cast<std::uint64_t>(m_definition.maxDepth);
   };
-  if (fits() || (recoverOthers() && fits())) return true;
+  try {
+    if (fits() || (recoverOthers() && fits())) return true;
+  } catch (...) {
+    unreserve();
+    throw;
+  }
   unreserve();
   return false;
 }
@@ -122,16 +127,12 @@ void LmdbQueue::forgetTaken() {
 }
 
 void LmdbQueue::consumeTaken() {
-  const std::uint64_t count = m_takenCount;
-  std::vector<Position> unlisted;
-  const bool listed = m_taken.size() == count;
   visitTaken([&](const Position& position, std::atomic<std::uint32_t>& entry) {
     entry.store(TakeEntry::make(TakeEntry::kConsumed, m_accessSlot, position.priority));
-    if (!listed) unlisted.push_back(position);
     BXM_KILL_POINT("consume-entry");
   });
-  m_access.consumed.fetch_add(count);
-  m_consumption.add(listed ? m_taken.data() : unlisted.data(), count);
+  m_access.consumed.fetch_add(m_taken.size());
+  m_consumption.add(m_taken.data(), m_taken.size());
   forgetTaken();
 }
 

@@ -48,7 +48,8 @@ public:
   }
   void forgetTaken();
 
-  /// Taken messages are gone for good; their durable deletion follows.
+  /// Taken messages, not more than Settler::kMostUnsettled, are gone for good; their durable
+  /// deletion follows. Cannot fail behind Settler::makeRoom.
   void consumeTaken();
   /// Taken messages are gone for good, and the durable store has deleted them already.
   void markTakenDeleted();
@@ -72,7 +73,7 @@ private:
   bool claimEntry(const Position& position);
   std::optional<Found> takeAhead(Receiver& receiver, bool syncpoint);
   std::optional<Found> browseAhead(const Position& after, Receiver& receiver);
-  void fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan);
+  void fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan) noexcept;
   void noteTouched(std::uint64_t sequence);
   void lookAfterOthers();
   bool recoverOthers();

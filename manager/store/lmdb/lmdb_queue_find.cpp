@@ -90,6 +90,8 @@ LmdbQueue::Claim LmdbQueue::claim(Reader::Snapshot& snapshot, StoredMessage& mes
 
 void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoint) {
   ClaimUndo undo(*m_share, message.position);
+  std::vector<TakeJournal::Entry> entries;
+  if (!syncpoint) entries.push_back({m_share->id, message.position});
   receiver.deliver(message);
   if (m_taken.size() < kMostListed) m_taken.push_back(message.position);
   undo.keep();
@@ -104,7 +106,7 @@ void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoin
   m_access.consumed.fetch_add(1);
   m_consumption.add(message.position);
   m_session.store().settler().added(m_consumption);
-  if (!m_session.journal({{m_share->id, message.position}}))
+  if (!m_session.journal(entries))
     throw Failure(BXRC_CONNECTION_BROKEN, "the disk does not take the get of a message");
 }
 
@@ -116,12 +118,11 @@ void LmdbQueue::makeRoomForOne() {
 /// Removes an expired message. False when that has to wait: an entry that nobody holds must stay
 /// in sight, since a clock can be set back.
 bool LmdbQueue::dropExpired(const Position& position) {
-  if (m_consumption.size() >= kMostListed) {
-    try {
-      m_session.store().settler().settleAll();
-    } catch (const Failure&) {
-      return false;
-    }
+  try {
+    if (m_consumption.size() >= kMostListed) m_session.store().settler().settleAll();
+    m_consumption.reserve(1);
+  } catch (const std::exception&) {
+    return false;
   }
   auto& entry = m_share->takes.at(position.sequence);
   noteTouched(position.sequence);
@@ -180,13 +181,18 @@ bool LmdbQueue::passOver(QueueScan& scan) {
 
 // ---- Taking -------------------------------------------------------------------------------------
 
-/// Copies what comes next for the calls that follow.
-void LmdbQueue::fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan) {
+/// Copies what comes next for the calls that follow. The message of this call is delivered by now:
+/// what fails here is no failure of it, and is met again when its turn comes.
+void LmdbQueue::fill(ReadAhead& ahead, std::size_t wanted, QueueScan& scan) noexcept {
   scan.markAvailable();
-  while (wanted > 0 && scan.next()) {
-    const StoredMessage& message = scan.message();
-    if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) continue;
-    if (hasExpired(message) || !ahead.add(message, wanted)) return;
+  try {
+    while (wanted > 0 && scan.next()) {
+      const StoredMessage& message = scan.message();
+      if (m_share->takes.load(message.position.sequence) != TakeEntry::kFree) continue;
+      if (hasExpired(message) || !ahead.add(message, wanted)) return;
+    }
+  } catch (const std::exception&) {
+    ahead.clear();
   }
 }
 
@@ -308,9 +314,9 @@ Found LmdbQueue::browse(const std::optional<Position>& after, Receiver& receiver
     const auto verdict = receiver.judge(message);
     if (verdict == Receiver::Verdict::kSkip) continue;
     if (verdict == Receiver::Verdict::kRefuse) return Found::kRefused;
-    receiver.deliver(message);
     m_browseAhead.begin(::mdb_txn_id(snapshot.txn()), seen);
     m_browseAhead.startBehind(message.position);
+    receiver.deliver(message);
     fill(m_browseAhead, m_browseAhead.grow(), scan);
     return Found::kDelivered;
   }

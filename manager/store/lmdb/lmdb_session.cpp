@@ -163,28 +163,30 @@ Committed LmdbSession::commit(PutBatch& puts, BXLONG& reason) {
   if (puts.empty() && taken == 0) return Committed::kDone;
   if (!puts.empty() || taken > Settler::kMostUnsettled) return commitDurably(puts, true, reason);
   try {
-    makeRoomForTakes();
-  } catch (const Failure& failure) {
-    reason = failure.reason();
+    return commitTakes(prepareTakes(), reason);
+  } catch (const std::exception& error) { // nothing is decided yet
+    reason = reasonOf(error);
     backout(puts);
     return Committed::kFailed;
   }
-  return commitTakes(reason);
 }
 
-void LmdbSession::makeRoomForTakes() {
+/// Whatever can fail in a commit of gets: room for what is to be noted, and what the journal gets.
+std::vector<TakeJournal::Entry> LmdbSession::prepareTakes() {
   for (auto& [id, queue] : m_queues)
     m_store->settler().makeRoom(queue->consumption(), queue->takenCount());
   prepareJournal();
-}
-
-Committed LmdbSession::commitTakes(BXLONG& reason) {
   std::vector<TakeJournal::Entry> entries;
   if (m_journal)
     for (auto& [id, queue] : m_queues)
       queue->visitTaken([&entries, queueId = id](const Position& position, auto&) {
         entries.push_back({queueId, position});
       });
+  return entries;
+}
+
+Committed LmdbSession::commitTakes(const std::vector<TakeJournal::Entry>& entries,
+                                   BXLONG& reason) noexcept {
   BXM_KILL_POINT("commit-takes-begin");
   connection().committing = 1; // the commit: from here on whoever recovers finishes it
   BXM_KILL_POINT("commit-takes-decided");

@@ -44,8 +44,8 @@ public:
   std::uint32_t slot() const { return m_slot; }
 
 private:
-  Committed commitTakes(BXLONG& reason);
-  void makeRoomForTakes();
+  std::vector<TakeJournal::Entry> prepareTakes();
+  Committed commitTakes(const std::vector<TakeJournal::Entry>& entries, BXLONG& reason) noexcept;
   void dropQuietQueues();
   Committed commitDurably(PutBatch& puts, bool withTakes, BXLONG& reason);
   void uncount(PutBatch& puts);

@@ -179,7 +179,7 @@ bool LmdbStore::recoverDead() {
     if (!m_runtime.claimDead(slot)) continue;
     try {
       recoverConnection(slot);
-    } catch (const Failure&) {
+    } catch (const std::exception&) {
       m_runtime.abandonConnection(slot); // another try is due when the store can delete again
       continue;
     }

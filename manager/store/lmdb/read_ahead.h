@@ -34,8 +34,9 @@ public:
   bool add(const StoredMessage& message, std::size_t wanted) {
     if (m_items.size() >= wanted || m_bytes.size() + message.record.size() > kMostBytes)
       return false;
-    m_items.push_back({message.position, m_bytes.size(), message.record.size()});
-    m_bytes.append(message.record);
+    m_bytes.append(message.record); // first: an item never is without its bytes
+    m_items.push_back(
+        {message.position, m_bytes.size() - message.record.size(), message.record.size()});
     return true;
   }
 

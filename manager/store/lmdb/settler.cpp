@@ -10,6 +10,12 @@
 
 namespace bxm {
 
+void Consumption::reserve(std::size_t count) {
+  const std::lock_guard guard(m_mutex);
+  const std::size_t needed = m_waiting.size() + count;
+  if (needed > m_waiting.capacity()) m_waiting.reserve(std::max(needed, 2 * m_waiting.capacity()));
+}
+
 void Consumption::add(const Position* positions, std::size_t count) {
   const std::lock_guard guard(m_mutex);
   m_waiting.insert(m_waiting.end(), positions, positions + count);
@@ -170,7 +176,7 @@ void Settler::startThread() {
   ::pthread_sigmask(SIG_SETMASK, &all, &before); // signals are the program's, not this thread's
   try {
     m_thread = std::thread([this] { run(); });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     m_threadless = true; // the bound of messages still holds, and the disconnect settles the rest
   }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);

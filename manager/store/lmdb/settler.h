@@ -22,6 +22,8 @@ public:
   Consumption(std::shared_ptr<QueueShare> share, AccessSlot& access)
       : m_share(std::move(share)), m_access(access) {}
 
+  /// Room for so many more: add needs no memory then.
+  void reserve(std::size_t count);
   void add(const Position& position) { add(&position, 1); }
   void add(const Position* positions, std::size_t count);
   /// How many are not deleted yet, those that are being deleted included.
@@ -58,10 +60,11 @@ public:
   /// Settles it and lets go of it. Never throws: what cannot be deleted now is left to recovery.
   void leave(Consumption& consumption) noexcept;
 
-  /// To be called before count messages are consumed: keeps the bound of messages. Throws Failure
-  /// when the store cannot delete.
-  void makeRoom(const Consumption& consumption, std::size_t count) {
+  /// To be called before count messages are consumed: keeps the bound of messages, and reserves.
+  /// Throws Failure when the store cannot delete.
+  void makeRoom(Consumption& consumption, std::size_t count) {
     if (consumption.size() + count > kMostUnsettled) settleAll();
+    consumption.reserve(count);
   }
   /// To be called after add: keeps the bound of time.
   void added(const Consumption& consumption) noexcept;
