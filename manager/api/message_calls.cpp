@@ -49,12 +49,12 @@ Codes get(Connection& connection, BXHOBJ object, BXMD* descriptor, BXGMO* option
                                  match,
                                  waits ? options->waitInterval : 0,
                                  static_cast<char*>(buffer),
-                                 static_cast<std::size_t>(length)};
+                                 static_cast<std::size_t>(length),
+                                 options->resolvedQueueName};
   const Codes codes = connection.get(object, request);
   *dataLength = request.dataLength;
   if (codes.completion == BXCC_FAILED && codes.reason != BXRC_TRUNCATED_FAILED) return codes;
   if (!whole) __builtin_memcpy(descriptor, &shorter, offsetof(BXMD, groupId));
-  padInto(options->resolvedQueueName, BX_NAME_LENGTH, *request.queueName);
   if (options->version >= BXGMO_VERSION_3) options->returnedLength = request.returnedLength;
   return codes;
 }

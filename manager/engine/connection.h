@@ -39,9 +39,9 @@ public:
     BXLONG wait; ///< milliseconds; 0 none, -1 for ever
     char* buffer;
     std::size_t bufferLength;
-    BXLONG dataLength = 0;                  ///< set
-    BXLONG returnedLength = 0;              ///< set
-    const std::string* queueName = nullptr; ///< set, valid while the queue is open
+    BXCHAR* queueName;         ///< BX_NAME_LENGTH characters, set when there is a message
+    BXLONG dataLength = 0;     ///< set
+    BXLONG returnedLength = 0; ///< set
   };
   Codes get(BXHOBJ object, GetRequest& request);
 
@@ -61,7 +61,7 @@ public:
 private:
   OpenQueue* find(BXHOBJ object);
   Codes commitUnitOfWork();
-  Codes get(OpenQueue& queue, GetRequest& request);
+  Codes getMessage(OpenQueue& queue, GetRequest& request);
   Codes store(OpenQueue& queue, const PutRequest& request, int priority);
   static Codes codesOf(Committed committed, BXLONG reason);
 

@@ -1,5 +1,6 @@
 #include "manager/engine/connection.h"
 
+#include "manager/store/names.h"
 #include "manager/store/record.h"
 
 #include <algorithm>
@@ -106,11 +107,13 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
-  request.queueName = &queue->queue->definition().name;
-  return get(*queue, request);
+  const Codes codes = getMessage(*queue, request);
+  if (codes.completion != BXCC_FAILED || codes.reason == BXRC_TRUNCATED_FAILED)
+    padInto(request.queueName, BX_NAME_LENGTH, queue->queue->definition().name);
+  return codes;
 }
 
-Codes Connection::get(OpenQueue& queue, GetRequest& request) {
+Codes Connection::getMessage(OpenQueue& queue, GetRequest& request) {
   const Match match(request.descriptor, request.matchOptions);
   IntoBuffer into(request, match);
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;

@@ -132,6 +132,21 @@ TEST_P(Traffic, ADisconnectWaitsForTheCallThatRuns) {
   writer.join();
 }
 
+TEST_P(Traffic, ADisconnectTakesNothingFromUnderABrowse) {
+  ASSERT_EQ(q.put("x"), kOk);
+  for (int i = 0; i < 50; ++i) {
+    Connection c = connect();
+    const Queue theirs = c.open("Q");
+    std::atomic<bool> began = false;
+    std::thread browser([&] {
+      while (theirs.browseFirst().codes == kOk) began = true;
+    });
+    while (!began) std::this_thread::yield();
+    EXPECT_EQ(c.disconnect(), kOk);
+    browser.join();
+  }
+}
+
 /// Writers fill a queue at once: no more goes in than fits.
 TEST_P(Traffic, WritersThatMeetAtTheLimitDoNotPassIt) {
   ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 200}}), kOk);
