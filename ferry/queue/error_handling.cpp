@@ -2,14 +2,18 @@
 #include "ferry/queue/session.h"
 #include "ferry/text/ucss.h"
 
-void CCMEBXSer::PrintError(long nReason) const {
-  const UnicodeString sText = GetErrorText(nReason);
-  CMsg obMsg(UnicodeString(u"bx"), CSeverity::ERR);
-  obMsg.AddLine_rob(u"Queue: %S", UCSS::getConstUnicodeStringContent(m_sPath))
-      .AddLine_rob(u"BX error, reason code: %ld", nReason)
-      .AddLine_rob(u"Error message: %S", UCSS::getConstUnicodeStringContent(sText));
-  // A log that cannot be written must not hide the failure that it is about.
-  CLogger::TryLog_b(obMsg);
+// Neither a log that cannot be written nor missing memory must hide the failure that it is about,
+// or skip what is still to be done after it.
+void CCMEBXSer::PrintError(long nReason) const noexcept {
+  try {
+    const UnicodeString sText = GetErrorText(nReason);
+    CMsg obMsg(UnicodeString(u"bx"), CSeverity::ERR);
+    obMsg.AddLine_rob(u"Queue: %S", UCSS::getConstUnicodeStringContent(m_sPath))
+        .AddLine_rob(u"BX error, reason code: %ld", nReason)
+        .AddLine_rob(u"Error message: %S", UCSS::getConstUnicodeStringContent(sText));
+    CLogger::TryLog_b(obMsg);
+  } catch (const std::exception&) {
+  }
 }
 
 unsigned long CCMEBXSer::HandleError(long nReason, const char* pContext) const {

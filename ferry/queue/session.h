@@ -54,8 +54,8 @@ public:
   /// The code, severity and name of the category that a reason code belongs to.
   static unsigned long GetBXSExceptionCode(long nReason, VRK_Severity& nSeverity,
                                            std::string& sCategory);
-  /// Logs the queue, the reason code and its text.
-  void PrintError(long nReason) const;
+  /// Logs the queue, the reason code and its text, as far as the log can be written.
+  void PrintError(long nReason) const noexcept;
   /// Logs a failed call, records it and throws it as VRKBX_Exception when its severity is 3 or
   /// above; otherwise returns its category's code. The context may be null.
   unsigned long HandleError(long nReason, const char* pContext = nullptr) const;
