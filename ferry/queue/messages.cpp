@@ -15,8 +15,10 @@ const BXPMO DEFAULT_PUT_OPTIONS = BXPMO_DEFAULT;
 
 constexpr BXLONG DELETE_BUFFER_LENGTH = 10; // the data is not wanted
 
+// What is too long to be told never expires.
 BXLONG TenthsOfSeconds(long nSeconds) {
-  return static_cast<BXLONG>(static_cast<uint32_t>(nSeconds) * 10U); // 32 bits, wrapping
+  constexpr long nLongest = std::numeric_limits<BXLONG>::max() / 10;
+  return nSeconds > nLongest ? BXEI_UNLIMITED : static_cast<BXLONG>(nSeconds * 10);
 }
 
 } // namespace
