@@ -77,6 +77,7 @@ int CCMEBXSer::PeekMsg(UnicodeString& sText, long nWait) {
 }
 
 void CCMEBXSer::PrepareGet_v(BXLONG nOptions) {
+  if (!m_pBuffer) AllocateBuffer_v(INITIAL_BUFFER_LENGTH);
   *m_pobDescriptor = DEFAULT_DESCRIPTOR;
   m_pobDescriptor->version = BXMD_VERSION_2;
   *m_pobGetOptions = DEFAULT_GET_OPTIONS;
@@ -107,15 +108,19 @@ int CCMEBXSer::Get_n(std::string& sText, BXLONG nOptions, long nWait, const char
   return -1;
 }
 
+void CCMEBXSer::AllocateBuffer_v(unsigned long nLength) {
+  m_pBuffer.reset();
+  m_nBufferLength = 0;
+  m_pBuffer = std::make_unique_for_overwrite<char[]>(nLength + 1);
+  m_nBufferLength = nLength;
+}
+
 // To twice the message's length, so that a queue of slowly growing messages does not cost an
 // allocation each. The old buffer goes first: both together could be too much.
 void CCMEBXSer::GrowBuffer_v(BXLONG nMessageLength) {
   constexpr int64_t nLimit = std::numeric_limits<BXLONG>::max();
   const int64_t nLength = std::min(2 * static_cast<int64_t>(nMessageLength), nLimit);
-  m_pBuffer.reset();
-  m_nBufferLength = 0;
-  m_pBuffer = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(nLength) + 1);
-  m_nBufferLength = static_cast<unsigned long>(nLength);
+  AllocateBuffer_v(static_cast<unsigned long>(nLength));
 }
 
 int CCMEBXSer::DeleteMessage() {

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr unsigned long INITIAL_BUFFER_LENGTH = 24576;
 constexpr BXLONG OPEN_FOR_ALL =
     BXOO_INPUT_SHARED + BXOO_BROWSE + BXOO_OUTPUT + BXOO_FAIL_IF_QUIESCING;
 constexpr BXLONG OPEN_FOR_OUTPUT = BXOO_OUTPUT + BXOO_FAIL_IF_QUIESCING;
@@ -16,9 +15,8 @@ constexpr BXLONG OPEN_FOR_OUTPUT = BXOO_OUTPUT + BXOO_FAIL_IF_QUIESCING;
 
 CCMEBXSer::CCMEBXSer(UnicodeString sPath, UnicodeString sManager)
     : m_sPath(std::move(sPath)), m_sManager(std::move(sManager)),
-      m_pBuffer(std::make_unique<char[]>(INITIAL_BUFFER_LENGTH + 1)),
-      m_pobDescriptor(std::make_unique<BXMD>()), m_pobGetOptions(std::make_unique<BXGMO>()),
-      m_nBufferLength(INITIAL_BUFFER_LENGTH) {
+      m_pobDescriptor(std::make_unique<BXMD>()), m_pobGetOptions(std::make_unique<BXGMO>()) {
+  AllocateBuffer_v(INITIAL_BUFFER_LENGTH);
   [[maybe_unused]] static const bool s_bLoaded = InitBXMUntilExit();
   SplitPath_v();
   if (m_nConnectionCount == 0) Connect_v();

@@ -61,11 +61,14 @@ public:
   unsigned long HandleError(long nReason, const char* pContext = nullptr) const;
 
 private:
+  static constexpr unsigned long INITIAL_BUFFER_LENGTH = 24576;
+
   void SplitPath_v();
   void Connect_v();
   void Disconnect_v();
   int Get_n(std::string& sText, BXLONG nOptions, long nWait, const char* pContext);
   void PrepareGet_v(BXLONG nOptions);
+  void AllocateBuffer_v(unsigned long nLength);
   void GrowBuffer_v(BXLONG nMessageLength);
 
   int m_nSentCount = 0;
@@ -74,10 +77,10 @@ private:
   UnicodeString m_sManager;
   BXOD m_obObjectDescriptor = BXOD_DEFAULT;
   BXHOBJ m_nObject = BXHO_UNUSABLE;
-  std::unique_ptr<char[]> m_pBuffer;
+  std::unique_ptr<char[]> m_pBuffer; // none after a growth that failed, until it is needed again
   std::unique_ptr<BXMD> m_pobDescriptor;
   std::unique_ptr<BXGMO> m_pobGetOptions;
-  unsigned long m_nBufferLength; // usable; a byte more is there for a terminating zero
+  unsigned long m_nBufferLength = 0; // usable; a byte more is there for a terminating zero
   bool m_bTransactional = true;
   bool m_bCursor = false;
   bool m_bCommitUnknown = false;
