@@ -11,8 +11,8 @@ constexpr size_t MAX_BYTES = 1048576;
 
 } // namespace
 
-CCommitBatch::CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone)
-    : m_pDone(pDone) {
+CCommitBatch::CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone, bool bGivenBack)
+    : m_pDone(pDone), m_bGivenBack(bGivenBack) {
   for (CCMEBX* pobQueue : aQueues) m_aWork.push_back({pobQueue});
 }
 
@@ -24,19 +24,27 @@ void CCommitBatch::Add_v(size_t nQueue, size_t nBytes, uint64_t nBegin) {
   if (bEnough && !Commit_b(obWork)) Fail_v();
 }
 
+// What began first goes first: what is behind a failure can then still be undone.
 void CCommitBatch::Commit_v() {
-  for (Work& obWork : m_aWork)
-    if (!Commit_b(obWork)) Fail_v();
+  while (Work* pobWork = Oldest_p())
+    if (!Commit_b(*pobWork)) Fail_v();
 }
 
-// Nothing of a unit of work that failed may stay pending: the disconnect would commit it.
+CCommitBatch::Work* CCommitBatch::Oldest_p() {
+  Work* pobOldest = nullptr;
+  for (Work& obWork : m_aWork)
+    if (obWork.nState == OPEN && obWork.nRecords > 0 &&
+        (!pobOldest || obWork.nBegin < pobOldest->nBegin))
+      pobOldest = &obWork;
+  return pobOldest;
+}
+
 bool CCommitBatch::Commit_b(Work& obWork) {
   if (obWork.nRecords == 0) return true;
   if (obWork.nState != OPEN) return false;
   obWork.nState = FAILED; // also when it throws
   if (obWork.pobQueue->CommitTran() != 0) {
-    if (obWork.pobQueue->IsCommitUnknown()) obWork.nState = UNKNOWN;
-    obWork.pobQueue->RollbackTran();
+    Undo_v(obWork, obWork.pobQueue->IsCommitUnknown() ? UNKNOWN : FAILED);
     return false;
   }
   obWork.nState = OPEN;
@@ -46,19 +54,27 @@ bool CCommitBatch::Commit_b(Work& obWork) {
   return true;
 }
 
+// Nothing may stay pending: the disconnect would commit it.
+void CCommitBatch::Undo_v(Work& obWork, STATE nState) {
+  obWork.nState = nState;
+  obWork.pobQueue->RollbackTran();
+}
+
 void CCommitBatch::Fail_v() {
-  for (Work& obWork : m_aWork) Commit_b(obWork);
+  const auto obFailed = std::ranges::find_if(m_aWork, Failed_b);
+  for (Work& obWork : m_aWork)
+    if (m_bGivenBack && obWork.nState == OPEN && obWork.nRecords > 0 &&
+        obWork.nBegin > obFailed->nBegin)
+      Undo_v(obWork, UNDONE);
+    else
+      Commit_b(obWork);
   throw VRK_Exception::genericError("", Account_s(), 0, VRK_CRITICAL_ERROR);
 }
 
 void CCommitBatch::Explain_v(VRK_Exception& obFailure) {
-  if (Failed_b()) return; // it tells already
+  if (std::ranges::any_of(m_aWork, Failed_b)) return; // it tells already
   for (Work& obWork : m_aWork) Commit_b(obWork);
   obFailure.appendGenericError("", Account_s(), 0, obFailure.Severity());
-}
-
-bool CCommitBatch::Failed_b() const {
-  return std::ranges::any_of(m_aWork, [](const Work& obWork) { return obWork.nState != OPEN; });
 }
 
 uint64_t CCommitBatch::FirstOpen_n(uint64_t nEnd) const {
@@ -70,9 +86,9 @@ uint64_t CCommitBatch::FirstOpen_n(uint64_t nEnd) const {
 // What failed comes first.
 UnicodeString CCommitBatch::Account_s() const {
   UnicodeString sText;
-  for (const bool bOpen : {false, true})
+  for (const bool bFailed : {true, false})
     for (const Work& obWork : m_aWork)
-      if ((obWork.nState == OPEN) == bOpen)
+      if (Failed_b(obWork) == bFailed)
         sText.append(UnicodeString(sText.isEmpty() ? u"" : u"; ")).append(Account_s(obWork));
   return sText;
 }

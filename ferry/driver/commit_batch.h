@@ -12,12 +12,14 @@
 /// are committed whenever the loop is to wait or to report. Each queue is a connection of its own,
 /// so committing them together would not be cheaper.
 ///
-/// When a commit fails, those of the other queues are still made. Then one VRK_Exception tells how
-/// many records count on each queue, and the batch takes no more. The queues must outlive it.
+/// When a commit fails, the others are still made, but for what begins behind it in an input that
+/// is given back: it would be sent twice. Then one VRK_Exception tells how many records count on
+/// each queue, and the batch takes no more. The queues must outlive it.
 class CCommitBatch {
 public:
-  /// pDone says what becomes of a record, as in "what was sent since does not".
-  CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone);
+  /// pDone says what becomes of a record, as in "what was sent since does not". bGivenBack: what
+  /// FirstOpen_n tells is the place from which the input is given back.
+  CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone, bool bGivenBack = false);
 
   /// A record was put on a queue, or taken from it. One that came from an input began there.
   void Add_v(size_t nQueue, size_t nBytes, uint64_t nBegin = 0);
@@ -33,13 +35,17 @@ public:
     } catch (VRK_Exception& obFailure) {
       Explain_v(obFailure);
       throw;
+    } catch (const std::exception& obError) {
+      auto obFailure = VRK_Exception::genericError("", obError.what(), 0, VRK_CRITICAL_ERROR);
+      Explain_v(obFailure);
+      throw obFailure;
     }
   }
   /// Where in the input the first record begins that is not known to count; nEnd when all do.
   uint64_t FirstOpen_n(uint64_t nEnd) const;
 
 private:
-  enum STATE { OPEN, FAILED, UNKNOWN };
+  enum STATE { OPEN, UNDONE, FAILED, UNKNOWN };
   struct Work {
     CCMEBX* pobQueue;
     STATE nState = OPEN;
@@ -48,13 +54,16 @@ private:
     size_t nBytes = 0;
     uint64_t nBegin = 0; // of the first of these
   };
+  static bool Failed_b(const Work& obWork) { return obWork.nState >= FAILED; }
+  Work* Oldest_p();
   static bool Commit_b(Work& obWork);
+  static void Undo_v(Work& obWork, STATE nState);
   [[noreturn]] void Fail_v();
   void Explain_v(VRK_Exception& obFailure);
-  bool Failed_b() const;
   UnicodeString Account_s() const;
   UnicodeString Account_s(const Work& obWork) const;
 
   std::vector<Work> m_aWork;
   const char* const m_pDone;
+  const bool m_bGivenBack;
 };

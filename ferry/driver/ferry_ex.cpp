@@ -28,7 +28,7 @@ public:
   explicit CRecordOutput(bool bGather) : m_bGather(bGather) {}
 
   void PrepareNext_v() const {
-    if (!m_bGather) m_obOutput.CheckReader_v();
+    if (!m_bGather) m_obOutput.AwaitReader_v();
   }
 
   // Carriage returns and line feeds are removed from the narrow text, where they are searched for
@@ -113,8 +113,9 @@ void CFerryEx::ProcessQ2File(CCMEBX* q, long count, bool peek, long pause) {
   UnicodeString sRecord;
   long nReceived = 0;
   int nStatus = 0;
-  while (nStatus == 0 && count != 0 && CInterruption::Signal_n() == 0) {
+  while (nStatus == 0 && count != 0) {
     obOutput.PrepareNext_v();
+    if (CInterruption::Signal_n() != 0) break;
     nStatus = bTransactional ? Take_n(*q, sRecord, obBatch, obOutput) : q->PeekMsg(sRecord, WAIT);
     if (nStatus != 0 || !Passes_b(sRecord, m_sGrep)) continue;
     if (!bTransactional) obOutput.Prepare_v(sRecord);

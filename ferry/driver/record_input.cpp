@@ -3,7 +3,8 @@
 #include <unistd.h>
 
 CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
-    : m_obBatch(aQueues, "sent"), m_obReader(STDIN_FILENO, [this] { m_obBatch.Commit_v(); }) {}
+    : m_obBatch(aQueues, "sent", ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0),
+      m_obReader(STDIN_FILENO, [this] { m_obBatch.Commit_v(); }) {}
 
 CRecordInput::~CRecordInput() {
   try {

@@ -1,5 +1,6 @@
 #include "ferry/driver/standard_output.h"
 
+#include "ferry/driver/interruption.h"
 #include "ferry/driver/stream_error.h"
 
 #include <cerrno>
@@ -13,22 +14,37 @@ namespace {
 
 constexpr size_t BUFFER_SIZE = 65536;
 
-short Poll_n(short nEvents, int nMilliseconds) {
-  struct pollfd obPoll = {STDOUT_FILENO, nEvents, 0};
-  return ::poll(&obPoll, 1, nMilliseconds) > 0 ? obPoll.revents : short(0);
+void AwaitRoom_v() {
+  struct pollfd obPoll = {STDOUT_FILENO, POLLOUT, 0};
+  ::poll(&obPoll, 1, -1);
+}
+
+// What was written of a line that is not whole is cut off a file's end again: the next program
+// would go on within it.
+void CutTornLine_v(std::string_view sWritten) {
+  const auto nTorn = static_cast<off_t>(sWritten.size() - (sWritten.rfind('\n') + 1));
+  const off_t nEnd = nTorn > 0 ? ::lseek(STDOUT_FILENO, 0, SEEK_CUR) : -1;
+  struct stat obStatus {};
+  if (nEnd < nTorn || ::fstat(STDOUT_FILENO, &obStatus) != 0 || obStatus.st_size != nEnd) return;
+  if (::ftruncate(STDOUT_FILENO, nEnd - nTorn) == 0) ::lseek(STDOUT_FILENO, -nTorn, SEEK_CUR);
 }
 
 // False with errno set when not all of it could be written. A signal does not end it: the record
 // was taken from its queue already.
-bool WriteAll_b(std::string_view sText) {
+bool WriteAll_b(const std::string_view sAll) {
+  std::string_view sText = sAll;
   while (!sText.empty()) {
     const ssize_t nWritten = ::write(STDOUT_FILENO, sText.data(), sText.size());
     if (nWritten >= 0)
       sText.remove_prefix(static_cast<size_t>(nWritten));
     else if (errno == EAGAIN)
-      Poll_n(POLLOUT, -1);
-    else if (errno != EINTR)
+      AwaitRoom_v();
+    else if (errno != EINTR) {
+      const int nError = errno;
+      CutTornLine_v(sAll.substr(0, sAll.size() - sText.size()));
+      errno = nError;
       return false;
+    }
   }
   return true;
 }
@@ -74,8 +90,10 @@ void CStandardOutput::Flush_v() {
   if (!bWritten) ThrowStreamError("Cannot write to standard output");
 }
 
-void CStandardOutput::CheckReader_v() const {
-  if (!m_bHasReader || (Poll_n(0, 0) & (POLLERR | POLLHUP)) == 0) return;
+void CStandardOutput::AwaitReader_v() const {
+  if (!m_bHasReader) return;
+  const short nEvents = CInterruption::Wait_n(STDOUT_FILENO, POLLOUT, -1);
+  if ((nEvents & (POLLERR | POLLHUP)) == 0) return;
   errno = EPIPE;
   ThrowStreamError("Cannot write to standard output");
 }

@@ -19,8 +19,9 @@ public:
   void Write_v(std::string_view sText);
   /// Hands everything to the operating system.
   void Flush_v();
-  /// Makes sure that somebody is left to read, as far as that can be told.
-  void CheckReader_v() const;
+  /// Waits until there is room for more or a signal comes (CInterruption), and makes sure that
+  /// somebody is left to read, as far as that can be told.
+  void AwaitReader_v() const;
 
 private:
   bool m_bHasReader; // not a file

@@ -33,6 +33,15 @@ protected:
     return count;
   }
 
+  /// Waits until a call was made and is not made any more.
+  bool comesToRest(const std::string& name) const {
+    return eventually([&] {
+      const long count = called(name);
+      std::this_thread::sleep_for(100ms);
+      return count > 0 && called(name) == count;
+    });
+  }
+
   TempFolder m_folder;
 };
 
@@ -155,14 +164,20 @@ TEST_F(CommandLine, PausesUntilASignal) {
   EXPECT_EQ(r.err, "(1) Records Received.\n");
 }
 
-TEST_F(CommandLine, IsEndedByASecondSignal) {
+TEST_F(CommandLine, TakesNothingMoreWhileNobodyReads) {
   auto p = ferry({"-r", "Q1", "-T"}, "", 100000);
+  p->pipe(1).start();
+  ASSERT_TRUE(comesToRest("BXGET"));
+  p->signal(SIGTERM);
+  const Result r = p->wait(5s);
+  EXPECT_EQ(r.status, 128 + SIGTERM);
+  EXPECT_THAT(r.err, ::testing::EndsWith(") Records Received.\n"));
+}
+
+TEST_F(CommandLine, IsEndedByASecondSignal) {
+  auto p = ferry({"-p", "Q1", "-T"}, "", 100000);
   p->pipe(1).start(); // nobody reads: it will not end by itself
-  ASSERT_TRUE(eventually([&] {
-    const long count = called("BXGET");
-    std::this_thread::sleep_for(100ms);
-    return count > 0 && called("BXGET") == count;
-  }));
+  ASSERT_TRUE(comesToRest("BXGET"));
   for (int n = 0; n < 3; ++n) { // a command and its group are signalled both: the same wish
     p->signal(SIGINT);
     std::this_thread::sleep_for(50ms);
