@@ -19,12 +19,11 @@ void sstrncpy(std::string& out, const char* src, int n) {
 }
 
 void CharFill(std::string& out, const std::string& in, char fill, int width, bool right) {
-  int missing = width - static_cast<int>(in.size());
-  if (missing < 1) {
+  if (width < 0 || in.size() >= static_cast<size_t>(width)) {
     out = in;
     return;
   }
-  std::string filling(static_cast<size_t>(missing), fill);
+  std::string filling(static_cast<size_t>(width) - in.size(), fill);
   out = right ? in + filling : filling + in;
 }
 

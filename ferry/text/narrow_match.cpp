@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <strings.h>
 
 #include "ferry/text/ss.h"
@@ -21,14 +23,16 @@ int WildMatch(const std::string& pattern, const std::string& text, bool nocase) 
 
 int Tokenize(const std::string& s, std::vector<std::string>& out, const std::string& delimiters,
              bool append) {
-  if (!append) out.clear();
+  std::vector<std::string> tokens;      // apart, since s and delimiters may be elements of out
   const char* set = delimiters.c_str(); // up to the first NUL
   size_t start = s.find_first_not_of(set);
   while (start != std::string::npos) {
     size_t end = s.find_first_of(set, start);
-    out.push_back(s.substr(start, end == std::string::npos ? end : end - start));
+    tokens.push_back(s.substr(start, end == std::string::npos ? end : end - start));
     start = end == std::string::npos ? end : s.find_first_not_of(set, end);
   }
+  if (!append) out.clear();
+  std::move(tokens.begin(), tokens.end(), std::back_inserter(out));
   return static_cast<int>(out.size());
 }
 

@@ -59,7 +59,8 @@ int Tokenize(const UnicodeString& s, std::vector<UnicodeString>& out,
 
 /// printf into out; returns its length. %S takes a zero-terminated const UChar* (see
 /// getConstUnicodeStringContent), %s a narrow string, integers are 32 bits (%ld and %lu too) unless
-/// %lld or %llu. The arguments may point into out.
+/// %lld or %llu. What the format's end breaks off, "100%", stays as it is. The arguments may point
+/// into out.
 int32_t vssprintf(UnicodeString& out, const UChar* format, va_list args);
 int32_t ssprintf(UnicodeString& out, const UChar* format, ...);
 int32_t ssprintf(UnicodeString& out, const char* format, ...);

@@ -61,6 +61,7 @@ bool defaultIsUTF8() { return std::strcmp(ucnv_getDefaultName(), "UTF-8") == 0; 
 namespace UCSS {
 
 void dcpToUCS(UnicodeString& s, std::string_view text) {
+  if (text.size() > static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
   const auto length = static_cast<int32_t>(text.size());
   if (!defaultIsUTF8()) {
     s = UnicodeString(text.data(), length);

@@ -1,6 +1,8 @@
 #include <charconv>
 #include <memory>
+#include <new>
 #include <unicode/ustdio.h>
+#include <unicode/ustring.h>
 #include <utility>
 
 #include "ferry/text/ss.h"
@@ -90,6 +92,27 @@ UnicodeString formatPlain(const UChar* format, Arguments& args) {
   return out;
 }
 
+// Behind flags, pad character "(hhhh)", width, precision and size.
+const UChar* skipToLetter(const UChar* at) {
+  for (int32_t padding = 0; *at; ++at) {
+    if (*at == u'(' && !padding) padding = 6;
+    if (!padding && !u_strchr(u"-+ #0123456789$*.hlL", *at)) break;
+    if (padding) --padding;
+  }
+  return at;
+}
+
+// The conversion that the format's end breaks off; the end when there is none.
+const UChar* brokenConversion(const UChar* format) {
+  for (const UChar* at = format;;) {
+    while (*at && *at != u'%') ++at;
+    if (!*at) return at;
+    const UChar* letter = skipToLetter(at + 1);
+    if (!*letter) return at;
+    at = letter + 1;
+  }
+}
+
 int32_t formatInto(UChar* buffer, int32_t capacity, const UChar* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
@@ -107,6 +130,7 @@ UnicodeString formatByIcu(const UChar* format, va_list args) {
   if (length < capacity) return {stack, length < 0 ? 0 : length};
   std::unique_ptr<UChar[]> heap;
   do {
+    if (capacity > INT32_MAX / 2) throw std::bad_alloc();
     capacity = 2 * capacity + 1;
     heap = std::make_unique_for_overwrite<UChar[]>(static_cast<size_t>(capacity));
     length = formatInto(heap.get(), capacity, format, args);
@@ -131,6 +155,12 @@ int32_t vssprintf(UnicodeString& out, const UChar* format, va_list args) {
     va_copy(copy.list, args);
     out = formatPlain(format, copy);
     va_end(copy.list);
+  } else if (const UnicodeString broken(brokenConversion(format)); !broken.isEmpty()) {
+    // ICU would read on behind the end of the format.
+    UnicodeString whole(format);
+    whole.truncate(whole.length() - broken.length());
+    vssprintf(out, whole.getTerminatedBuffer(), args);
+    out.append(broken);
   } else {
     out = formatByIcu(format, args);
   }

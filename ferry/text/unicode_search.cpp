@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <iterator>
+
 #include "ferry/text/ucss.h"
 
 namespace {
@@ -41,14 +44,16 @@ int32_t findLastNotOf(const UnicodeString& s, const UnicodeString& set, int32_t 
 
 int Tokenize(const UnicodeString& s, std::vector<UnicodeString>& out,
              const UnicodeString& separators, bool append) {
-  if (!append) out.clear();
+  std::vector<UnicodeString> tokens; // apart, since s and separators may be elements of out
   int32_t start = findFirstNotOf(s, separators);
   while (start >= 0) {
     int32_t end = findFirstOf(s, separators, start);
     if (end < 0) end = s.length();
-    out.emplace_back(s, start, end - start);
+    tokens.emplace_back(s, start, end - start);
     start = findFirstNotOf(s, separators, end);
   }
+  if (!append) out.clear();
+  std::move(tokens.begin(), tokens.end(), std::back_inserter(out));
   return static_cast<int>(out.size());
 }
 

@@ -32,6 +32,9 @@ TEST(Formatting, AgreesWithIcuWithAndWithoutWidths) {
               formatted(format, wide, narrow, -42, 4000000000U, 7L));
   EXPECT_EQ(byIcu(u"%S%s", nullptr, nullptr), formatted(u"%S%s", nullptr, nullptr));
   EXPECT_EQ(u"", formatted(u""));
+  EXPECT_EQ(u"%% 7%", formatted(u"%%%% %d%", 7));
+  EXPECT_EQ(u"    7%-3.l", formatted(u"%5d%-3.l", 7));
+  EXPECT_EQ(u"0007%(003", formatted(u"%(0030)4d%(003", 7));
 }
 
 TEST(Formatting, IntegersAre32BitsUnlessLongLong) {
@@ -77,6 +80,8 @@ TEST(Formatting, TextIsFilledToItsWidth) {
   EXPECT_EQ("1234", out);
   SS::ZFill(out, -5, 4);
   EXPECT_EQ("00-5", out);
+  SS::CharFill(out, "ab", '.', INT_MIN, false);
+  EXPECT_EQ("ab", out);
 }
 
 TEST(Formatting, MarkupCharactersBecomeEntities) {

@@ -44,6 +44,9 @@ TEST(NarrowEdit, TokensAreNeverEmpty) {
   EXPECT_EQ(3, SS::Tokenize(",a,,b,", tokens, ",", true));
   EXPECT_EQ((std::vector<std::string>{"old", "a", "b"}), tokens);
   EXPECT_EQ(1, SS::Tokenize("a;b", tokens, std::string(",\0;", 3), false));
+  tokens = {"a rather long first token, b", ","};
+  EXPECT_EQ(2, SS::Tokenize(tokens[0], tokens, tokens[1], false));
+  EXPECT_EQ("a rather long first token", tokens[0]);
 }
 
 } // namespace

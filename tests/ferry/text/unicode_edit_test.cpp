@@ -87,6 +87,7 @@ TEST(UnicodeSearch, TokensAreNeverEmpty) {
   EXPECT_EQ((std::vector<UnicodeString>{u"a", u"b"}), tokens);
   EXPECT_EQ(3, UCSS::Tokenize(u"c", tokens, u",", true));
   EXPECT_EQ(u"c", tokens[2]);
+  EXPECT_EQ(1, UCSS::Tokenize(tokens[0], tokens, tokens[1]));
 }
 
 } // namespace
