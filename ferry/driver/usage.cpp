@@ -9,7 +9,7 @@ constexpr char USAGE[] =
     "**  ferry " FERRY_VERSION "\n"
     "**  Message Queue Utility\n"
     "**  Lines of text between pipes and durable queues\n"
-    "**\n"
+    "**  \n"
     "**  Licensed under the Apache License, Version 2.0. It comes without warranty\n"
     "**  of any kind.\n"
     "*******************************************************************************\n"

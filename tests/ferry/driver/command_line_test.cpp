@@ -53,6 +53,7 @@ TEST_F(CommandLine, ShowsItsUsage) {
   EXPECT_EQ(r.out, "");
   EXPECT_THAT(r.err, StartsWith(FRAME + "\n**  ferry "));
   const size_t frameEnd = r.err.rfind(FRAME);
+  EXPECT_EQ(r.err.find("\n**\n"), std::string::npos);
   EXPECT_EQ(r.err.substr(frameEnd + FRAME.size()),
             "\n\nUsage:\n"
             " ferry -C qname [-m manager]\n"
