@@ -37,8 +37,15 @@ void* Find(const char* pName) {
   throw Failure(UnicodeString(u"Failed to find function: ") + UnicodeString(pName), LOOKUP_FAILED);
 }
 
+// What is there already is not written again: other threads may be calling through it.
+template <typename Function>
+void Store_v(Function& pEntryPoint, void* pFound) {
+  const auto pFunction = reinterpret_cast<Function>(pFound);
+  if (pEntryPoint != pFunction) pEntryPoint = pFunction;
+}
+
 void FindAll_v() {
-#define X(name) g_obEntryPoints.name = reinterpret_cast<decltype(&::name)>(Find(#name));
+#define X(name) Store_v(g_obEntryPoints.name, Find(#name));
   FERRY_ENTRY_POINTS(X)
 #undef X
 }

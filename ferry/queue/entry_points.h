@@ -26,7 +26,8 @@
   X(bxInquireString)                                                                               \
   X(bxTrim)
 
-/// One pointer per entry point, null until looked up; written under the loader's lock only.
+/// One pointer per entry point, null until looked up; changed under the loader's lock, and never
+/// while a caller may be using it.
 struct CEntryPoints {
 #define X(name) decltype(&::name) name = nullptr;
   FERRY_ENTRY_POINTS(X)

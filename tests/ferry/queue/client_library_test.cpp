@@ -1,8 +1,11 @@
+#include "bx/bx.h"
+#include "ferry/queue/client_library.h"
 #include "tests/support/process.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 using namespace support;
 
@@ -63,4 +66,15 @@ TEST_F(ClientLibrary, StaysUntilTheLastReferenceGoes) {
   provide("libbxm_r.so");
   EXPECT_EQ(probe({"init", "init", "uninit", "show", "uninit", "show", "uninit", "init", "show"}),
             "libbxm_r.so\nnone\nlibbxm_r.so\n");
+}
+
+// For the thread sanitizer.
+TEST(EntryPoints, ServeOneThreadWhileAnotherTakesAReference) {
+  InitBXM();
+  std::thread other([] { InitBXM(), UninitBXM(); });
+  BXLONG completion = BXCC_FAILED, reason = BXRC_NONE;
+  BXCMIT(BXHC_UNUSABLE, &completion, &reason);
+  EXPECT_EQ(completion, BXCC_OK);
+  other.join();
+  UninitBXM();
 }
