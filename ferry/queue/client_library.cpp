@@ -1,11 +1,16 @@
 #include "ferry/queue/client_library.h"
 
 #include "ferry/errors/bx_exception.h"
+#include "ferry/logging/logger.h"
 #include "ferry/queue/entry_points.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <mutex>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -22,13 +27,30 @@ VRKBX_Exception Failure(const UnicodeString& sText, int nLine) {
   return VRKBX_Exception::genericError("", sText, 0, UnicodeString(), nLine, VRK_CRITICAL_ERROR);
 }
 
-void Load_v() {
+// The loader names what it did not find; that may also be a library that the wanted one needs.
+bool IsThere_b(const std::string& sName, const std::string& sWhy) {
+  return !sWhy.starts_with(sName + ": ") || !sWhy.ends_with(std::strerror(ENOENT));
+}
+
+// The first name that loads. sWhy: what the last one failed with; aWhy: those that are there.
+void* TryNames_p(std::string& sWhy, std::vector<std::string>& aWhy) {
   for (const char* pName : {"libbxm_r.so", "libbxm.so", "libbxic_r.so", "libbxic.so"}) {
-    s_pLibrary = ::dlopen(pName, RTLD_LAZY | RTLD_GLOBAL);
-    if (s_pLibrary) return;
+    if (void* pLibrary = ::dlopen(pName, RTLD_LAZY | RTLD_GLOBAL)) return pLibrary;
+    sWhy = ::dlerror();
+    if (IsThere_b(pName, sWhy)) aWhy.push_back(std::string(pName) + " cannot be loaded: " + sWhy);
   }
-  throw Failure(UnicodeString(u"Failed to load BXM module: ") + UnicodeString(::dlerror()),
-                LOAD_FAILED);
+  return nullptr;
+}
+
+void Load_v() {
+  std::string sWhy;
+  std::vector<std::string> aWhy;
+  s_pLibrary = TryNames_p(sWhy, aWhy);
+  // Nobody misses what another library replaces, and the log may be among a reader's records.
+  for (const std::string& sLine : aWhy)
+    CLogger::TryLog_b(s_pLibrary ? CSeverity::DBUG : CSeverity::ERR, u"%s", sLine.c_str());
+  if (!s_pLibrary)
+    throw Failure(u"Failed to load BXM module: " + UnicodeString(sWhy.c_str()), LOAD_FAILED);
 }
 
 void* Find(const char* pName) {

@@ -8,8 +8,8 @@
 
 /// Takes a reference and loads the library unless it is there: the thread-safe server bindings
 /// first, then the plain ones, then the client bindings in the same order. Throws VRKBX_Exception
-/// when none loads (the reference stays taken) or when an entry point is missing (it is given
-/// back).
+/// when none loads (the reference stays taken; each that is there is logged with what it failed
+/// with) or when an entry point is missing (it is given back).
 void InitBXM();
 
 /// Gives back a reference; the last one unloads the library.

@@ -49,6 +49,16 @@ TEST_F(ClientLibrary, SaysWhyNoneLoads) {
   EXPECT_TRUE(out.ends_with(" [40 4]\nnone\n")) << out;
 }
 
+TEST_F(ClientLibrary, SaysWhyThoseThatAreThereDoNotLoad) {
+  provide("libbxm.so", "libneedy.so");
+  writeFile(m_folder / "libbxic_r.so", "not a library");
+  const std::string out = probe({"init"});
+  EXPECT_TRUE(out.starts_with("libbxm.so cannot be loaded: libwithout_trim.so: ")) << out;
+  EXPECT_NE(out.find("\nlibbxic_r.so cannot be loaded: /"), std::string::npos) << out;
+  provide("libbxic.so");
+  EXPECT_EQ(probe({"init", "show"}), "libbxic.so\n") << "nothing among a reader's records";
+}
+
 TEST_F(ClientLibrary, KeepsTheReferenceOfALoadThatFailed) {
   const std::string link = "link:" CLIENTS_DIR "/libbxm_r.so:" + (m_folder / "libbxm.so");
   const std::string out = probe({"init", link, "init", "uninit", "show", "uninit", "show"});
@@ -72,9 +82,9 @@ TEST_F(ClientLibrary, StaysUntilTheLastReferenceGoes) {
 TEST(EntryPoints, ServeOneThreadWhileAnotherTakesAReference) {
   InitBXM();
   std::thread other([] { InitBXM(), UninitBXM(); });
-  BXLONG completion = BXCC_FAILED, reason = BXRC_NONE;
-  BXCMIT(BXHC_UNUSABLE, &completion, &reason);
-  EXPECT_EQ(completion, BXCC_OK);
+  BXLONG code = BXCC_FAILED;
+  BXCMIT(BXHC_UNUSABLE, &code, &code);
+  EXPECT_EQ(code, BXCC_OK);
   other.join();
   UninitBXM();
 }

@@ -1,6 +1,7 @@
 // Takes and gives back references to the client library in a process of its own, as the arguments
 // say, and tells what came of it. The library search path is that of the caller.
 #include "ferry/errors/bx_exception.h"
+#include "ferry/logging/logger.h"
 #include "ferry/queue/client_library.h"
 #include "ferry/text/default_code_page.h"
 
@@ -40,6 +41,9 @@ void step(const std::string& verb) {
 
 int main(int argc, char** argv) {
   UseUTF8CodePage_v();
+  CLogger logger(u"probe");
+  logger.LoadConfig_b(u"console://stdout/?style=bare *.!DBUG");
+  CLogger::SetGlobal_v(&logger);
   for (int n = 1; n < argc; ++n) {
     try {
       step(argv[n]);
