@@ -15,7 +15,7 @@ namespace {
 
 HandleTable<Bag>& bags() { return ProcessLocal<HandleTable<Bag>>::get(); }
 
-/// The handles of nested bags that were asked for, by bag.
+/// The handles of nested bags that were asked for, by bag. A nested bag holds none itself.
 class NestedHandles {
 public:
   BXHBAG of(const std::shared_ptr<Bag>& bag) {
@@ -29,7 +29,6 @@ public:
   }
   void forget(const Bag& outer) {
     for (const auto& nested : outer.nested()) {
-      forget(*nested);
       const std::lock_guard guard(m_mutex);
       const auto found = m_handles.find(nested.get());
       if (found == m_handles.end()) continue;
@@ -87,8 +86,9 @@ Codes copyString(const std::string& text, BXLONG bufferLength, BXCHAR* buffer, B
 using namespace bxm;
 
 void bxCreateBag(BXLONG options, BXHBAG* bag, BXLONG* completion, BXLONG* reason) {
-  *bag = BXHB_UNUSABLE;
+  if (bag) *bag = BXHB_UNUSABLE;
   guarded("bxCreateBag", completion, reason, [&] {
+    if (!bag) return failed(BXRC_HOBJ_ERROR);
     if (options != BXCBO_ADMIN_BAG) return failed(BXRC_OPTIONS_ERROR);
     *bag = bags().add(std::make_shared<Bag>());
     return ok();
@@ -97,11 +97,12 @@ void bxCreateBag(BXLONG options, BXHBAG* bag, BXLONG* completion, BXLONG* reason
 
 void bxDeleteBag(BXHBAG* bag, BXLONG* completion, BXLONG* reason) {
   guarded("bxDeleteBag", completion, reason, [&] {
-    const auto ended = bags().find(*bag);
+    const auto ended = bag ? bags().find(*bag) : nullptr;
     if (!ended || ended->isNested || !bags().remove(*bag)) return failed(BXRC_HOBJ_ERROR);
     *bag = BXHB_UNUSABLE;
     const std::lock_guard guard(ended->mutex);
     nestedHandles().forget(*ended);
+    ended->clear(); // who has found it just before asks an empty bag
     return ok();
   });
 }
@@ -140,6 +141,7 @@ void bxAddInquiry(BXHBAG bag, BXLONG selector, BXLONG* completion, BXLONG* reaso
 
 void bxCountItems(BXHBAG bag, BXLONG selector, BXLONG* count, BXLONG* completion, BXLONG* reason) {
   guarded("bxCountItems", completion, reason, [&] {
+    if (!count) return failed(BXRC_BUFFER_ERROR);
     return withBag(bag, [&](const Bag& b) {
       *count = b.count(selector);
       return ok();
@@ -150,6 +152,7 @@ void bxCountItems(BXHBAG bag, BXLONG selector, BXLONG* count, BXLONG* completion
 void bxInquireInteger(BXHBAG bag, BXLONG selector, BXLONG index, BXLONG* value, BXLONG* completion,
                       BXLONG* reason) {
   guarded("bxInquireInteger", completion, reason, [&] {
+    if (!value) return failed(BXRC_BUFFER_ERROR);
     return withItem<BXLONG>(bag, selector, index, [&](BXLONG number) {
       *value = number;
       return ok();
@@ -170,6 +173,7 @@ void bxInquireString(BXHBAG bag, BXLONG selector, BXLONG index, BXLONG bufferLen
 void bxInquireBag(BXHBAG bag, BXLONG selector, BXLONG index, BXHBAG* nested, BXLONG* completion,
                   BXLONG* reason) {
   guarded("bxInquireBag", completion, reason, [&] {
+    if (!nested) return failed(BXRC_HOBJ_ERROR);
     return withItem<std::shared_ptr<Bag>>(bag, selector, index,
                                           [&](const std::shared_ptr<Bag>& inner) {
                                             *nested = nestedHandles().of(inner);
@@ -186,7 +190,8 @@ void bxExecute(BXHCONN connection, BXLONG command, BXHBAG optionsBag, BXHBAG com
       if (optionsBag != BXHB_NONE || adminQueue != BXHO_NONE || responseQueue != BXHO_NONE)
         return failed(BXRC_OPTION_NOT_VALID_FOR_TYPE);
       const auto arguments = bags().find(commandBag), response = bags().find(responseBag);
-      if (!arguments || !response || arguments == response) return failed(BXRC_HOBJ_ERROR);
+      if (!arguments || !response || arguments == response || response->isNested)
+        return failed(BXRC_HOBJ_ERROR);
       const std::scoped_lock guard(arguments->mutex, response->mutex);
       nestedHandles().forget(*response);
       return execute(c, command, *arguments, *response);

@@ -17,6 +17,7 @@ std::string nameOf(const BXCHAR* field) {
 }
 
 Codes connect(const BXCHAR* name, BXHCONN* connection) {
+  if (!connection) return failed(BXRC_HCONN_ERROR);
   const std::string manager = name ? nameOf(name) : "";
   if (!manager.empty() && !isName(manager)) return failed(BXRC_Q_MGR_NAME_ERROR);
   *connection = connections().add(std::make_shared<Connection>(manager));
@@ -35,13 +36,13 @@ bool isAtMostOne(BXLONG options) { return (options & (options - 1)) == 0; }
 using namespace bxm;
 
 void BXCONN(const BXCHAR* name, BXHCONN* connection, BXLONG* completion, BXLONG* reason) {
-  *connection = BXHC_UNUSABLE;
+  if (connection) *connection = BXHC_UNUSABLE;
   guarded("BXCONN", completion, reason, [&] { return connect(name, connection); });
 }
 
 void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BXLONG* completion,
              BXLONG* reason) {
-  *connection = BXHC_UNUSABLE;
+  if (connection) *connection = BXHC_UNUSABLE;
   guarded("BXCONNX", completion, reason, [&] {
     if (options && !isStructure(options, BXCNO_ID, BXCNO_VERSION_4)) return failed(BXRC_CNO_ERROR);
     if (options && ((options->options & ~kConnectOptions) != 0 || !isAtMostOne(options->options)))
@@ -52,7 +53,7 @@ void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BXLONG* co
 
 void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason) {
   guarded("BXDISC", completion, reason, [&] {
-    const auto ended = connections().remove(*connection);
+    const auto ended = connection ? connections().remove(*connection) : nullptr;
     if (!ended) return failed(BXRC_HCONN_ERROR);
     *connection = BXHC_UNUSABLE;
     return ended->disconnect();

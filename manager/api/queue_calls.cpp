@@ -13,9 +13,10 @@ constexpr BXLONG kOpenOptions = kAccess | BXOO_FAIL_IF_QUIESCING;
 
 void BXOPEN(BXHCONN connection, BXOD* descriptor, BXLONG options, BXHOBJ* object,
             BXLONG* completion, BXLONG* reason) {
-  *object = BXHO_UNUSABLE;
+  if (object) *object = BXHO_UNUSABLE;
   guarded("BXOPEN", completion, reason, [&] {
     return withConnection(connection, [&](Connection& c) {
+      if (!object) return failed(BXRC_HOBJ_ERROR);
       if (!isStructure(descriptor, BXOD_ID, BXOD_VERSION_1)) return failed(BXRC_OD_ERROR);
       if (descriptor->objectType != BXOT_QUEUE) return failed(BXRC_OBJECT_TYPE_ERROR);
       if ((options & ~kOpenOptions) != 0 || (options & kAccess) == 0)
@@ -30,6 +31,7 @@ void BXCLOSE(BXHCONN connection, BXHOBJ* object, BXLONG options, BXLONG* complet
              BXLONG* reason) {
   guarded("BXCLOSE", completion, reason, [&] {
     return withConnection(connection, [&](Connection& c) {
+      if (!object) return failed(BXRC_HOBJ_ERROR);
       if (options != BXCO_NONE) return failed(BXRC_OPTIONS_ERROR);
       const Codes codes = c.close(*object);
       if (codes.completion == BXCC_OK) *object = BXHO_UNUSABLE;

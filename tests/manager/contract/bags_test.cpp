@@ -119,6 +119,9 @@ TEST_P(Bags, ANestedBagLivesAsLongAsItsOuterOne) {
   EXPECT_EQ(nested(response.handle(), again), kOk);
   EXPECT_EQ(inner, again);
   EXPECT_EQ(remove(inner).completion, BXCC_FAILED) << "it belongs to the outer one";
+  api.bxExecute(mine.handle, BXCMD_INQUIRE_QUEUE, BXHB_NONE, arguments.handle(), inner, BXHO_NONE,
+                BXHO_NONE, &codes.completion, &codes.reason);
+  EXPECT_EQ(codes, failed(BXRC_HOBJ_ERROR)) << "so does what it holds";
   EXPECT_EQ(integer(inner, BXIA_MAX_DEPTH, 0, value), kOk);
   EXPECT_EQ(value, 5000);
   EXPECT_EQ(inquire(), kOk);

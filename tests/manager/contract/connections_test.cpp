@@ -120,6 +120,21 @@ TEST_P(Connections, HandlesEndWithDisconnectAndNeverComeFromNowhere) {
   c.handle = BXHC_UNUSABLE;
 }
 
+TEST_P(Connections, ResultsNeedAPlace) {
+  Connection c = connect();
+  BXOD od = BXOD_DEFAULT;
+  Codes k;
+  BXLONG *cc = &k.completion, *rc = &k.reason;
+  EXPECT_EQ((api.BXCONNX("", nullptr, nullptr, cc, rc), k), failed(BXRC_HCONN_ERROR));
+  EXPECT_EQ((api.BXDISC(nullptr, cc, rc), k), failed(BXRC_HCONN_ERROR));
+  EXPECT_EQ((api.BXOPEN(c.handle, &od, BXOO_BROWSE, nullptr, cc, rc), k), failed(BXRC_HOBJ_ERROR));
+  EXPECT_EQ((api.BXCLOSE(c.handle, nullptr, BXCO_NONE, cc, rc), k), failed(BXRC_HOBJ_ERROR));
+  EXPECT_EQ((api.bxCreateBag(BXCBO_ADMIN_BAG, nullptr, cc, rc), k), failed(BXRC_HOBJ_ERROR));
+  EXPECT_EQ((api.bxDeleteBag(nullptr, cc, rc), k), failed(BXRC_HOBJ_ERROR));
+  EXPECT_EQ((api.bxCountItems(0, 1, nullptr, cc, rc), k), failed(BXRC_BUFFER_ERROR));
+  EXPECT_EQ((api.bxInquireInteger(0, 1, 0, nullptr, cc, rc), k), failed(BXRC_BUFFER_ERROR));
+}
+
 TEST_P(Connections, AQueueHandleEndsWithCloseAndServesNoOtherConnection) {
   Connection c = connect(), stranger = connect();
   ASSERT_EQ(c.createQueue("Q"), kOk);
