@@ -72,7 +72,7 @@ void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* options, 
         return failed(BXRC_OPTIONS_ERROR);
       const std::string_view data(static_cast<const char*>(buffer),
                                   static_cast<std::size_t>(length));
-      return c.put(object, {*descriptor, (options->options & BXPMO_SYNCPOINT) != 0, data});
+      return c.put(object, {*descriptor, *options, data});
     });
   });
 }

@@ -23,7 +23,8 @@ BXHOBJ nextHandle() {
 } // namespace
 
 Connection::Connection(std::string_view manager)
-    : m_session(catalog().connect(manager)), m_puts(m_session->scratchFolder()),
+    : m_session(catalog().connect(manager)), m_manager(m_session->managerName()),
+      m_puts(m_session->scratchFolder()),
       m_single(m_session->scratchFolder()), m_lastId{randomNumber(), 0} {}
 
 OpenQueue* Connection::find(BXHOBJ object) {
@@ -35,8 +36,7 @@ Codes Connection::open(std::string_view name, std::string_view manager, BXLONG o
                        BXHOBJ& object) {
   const std::lock_guard guard(m_mutex);
   if (!m_session) return failed(BXRC_HCONN_ERROR);
-  if (!manager.empty() && manager != m_session->managerName())
-    return failed(BXRC_UNKNOWN_OBJECT_Q_MGR);
+  if (!manager.empty() && manager != m_manager) return failed(BXRC_UNKNOWN_OBJECT_Q_MGR);
   const auto definition = isName(name) ? m_session->findQueue(name) : std::nullopt;
   if (!definition) return failed(BXRC_UNKNOWN_OBJECT);
   auto opened = std::make_unique<OpenQueue>(

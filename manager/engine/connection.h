@@ -27,7 +27,7 @@ public:
 
   struct PutRequest {
     BXMD& descriptor;
-    bool syncpoint;
+    BXPMO& options; ///< known to be consistent; the resolved names are set
     std::string_view data;
   };
   Codes put(BXHOBJ object, const PutRequest& request);
@@ -67,6 +67,7 @@ private:
 
   std::mutex m_mutex;
   std::unique_ptr<StoreSession> m_session;
+  const std::string m_manager; ///< its name
   std::map<BXHOBJ, std::unique_ptr<OpenQueue>> m_queues;
   PutBatch m_puts;   ///< of the unit of work
   PutBatch m_single; ///< of a put outside of it

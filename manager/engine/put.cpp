@@ -2,6 +2,7 @@
 
 #include "manager/store/clock.h"
 #include "manager/store/failure.h"
+#include "manager/store/names.h"
 #include "manager/store/record.h"
 
 #include <algorithm>
@@ -67,15 +68,16 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   m_header.clear();
   encodeRecordHeader(stored, times, m_lastId, m_header);
 
+  const bool syncpoint = (request.options.options & BXPMO_SYNCPOINT) != 0;
   if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);
-  PutBatch& batch = request.syncpoint ? m_puts : m_single;
+  PutBatch& batch = syncpoint ? m_puts : m_single;
   try {
     batch.append(definition.id, priority, m_header, request.data);
   } catch (const std::exception&) {
     queue.queue->unreserve();
     throw;
   }
-  if (!request.syncpoint) {
+  if (!syncpoint) {
     BXLONG reason = BXRC_NONE;
     const Committed committed = m_session->put(m_single, reason);
     if (committed == Committed::kQueueGone) return failed(BXRC_Q_DELETED);
@@ -84,6 +86,8 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   if (makesId) m_lastId.writeTo(request.descriptor.messageId);
   request.descriptor.priority = priority;
   setPutTime(request.descriptor, times.put);
+  padInto(request.options.resolvedQueueName, BX_NAME_LENGTH, definition.name);
+  padInto(request.options.resolvedManagerName, BX_NAME_LENGTH, m_manager);
   return ok();
 }
 

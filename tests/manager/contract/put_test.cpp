@@ -92,7 +92,7 @@ TEST_P(Put, ADescriptorOfVersion1EndsBeforeTheGroup) {
 }
 
 TEST_P(Put, WrongArgumentsAreRefusedAndPutNothing) {
-  auto put = [this](BXMD descriptor, BXPMO options, BXLONG length = 1, const char* text = "x") {
+  auto put = [this](BXMD descriptor, BXPMO& options, BXLONG length = 1, const char* text = "x") {
     Codes codes;
     api.BXPUT(q.connection, q.object, &descriptor, &options, length, text, &codes.completion,
               &codes.reason);
@@ -123,6 +123,8 @@ TEST_P(Put, WrongArgumentsAreRefusedAndPutNothing) {
   EXPECT_EQ(put(descriptor, options, 1, nullptr), failed(BXRC_BUFFER_ERROR));
   EXPECT_EQ(mine.depth("Q"), 0);
   EXPECT_EQ(put(descriptor, options, 0, nullptr), kOk);
+  EXPECT_EQ(std::string(options.resolvedQueueName, 48), 'Q' + std::string(47, ' '));
+  EXPECT_EQ(std::string(options.resolvedManagerName, 48), "DEFAULT" + std::string(41, ' '));
   EXPECT_EQ(q.get({.room = 0}).codes, kOk);
 }
 
