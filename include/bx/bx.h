@@ -17,26 +17,41 @@
  *     pointers must be valid; they may be the same, which then holds the completion code.
  *  2. Handles are 32-bit numbers of this process; 0 and -1 never name anything. A call that ends
  *     a handle takes its address and sets it to an unusable value. A handle that was never given
- *     out, or has ended, is BXRC_HCONN_ERROR (2018) or BXRC_HOBJ_ERROR (2019).
+ *     out, or has ended, is BXRC_HCONN_ERROR (2018) or BXRC_HOBJ_ERROR (2019); so is a null
+ *     pointer in place of a handle's address.
  *  3. Names are at most 48 characters from A-Z a-z 0-9 . _ / %, case-sensitive, padded with
  *     blanks or ended by a zero byte. Any other name is simply unknown.
  *  4. Lengths are in bytes. Buffers belong to the caller and are not kept after the call; a
- *     length of 0 allows a null buffer.
+ *     length of 0 allows a null buffer. A null pointer for a count or a value that a call is to
+ *     return is BXRC_BUFFER_ERROR (2004).
  *  5. Structures start with a four-character identifier and a version. Start from the *_DEFAULT
  *     initialisers; a wrong identifier or version is refused with the structure's own reason.
- *     Fields named reserved are zero or blank.
+ *     Fields named reserved are zero or blank. Calls return values in the structures that they are
+ *     given: threads do not share one.
  *  6. Options are sums of the constants of their group. An unknown one, or two that contradict
  *     each other, is BXRC_OPTIONS_ERROR (2046).
  *  7. Threads. Any thread may use any handle. Calls on one connection run one after the other, a
- *     get that waits included; use a connection for each thread that is to wait by itself.
+ *     get that waits included; use a connection for each thread that is to wait by itself. No call
+ *     is made from a signal handler, and no thread cancelled within one.
  *  8. Processes. Handles do not survive fork(): a child connects anew. A process that dies
  *     without BXDISC has its unit of work backed out; nobody else is harmed.
  *  9. Reasons that any call on a connection may give, beside those listed with it:
  *     BXRC_CONNECTION_BROKEN (2009: the store went away; the unit of work is backed out; connect
- *     again), BXRC_STORAGE_FULL (2056: no disk space; free some and try again),
+ *     again),
+ *     BXRC_OUTCOME_UNKNOWN (2124: the store went away in the middle of a commit, and nobody here
+ *     can know whether that happened, as a whole or not at all; given by BXCMIT, BXDISC, and BXPUT
+ *     and BXGET without syncpoint; connect again and look before anything is repeated: what was
+ *     put may be there already, what was got may be gone for good),
+ *     BXRC_STORAGE_FULL (2056: no disk space; free some and try again),
  *     BXRC_OBJECT_DAMAGED (2101: the store is not readable; restore it from a backup),
  *     BXRC_RESOURCE_PROBLEM (2102: memory, descriptors or table slots ran out),
  *     BXRC_UNEXPECTED (2195: anything else, with a line on standard error).
+ * 10. Limits of one embedded manager, all processes together: 4,096 connections (a further one is
+ *     2025), 8,192 open queues and 16,384 queues (2102). What one connection has open several times
+ *     counts once.
+ * 11. Place. An embedded manager's folder belongs on a local file system of one machine. Its
+ *     processes agree by file locks and shared memory, which most network file systems do not
+ *     keep: there messages are lost or got twice, the store is damaged, and no call notices.
  */
 #ifndef BX_BX_H
 #define BX_BX_H
@@ -47,6 +62,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* The version of this header, and of the libraries and programs that it comes with. */
+#define BX_VERSION_MAJOR 0
+#define BX_VERSION_MINOR 1
+#define BX_VERSION_PATCH 0
 
 /* A program that defines the entry points itself, forwarding to a library that it loads at run
  * time, sets BXENTRY beforehand to keep them out of that library's way. */
@@ -97,7 +117,7 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_HOBJ_ERROR 2019
 #define BXRC_INT_ATTRS_ERROR 2023 /* an integer item is out of its range */
 #define BXRC_MAX_CONNECTIONS 2025
-#define BXRC_MD_ERROR 2026
+#define BXRC_MD_ERROR 2026 /* no BXMD, or one of an unknown version */
 #define BXRC_MESSAGE_TOO_BIG_FOR_Q 2030
 #define BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR 2031
 #define BXRC_NO_MESSAGE_AVAILABLE 2033
@@ -106,10 +126,10 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_NOT_OPEN_FOR_BROWSE 2036
 #define BXRC_NOT_OPEN_FOR_INPUT 2037
 #define BXRC_NOT_OPEN_FOR_OUTPUT 2039
-#define BXRC_OBJECT_IN_USE 2042
+#define BXRC_OBJECT_IN_USE 2042 /* of no call: a manager in use is not deleted (bxadm) */
 #define BXRC_OBJECT_TYPE_ERROR 2043
 #define BXRC_OD_ERROR 2044
-#define BXRC_OPTION_NOT_VALID_FOR_TYPE 2045
+#define BXRC_OPTION_NOT_VALID_FOR_TYPE 2045 /* see bxExecute */
 #define BXRC_OPTIONS_ERROR 2046
 #define BXRC_PERSISTENCE_ERROR 2047
 #define BXRC_PRIORITY_EXCEEDS_MAXIMUM 2049
@@ -133,11 +153,11 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_OBJECT_DAMAGED 2101
 #define BXRC_RESOURCE_PROBLEM 2102
 #define BXRC_NO_EXTERNAL_PARTICIPANTS 2121
-#define BXRC_OUTCOME_UNKNOWN 2124
+#define BXRC_OUTCOME_UNKNOWN 2124 /* the commit may have happened or not */
 #define BXRC_CNO_ERROR 2139
-#define BXRC_GMO_ERROR 2186
-#define BXRC_PMO_ERROR 2173
-#define BXRC_BO_ERROR 2134
+#define BXRC_GMO_ERROR 2186 /* no BXGMO, or one of an unknown version */
+#define BXRC_PMO_ERROR 2173 /* no BXPMO, or one of an unknown version */
+#define BXRC_BO_ERROR 2134 /* no BXBO, or one of an unknown version */
 #define BXRC_UNEXPECTED 2195
 #define BXRC_COMMAND_SERVER_NOT_AVAILABLE 2322
 #define BXRC_COMMAND_FAILED 3008 /* the answer bag holds a nested bag with the codes */
@@ -238,7 +258,7 @@ typedef struct tagBXGMO {
   BXLONG waitInterval; /* milliseconds, used with BXGMO_WAIT */
   BXLONG reserved1;
   BXLONG reserved2;
-  BXCHAR resolvedQueueName[BX_NAME_LENGTH];
+  BXCHAR resolvedQueueName[BX_NAME_LENGTH]; /* set with a message: the queue it came from */
   /* version 2 */
   BXLONG matchOptions;
   BXCHAR reserved3[4];
@@ -261,8 +281,8 @@ typedef struct tagBXPMO {
   BXLONG version;
   BXLONG options;
   BXLONG timeout; /* not used; -1 */
-  BXCHAR resolvedQueueName[BX_NAME_LENGTH];
-  BXCHAR resolvedManagerName[BX_NAME_LENGTH];
+  BXCHAR resolvedQueueName[BX_NAME_LENGTH]; /* both set by a put, blank-padded ... */
+  BXCHAR resolvedManagerName[BX_NAME_LENGTH]; /* ... to the queue and manager it went to */
 } BXPMO;
 
 /* ---- BXCNO and BXBO, connect and begin options ---------------------------------------------- */
@@ -331,7 +351,7 @@ typedef struct tagBXBO {
  * On failure *connection is BXHC_UNUSABLE. 2058: there is no such manager (bxadm manager list
  * shows those there are). 2059: it is there but cannot be opened, damaged or of a newer version; a
  * line on standard error says why. 2035: no permission on its folder. 2025: too many connections.
- * BXCONNX also: 2139 and 2046 for the options.
+ * BXCONNX also: 2139 and 2046 for the options, which may be a null pointer.
  */
 BXENTRY void BXCONN(const BXCHAR* name, BXHCONN* connection, BXLONG* completion, BXLONG* reason);
 BXENTRY void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BXLONG* completion,
@@ -340,7 +360,8 @@ BXENTRY void BXCONNX(const BXCHAR* name, BXCNO* options, BXHCONN* connection, BX
 /*
  * BXDISC - commit the unit of work, close every queue and end the connection.
  *
- * The handle ends in any case. 2003: the commit failed and the unit of work was backed out.
+ * The handle ends in any case. 2003: the commit failed and the unit of work was backed out. 2124:
+ * whether the unit of work counts is not known.
  */
 BXENTRY void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason);
 
@@ -357,7 +378,7 @@ BXENTRY void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason);
  * output for puts; at least one of them. Any number of connections may open the same queue.
  *
  * 2085: there is no such queue. 2086: the descriptor names another manager than the connected one.
- * 2044, 2043: the descriptor is not one of a queue.
+ * 2044, 2043: the descriptor is not one of a queue. 2102: convention 10.
  */
 BXENTRY void BXOPEN(BXHCONN connection, BXOD* descriptor, BXLONG options, BXHOBJ* object,
                     BXLONG* completion, BXLONG* reason);
@@ -382,7 +403,8 @@ BXENTRY void BXCLOSE(BXHCONN connection, BXHOBJ* object, BXLONG options, BXLONG*
  * Warning 2049: the priority was above 9 and the message was put at 9. 2050: priority below -1.
  * 2013: expiry neither -1 nor above 0. 2047: unknown persistence. 2030, 2031: longer than the
  * queue or the manager takes. 2053: the queue is at its maximum depth, uncommitted messages
- * counted; nothing was put. 2039: not open for output. 2052: the queue was deleted.
+ * counted; nothing was put. 2039: not open for output. 2052: the queue was deleted. 2124, without
+ * syncpoint only: the message may have been put or not. 2026, 2173: the structures.
  */
 BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* options,
                    BXLONG length, const void* buffer, BXLONG* completion, BXLONG* reason);
@@ -405,7 +427,9 @@ BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* o
  * 2033: no message (within the wait). 2034: no message under the cursor, or it was taken meanwhile.
  * 2080: the buffer is too small; it is filled, the message stays, *dataLength tells what is needed.
  * Warning 2079: the same with BXGMO_ACCEPT_TRUNCATED_MESSAGE; the message was taken (or the
- * cursor moved). 2037, 2036: not open for input or browse. 2090: wait below -1.
+ * cursor moved). 2037, 2036: not open for input or browse. 2052: the queue was deleted. 2090: wait
+ * below -1. 2124, without syncpoint only: the message may be gone, or there still. 2026, 2186: the
+ * structures. 2010: no dataLength.
  */
 BXENTRY void BXGET(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXGMO* options,
                    BXLONG length, void* buffer, BXLONG* dataLength, BXLONG* completion,
@@ -421,7 +445,7 @@ BXENTRY void BXGET(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXGMO* o
  * lives, those of the last 100 ms), unless the manager is set to full synchronisation.
  *
  * 2003: it failed and the unit of work was backed out, all of it. 2056: the disk is full, likewise
- * backed out.
+ * backed out. 2124: whether the unit of work counts is not known; all of it does, or nothing.
  */
 BXENTRY void BXCMIT(BXHCONN connection, BXLONG* completion, BXLONG* reason);
 
@@ -433,7 +457,8 @@ BXENTRY void BXBACK(BXHCONN connection, BXLONG* completion, BXLONG* reason);
 
 /*
  * BXBEGIN - begin a unit of work that other resource managers take part in. There are none to
- * offer: warning 2121, and the unit of work is the connection's own.
+ * offer: warning 2121, and the unit of work is the connection's own. 2134, 2046: the options, which
+ * may be a null pointer.
  */
 BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLONG* reason);
 
@@ -512,8 +537,9 @@ BXENTRY void bxInquireBag(BXHBAG bag, BXLONG selector, BXLONG index, BXHBAG* nes
 /*
  * bxExecute - send a command to the manager's command server and wait for its answer.
  *
- * optionsBag: BXHB_NONE. adminQueue, responseQueue: BXHO_NONE. The command bag names the queue
- * (BXCA_QUEUE_NAME) and holds the command's arguments; the response bag is emptied first.
+ * optionsBag: BXHB_NONE. adminQueue, responseQueue: BXHO_NONE; anything else is 2045. The command
+ * bag names the queue (BXCA_QUEUE_NAME) and holds the command's arguments; the response bag is
+ * emptied first. It is another one, and not nested in any, else 2019.
  *
  *  create: BXIA_QUEUE_TYPE 1, and any of BXIA_MAX_DEPTH, BXIA_MAX_MESSAGE_LENGTH,
  *          BXIA_DEFAULT_PERSISTENCE, BXCA_CLUSTER_NAME.
