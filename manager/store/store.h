@@ -16,7 +16,8 @@
 /// implementation for each binding; the engine knows no other.
 ///
 /// Expected outcomes are results. Everything else is a Failure with its reason code: 2009 the store
-/// went away, 2056 no space, 2101 damaged, 2102 no resources, 2195 unexpected.
+/// went away, 2056 no space, 2101 damaged, 2102 no resources, 2124 only the store knows, 2195
+/// unexpected.
 namespace bxm {
 
 /// A place in a queue: behind everything of a higher priority and of a lower sequence.

@@ -107,7 +107,7 @@ void LmdbQueue::accept(StoredMessage& message, Receiver& receiver, bool syncpoin
   m_consumption.add(message.position);
   m_session.store().settler().added(m_consumption);
   if (!m_session.journal(entries))
-    throw Failure(BXRC_CONNECTION_BROKEN, "the disk does not take the get of a message");
+    throw Failure(BXRC_OUTCOME_UNKNOWN, "the disk does not take the get of a message");
 }
 
 void LmdbQueue::makeRoomForOne() {

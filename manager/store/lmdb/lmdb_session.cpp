@@ -198,7 +198,7 @@ Committed LmdbSession::commitTakes(const std::vector<TakeJournal::Entry>& entrie
   BXM_KILL_POINT("commit-takes-consumed");
   connection().committing = 0;
   if (journal(entries)) return Committed::kDone;
-  reason = BXRC_CONNECTION_BROKEN;
+  reason = BXRC_OUTCOME_UNKNOWN;
   return Committed::kUnknown;
 }
 

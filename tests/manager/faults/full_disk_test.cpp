@@ -233,5 +233,22 @@ void failEveryCall(const std::string& error) {
 TEST(FailingDisk, FullAtAnyWriteLeavesNothingHalfDone) { failEveryCall("28"); }
 TEST(FailingDisk, BrokenAtAnyWriteLeavesNothingHalfDone) { failEveryCall("5"); }
 
+TEST(FailingDisk, MakesACommitOfGetsUnknownWhereItWaitsForTheDisk) {
+  support::TempFolder home;
+  Peer founder(home.path().string());
+  for (const char* words : {"connect", "create Q", "put Q a", "put Q b"}) founder.words(words);
+  support::Process alter(
+      {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
+  ASSERT_EQ(alter.environment("BXM_HOME", home.path().string()).run().status, 0);
+  for (const bool syncpoint : {true, false}) { // the journal is made, then its first record fails
+    Peer peer(home.path().string(), {{"LD_PRELOAD", preloadLibrary()}, {"FAULTS_FAIL", "3+:5"}});
+    peer.words("connect");
+    EXPECT_EQ(peer.ask(syncpoint ? "sget Q" : "get Q"), syncpoint ? "0 0 a" : "2 2124");
+    if (syncpoint) {
+      EXPECT_EQ(peer.ask("commit"), "2 2124");
+    }
+  }
+}
+
 } // namespace
 } // namespace faults
