@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr unsigned kMaxReaders = 4096;
+constexpr unsigned kReaderSize = 64; ///< in the library's table, whose header takes up to four
 constexpr const char* kFileName = "/durable.mdb";
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr std::size_t kMapSize = std::size_t{64} << 30;
@@ -133,8 +134,24 @@ Durable::~Durable() {
   ::mdb_env_close(m_env);
 }
 
+namespace {
+
+/// The library's table of connections is a file with holes; on a full disk the first connection in
+/// one would end its process. Where there is no room for all of it now, it stays as it is.
+void allocateReaders(const std::string& file) {
+  const int table = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+  if (table < 0) return; // the library tells why
+  struct stat status {};
+  const bool known = ::fstat(table, &status) == 0 && status.st_size > 0; // others may map it so
+  ::posix_fallocate(table, 0, known ? status.st_size : (kMaxReaders + 4) * kReaderSize);
+  ::close(table);
+}
+
+} // namespace
+
 void Durable::openEnvironment(const std::string& folder) {
   const std::string file = folder + kFileName;
+  allocateReaders(file + "-lock");
   struct stat status {};
   const std::size_t present =
       ::stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
