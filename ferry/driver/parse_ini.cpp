@@ -8,6 +8,7 @@
 #include "ferry/queue/factory.h"
 #include "ferry/text/ucss.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -17,40 +18,33 @@ using Limits = CDistributionConfig::Limits;
 constexpr long SKIPS_PER_NOTICE = 10000;
 constexpr long FULL_ROUND_WAIT = 10; // milliseconds
 
-// The open queues, each once, and the places of the section that stand for them. A queue that is
-// named twice gets its records in one unit of work: in two they would overtake each other.
-class COutputs {
-public:
-  explicit COutputs(const std::vector<UnicodeString>& aNames) {
-    for (const UnicodeString& sName : aNames) m_aPlaces.push_back({Open_n(sName)});
-  }
-  size_t Count_n() const { return m_aPlaces.size(); }
-  size_t Queue_n(size_t nPlace) const { return m_aPlaces[nPlace].nQueue; }
-  CCMEBX& Queue_rob(size_t nPlace) const { return *m_aQueues[Queue_n(nPlace)]; }
-  uint32_t& Sent_rob(size_t nPlace) { return m_aPlaces[nPlace].nSent; }
-  std::vector<CCMEBX*> Queues_a() const {
-    std::vector<CCMEBX*> aPointers;
-    for (const auto& q : m_aQueues) aPointers.push_back(q.get());
-    return aPointers;
-  }
-
-private:
-  struct Place {
-    size_t nQueue;
-    uint32_t nSent = 0;
-  };
-  size_t Open_n(const UnicodeString& sName) {
-    std::unique_ptr<CCMEBX> q(BXF::CreateBX(sName, UnicodeString()));
-    for (size_t n = 0; n < m_aQueues.size(); ++n)
-      if (m_aQueues[n]->GetPath() == q->GetPath()) return n;
-    q->Open(CCMEBX::QT_ANY);
-    m_aQueues.push_back(std::move(q));
-    return m_aQueues.size() - 1;
-  }
-
-  std::vector<std::unique_ptr<CCMEBX>> m_aQueues;
-  std::vector<Place> m_aPlaces;
+// A place of the section. A queue that is named twice gets all its records through the first of its
+// places: in two units of work they would overtake each other.
+struct Output {
+  std::unique_ptr<CCMEBX> pobQueue;
+  size_t nThrough; // the place
+  uint32_t nSent = 0;
 };
+using Outputs = std::vector<Output>;
+
+Outputs OpenOutputs_a(const std::vector<UnicodeString>& aNames) {
+  Outputs aOutputs;
+  for (const UnicodeString& sName : aNames) {
+    std::unique_ptr<CCMEBX> q(BXF::CreateBX(sName, UnicodeString()));
+    q->Open(CCMEBX::QT_ANY);
+    const auto obSame = std::ranges::find_if(
+        aOutputs, [&q](const Output& ob) { return ob.pobQueue->GetPath() == q->GetPath(); });
+    const auto nThrough = static_cast<size_t>(obSame - aOutputs.begin());
+    aOutputs.push_back({std::move(q), nThrough});
+  }
+  return aOutputs;
+}
+
+std::vector<CCMEBX*> Queues_a(const Outputs& aOutputs) {
+  std::vector<CCMEBX*> aQueues;
+  for (const Output& obOutput : aOutputs) aQueues.push_back(obOutput.pobQueue.get());
+  return aQueues;
+}
 
 /// One run of a distribution.
 class CDistributor {
@@ -58,9 +52,9 @@ public:
   CDistributor(const std::string& sSection, UnicodeString sGrep, long nCount, long nPause,
                long nPriority, long nExpire)
       : m_obConfig(sSection), m_sGrep(std::move(sGrep)), m_nCount(nCount), m_nPause(nPause),
-        m_nPriority(nPriority), m_nExpire(nExpire), m_obOutputs(m_obConfig.Queues_a()),
-        m_obInput(m_obOutputs.Queues_a()), m_obLimits(m_obConfig.Limits_ob()),
-        m_nSkipCount(m_obConfig.SkipCount_n()) {}
+        m_nPriority(nPriority), m_nExpire(nExpire),
+        m_aOutputs(OpenOutputs_a(m_obConfig.Queues_a())), m_obInput(Queues_a(m_aOutputs)),
+        m_obLimits(m_obConfig.Limits_ob()), m_nSkipCount(m_obConfig.SkipCount_n()) {}
 
   void Run_v();
 
@@ -72,7 +66,7 @@ private:
   bool IsFull_b(const CCMEBX& obQueue) const;
   void FullRound_v();
   void SaturationPause_v();
-  void Statistics_v();
+  void Statistics_v() const;
 
   CDistributionConfig m_obConfig;
   const UnicodeString m_sGrep;
@@ -80,7 +74,7 @@ private:
   const long m_nPause;
   const long m_nPriority;
   const long m_nExpire;
-  COutputs m_obOutputs;
+  Outputs m_aOutputs;
   const CInterruption m_obInterruption;
   CRecordInput m_obInput;
   Limits m_obLimits;
@@ -121,7 +115,7 @@ void CDistributor::Record_v(std::string_view sLine) {
     rwSleep(m_nPause);
     --m_nCount;
     ++m_nRecords;
-    m_nCursor = (m_nCursor + 1) % m_obOutputs.Count_n();
+    m_nCursor = (m_nCursor + 1) % m_aOutputs.size();
   }
 }
 
@@ -133,14 +127,15 @@ void CDistributor::Skip_v() {
 }
 
 bool CDistributor::Try_b() {
-  CCMEBX& obQueue = m_obOutputs.Queue_rob(m_nCursor);
+  const size_t nThrough = m_aOutputs[m_nCursor].nThrough;
+  CCMEBX& obQueue = *m_aOutputs[nThrough].pobQueue;
   if (IsFull_b(obQueue)) {
-    if (++m_nFull % m_obOutputs.Count_n() == 0) FullRound_v();
+    if (++m_nFull % m_aOutputs.size() == 0) FullRound_v();
     return false;
   }
   SendRecord_v(obQueue, m_sRecord, m_nPriority, m_nExpire);
-  ++m_obOutputs.Sent_rob(m_nCursor);
-  m_obInput.Sent_v(m_obOutputs.Queue_n(m_nCursor));
+  ++m_aOutputs[m_nCursor].nSent;
+  m_obInput.Sent_v(nThrough);
   m_nFull = 0;
   return true;
 }
@@ -168,10 +163,10 @@ void CDistributor::SaturationPause_v() {
   rwSleep(m_obLimits.nFullPause);
 }
 
-void CDistributor::Statistics_v() {
-  for (size_t n = 0; n < m_obOutputs.Count_n(); ++n)
-    WriteNotice_v("Sent " + std::to_string(m_obOutputs.Sent_rob(n)) + " records to " +
-                  UCSS::ucToString(m_obOutputs.Queue_rob(n).GetLabel()) + "\n");
+void CDistributor::Statistics_v() const {
+  for (const Output& obOutput : m_aOutputs)
+    WriteNotice_v("Sent " + std::to_string(obOutput.nSent) + " records to " +
+                  UCSS::ucToString(obOutput.pobQueue->GetLabel()) + "\n");
 }
 
 } // namespace
