@@ -13,7 +13,7 @@ for preset in "${presets[@]}"; do
   [[ $preset != dev ]] || scripts/check_layout.sh build/dev/compile_commands.json
   log=$(mktemp)
   if ! cmake --build --preset "$preset" >"$log" 2>&1; then
-    grep -E -A3 'error|FAILED' "$log" | head -n 60 >&2 || tail -n 60 "$log" >&2
+    grep -E -A3 'error:|FAILED:' "$log" | head -n 60 >&2 || tail -n 60 "$log" >&2
     exit 1
   fi
   rm -f "$log"
