@@ -138,6 +138,7 @@ in_root() {
   apart bash -euc '
     root=$1 ccache=$2
     shift 2
+    mount --bind "$root" "$root" # / is a mount there as on any machine
     mount -t proc proc "$root/proc"
     mount -t devpts -o newinstance,ptmxmode=0666,mode=0620,gid=5 devpts "$root/dev/pts"
     mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
