@@ -37,7 +37,7 @@ done
 # With the commands of a configured build: every source is compiled by something.
 if [[ $# -gt 0 ]]; then
   while read -r file; do
-    grep -qF "$PWD/$file" "$1" || fault "$file is registered nowhere"
+    grep -qF "\"$PWD/$file\"" "$1" || fault "$file is registered nowhere"
   done < <(find tests bench ferry manager \( -name '*.cpp' -o -name '*.c' \))
 fi
 
