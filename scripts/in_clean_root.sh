@@ -35,7 +35,7 @@ in_place() {
   echo "No clean root, running in place: $1" >&2
   finish
   trap - HUP INT TERM
-  exec "${command[@]}"
+  exec "${command[@]}" 9<&-
 }
 
 # Runs a command in namespaces of its own. It is waited for in the background, since a shell takes no
