@@ -14,7 +14,7 @@ kept=$caches/ferry-clean-root
 run='' # the folder of this run, with the root in it
 
 # In MiB: what a run fills, and what the kept tree takes besides.
-room_to_run=6000 room_to_keep=500
+room_to_run=4000 room_to_keep=500
 
 # Mounts and processes go with their namespaces; the copy is removed when nothing lives in it any more.
 finish() {
