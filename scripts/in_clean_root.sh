@@ -108,6 +108,9 @@ let_apt_reach_out() {
   done
 }
 
+# What is thrown away need not survive a power cut: without the flushes dpkg takes a third of the time.
+let_dpkg_hurry() { echo force-unsafe-io >"$run/root/etc/dpkg/dpkg.cfg.d/throw-away"; }
+
 copy_project() {
   mkdir -p "$run/root$place"
   tracked_files | tar -c --null -T - --owner=0 --group=0 --mode=a+rX,go-w |
@@ -162,6 +165,7 @@ make_ready() {
   install_debootstrap || in_place "cannot install debootstrap ($(last_words))"
   make_root || in_place "debootstrap failed ($(last_words))"
   let_apt_reach_out
+  let_dpkg_hurry
   copy_project
   share_ccache
   install_ccache || in_place "its apt-get cannot install ccache ($(last_words))"
