@@ -1,15 +1,14 @@
 #include "ferry/config/parameter_ini_store.h"
 #include "ferry/errors/exception.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/temp_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,15 +55,8 @@ protected:
   /// that fills up half-way.
   template <typename Call>
   static std::string failureWithin(rlim_t limit, Call call) {
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit tight{limit, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &tight);
-    const std::string text = failure(call);
-    setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, handler);
-    return text;
+    const support::FileSizeLimit tight(limit);
+    return failure(call);
   }
   /// The id and text of what the call throws.
   template <typename Call>

@@ -3,6 +3,7 @@
 #include "ferry/errors/exception.h"
 #include "ferry/text/default_code_page.h"
 #include "tests/ferry/driver/fake_queue.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/process.h"
 #include "tests/support/redirect.h"
 
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <sys/resource.h>
 
 using namespace support;
 using ::testing::ElementsAre;
@@ -238,26 +238,16 @@ TEST_F(RecordLoops, TakeNothingForAnOutputThatCannotBeWritten) {
 }
 
 TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
-  const rlimit room{3, RLIM_INFINITY}; // for the first record and a half
-  rlimit before{};
-  ::getrlimit(RLIMIT_FSIZE, &before);
-  ::signal(SIGXFSZ, SIG_IGN);
   fill(3);
-  run("", [&] {
-    ::setrlimit(RLIMIT_FSIZE, &room);
-    CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
-  });
-  ::setrlimit(RLIMIT_FSIZE, &before);
-  EXPECT_EQ(m_failure, "Cannot write to standard output: File too large");
-  EXPECT_EQ(m_out, "1\n");
-  EXPECT_EQ(m_queue.m_records.size(), 1U);
-  const rlimit none{0, RLIM_INFINITY};
-  run("", [&] {
-    ::setrlimit(RLIMIT_FSIZE, &none);
-    CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
-  });
-  ::setrlimit(RLIMIT_FSIZE, &before);
-  EXPECT_EQ(m_queue.m_records.size(), 1U);
+  for (const int room : {3, 0}) { // for the first record and a half, and for none
+    run("", [&] {
+      const FileSizeLimit limit(room);
+      CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
+    });
+    EXPECT_EQ(m_failure, "Cannot write to standard output: File too large");
+    EXPECT_EQ(m_out, room > 0 ? "1\n" : "");
+    EXPECT_EQ(m_queue.m_records.size(), 1U);
+  }
 }
 
 TEST_F(RecordLoops, TakeNothingMoreWhenTheReaderIsGone) {

@@ -1,15 +1,14 @@
 #include "fake_system.h"
 #include "ferry/logging/file_writer.h"
 #include "recording_writer.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/temp_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <fstream>
 #include <iterator>
-#include <sys/resource.h>
 
 namespace {
 
@@ -147,14 +146,10 @@ TEST_F(FileWriterTest, ReportsAFileThatCannotBeOpened) {
 TEST_F(FileWriterTest, ATornLineIsFollowedByALineOfItsOwn) {
   start("");
   write(u"whole");
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit tight{10, before.rlim_max}; // the disk that fills up half-way
-  setrlimit(RLIMIT_FSIZE, &tight);
-  EXPECT_THROW(write(u"torn apart"), VRKLog_Exception);
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
+  {
+    const support::FileSizeLimit tight(10);
+    EXPECT_THROW(write(u"torn apart"), VRKLog_Exception);
+  }
   write(u"next");
   EXPECT_EQ(content(), "whole\ntorn\nnext\n");
 }
