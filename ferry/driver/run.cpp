@@ -2,6 +2,7 @@
 
 #include "ferry/config/settings.h"
 #include "ferry/driver/dispatch.h"
+#include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
 #include "ferry/logging/vrk_logger.h"
@@ -10,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <optional>
+#include <stdio_ext.h>
 
 namespace {
 
@@ -28,15 +30,21 @@ int Run_n(int nCount, char** aArguments, std::optional<CVRKLogger>& obLogger) {
   }));
 }
 
-void PrintError_v(const char* pWhat) { std::fprintf(stderr, "ERROR: %s\n", pWhat); }
+void PrintError_v(const char* pWhat) {
+  if (AwaitErrorRoom_b()) std::fprintf(stderr, "ERROR: %s\n", pWhat);
+}
 
 void PrintException_v(VRK_Exception& obException) noexcept {
   PrintError_v(obException.what());
+  const off_t nEnd = CStandardOutput::End_n();
   try {
     obException.PrintException(obException.Severity(), true, true, false);
   } catch (...) {
     PrintError_v("The log cannot be written");
   }
+  if (std::ferror(stdout) == 0) return;
+  __fpurge(stdout); // the end of the process would try it again
+  CStandardOutput::CutBack_v(nEnd);
 }
 
 } // namespace

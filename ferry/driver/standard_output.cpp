@@ -19,14 +19,11 @@ void AwaitRoom_v() {
   ::poll(&obPoll, 1, -1);
 }
 
-// What was written of a line that is not whole is cut off a file's end again: the next program
-// would go on within it.
+// Leaves whole lines of what was written.
 void CutTornLine_v(std::string_view sWritten) {
   const auto nTorn = static_cast<off_t>(sWritten.size() - (sWritten.rfind('\n') + 1));
-  const off_t nEnd = nTorn > 0 ? ::lseek(STDOUT_FILENO, 0, SEEK_CUR) : -1;
-  struct stat obStatus {};
-  if (nEnd < nTorn || ::fstat(STDOUT_FILENO, &obStatus) != 0 || obStatus.st_size != nEnd) return;
-  if (::ftruncate(STDOUT_FILENO, nEnd - nTorn) == 0) ::lseek(STDOUT_FILENO, -nTorn, SEEK_CUR);
+  const off_t nEnd = CStandardOutput::End_n();
+  if (nEnd >= nTorn) CStandardOutput::CutBack_v(nEnd - nTorn);
 }
 
 // False with errno set when not all of it could be written. A signal does not end it: the record
@@ -62,6 +59,17 @@ bool AtLimit_b(const struct stat& obStatus) {
 }
 
 } // namespace
+
+off_t CStandardOutput::End_n() {
+  struct stat obStatus {};
+  if (::fstat(STDOUT_FILENO, &obStatus) != 0 || !S_ISREG(obStatus.st_mode)) return -1;
+  return ::lseek(STDOUT_FILENO, 0, SEEK_CUR) == obStatus.st_size ? obStatus.st_size : -1;
+}
+
+void CStandardOutput::CutBack_v(off_t nEnd) {
+  if (nEnd >= 0 && End_n() > nEnd && ::ftruncate(STDOUT_FILENO, nEnd) == 0)
+    ::lseek(STDOUT_FILENO, nEnd, SEEK_SET);
+}
 
 CStandardOutput::CStandardOutput() {
   struct stat obStatus {};

@@ -1,9 +1,17 @@
 #include "ferry/driver/standard_streams.h"
 
+#include "ferry/driver/interruption.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
+
+namespace {
+
+constexpr int LAST_WAIT = 1000; // milliseconds for a last notice once a signal asked for the end
+
+}
 
 void GuardStandardStreams_v() {
   for (const int nDescriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -13,15 +21,18 @@ void GuardStandardStreams_v() {
   }
 }
 
+bool AwaitErrorRoom_b() {
+  struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
+  for (;;) {
+    const int nReady = ::poll(&obPoll, 1, CInterruption::Signal_n() == 0 ? -1 : LAST_WAIT);
+    if (nReady >= 0 || errno != EINTR) return nReady > 0;
+  }
+}
+
 void WriteNotice_v(std::string_view sText) {
-  while (!sText.empty()) {
+  while (!sText.empty() && AwaitErrorRoom_b()) {
     const ssize_t nWritten = ::write(STDERR_FILENO, sText.data(), sText.size());
     if (nWritten > 0) sText.remove_prefix(static_cast<size_t>(nWritten));
-    if (nWritten < 0 && errno == EAGAIN) {
-      struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
-      ::poll(&obPoll, 1, -1);
-    } else if (nWritten < 0 && errno != EINTR) {
-      return;
-    }
+    if (nWritten < 0 && errno != EINTR && errno != EAGAIN) return;
   }
 }

@@ -7,6 +7,10 @@
 /// would be written into a queue's store.
 void GuardStandardStreams_v();
 
+/// Waits for room on standard error; false when there is none soon after a signal asked for the end
+/// (CInterruption).
+bool AwaitErrorRoom_b();
+
 /// Writes a notice to standard error. One that cannot be written is lost: it tells of what was
 /// done, and does not undo it.
 void WriteNotice_v(std::string_view sText);
