@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int LAST_WAIT = 1000; // milliseconds for a last notice once a signal asked for the end
+int s_nLastWait = 1000; // milliseconds for the last notices once a signal asked for the end
 
 }
 
@@ -24,7 +24,8 @@ void GuardStandardStreams_v() {
 bool AwaitErrorRoom_b() {
   struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
   for (;;) {
-    const int nReady = ::poll(&obPoll, 1, CInterruption::Signal_n() == 0 ? -1 : LAST_WAIT);
+    const int nReady = ::poll(&obPoll, 1, CInterruption::Signal_n() == 0 ? -1 : s_nLastWait);
+    if (nReady == 0) s_nLastWait = 0;
     if (nReady >= 0 || errno != EINTR) return nReady > 0;
   }
 }
