@@ -22,12 +22,14 @@ void GuardStandardStreams_v() {
 }
 
 bool AwaitErrorRoom_b() {
+  if (CInterruption::Signal_n() == 0 && CInterruption::Wait_n(STDERR_FILENO, POLLOUT, -1) != 0)
+    return true;
   struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
-  for (;;) {
-    const int nReady = ::poll(&obPoll, 1, CInterruption::Signal_n() == 0 ? -1 : s_nLastWait);
-    if (nReady == 0) s_nLastWait = 0;
-    if (nReady >= 0 || errno != EINTR) return nReady > 0;
-  }
+  int nReady = 0;
+  do nReady = ::poll(&obPoll, 1, s_nLastWait);
+  while (nReady < 0 && errno == EINTR);
+  if (nReady == 0) s_nLastWait = 0;
+  return nReady > 0;
 }
 
 void WriteNotice_v(std::string_view sText) {
