@@ -6,34 +6,59 @@
 
 namespace {
 
-constexpr size_t MAX_RECORDS = 1000;
-constexpr size_t MAX_BYTES = 1048576;
+using namespace std::chrono_literals;
+
+constexpr size_t ENOUGH_RECORDS = 1000;
+constexpr size_t ENOUGH_BYTES = 1048576;
+constexpr size_t MAX_BYTES = 16 * ENOUGH_BYTES; // of all units of work together
+constexpr auto MAX_AGE = 100ms;
+constexpr int PACE = 4; // as many times as long as it took lies between two commits
+
+constexpr size_t LINES_PER_LOOK = 8; // the clock takes as long as a thirtieth of a record
+constexpr size_t BYTES_PER_LOOK = 65536;
 
 } // namespace
 
 CCommitBatch::CCommitBatch(const std::vector<CCMEBX*>& aQueues, const char* pDone, bool bGivenBack)
     : m_pDone(pDone), m_bGivenBack(bGivenBack) {
-  for (CCMEBX* pobQueue : aQueues) m_aWork.push_back({pobQueue});
+  for (CCMEBX* pobQueue : aQueues) m_aWork.emplace_back().pobQueue = pobQueue;
 }
 
 void CCommitBatch::Add_v(size_t nQueue, size_t nBytes, uint64_t nBegin) {
   Work& obWork = m_aWork[nQueue];
   if (obWork.nRecords++ == 0) obWork.nBegin = nBegin;
   obWork.nBytes += nBytes;
-  const bool bEnough = obWork.nRecords >= MAX_RECORDS || obWork.nBytes >= MAX_BYTES;
-  if (bEnough && !Commit_b(obWork)) Fail_v();
+  Look_v(nBytes);
 }
 
-// What began first goes first: what is behind a failure can then still be undone.
-void CCommitBatch::Commit_v() {
-  while (Work* pobWork = Oldest_p())
+void CCommitBatch::Look_v(size_t nBytes) {
+  m_nBytes += nBytes;
+  if (++m_nLines < LINES_PER_LOOK && m_nBytes < BYTES_PER_LOOK) return;
+  m_nLines = m_nBytes = 0;
+  const auto obDue = [this, obNow = m_pNow()](Work& obWork) { return Due_b(obWork, obNow); };
+  while (Work* pobWork = Oldest_p(obDue))
     if (!Commit_b(*pobWork)) Fail_v();
 }
 
-CCommitBatch::Work* CCommitBatch::Oldest_p() {
+bool CCommitBatch::Due_b(Work& obWork, Clock::time_point obNow) const {
+  if (!obWork.obSeen) obWork.obSeen = obNow;
+  if (obNow - *obWork.obSeen >= MAX_AGE) return true;
+  if (obWork.nRecords < ENOUGH_RECORDS && obWork.nBytes < ENOUGH_BYTES) return false;
+  return obNow - m_obCommitted >= PACE * m_obTook ||
+         obWork.nBytes >= std::max(ENOUGH_BYTES, MAX_BYTES / m_aWork.size());
+}
+
+void CCommitBatch::Commit_v() {
+  while (Work* pobWork = Oldest_p([](const Work&) { return true; }))
+    if (!Commit_b(*pobWork)) Fail_v();
+}
+
+// What began first goes first: what is behind a failure can then still be undone.
+template <typename Wanted>
+CCommitBatch::Work* CCommitBatch::Oldest_p(Wanted obWanted) {
   Work* pobOldest = nullptr;
   for (Work& obWork : m_aWork)
-    if (obWork.nState == OPEN && obWork.nRecords > 0 &&
+    if (obWork.nState == OPEN && obWork.nRecords > 0 && obWanted(obWork) &&
         (!pobOldest || obWork.nBegin < pobOldest->nBegin))
       pobOldest = &obWork;
   return pobOldest;
@@ -43,7 +68,9 @@ bool CCommitBatch::Commit_b(Work& obWork) {
   if (obWork.nRecords == 0) return true;
   if (obWork.nState != OPEN) return false;
   obWork.nState = FAILED; // also when it throws
-  if (obWork.pobQueue->CommitTran() != 0) {
+  // A record by itself, as the reading of a queue commits it, sets no pace.
+  const bool bTimed = obWork.nRecords > 1;
+  if ((bTimed ? TimedCommit_n(*obWork.pobQueue) : obWork.pobQueue->CommitTran()) != 0) {
     Undo_v(obWork, obWork.pobQueue->IsCommitUnknown() ? UNKNOWN : FAILED);
     return false;
   }
@@ -51,7 +78,16 @@ bool CCommitBatch::Commit_b(Work& obWork) {
   obWork.nCounting += obWork.nRecords;
   obWork.nRecords = 0;
   obWork.nBytes = 0;
+  obWork.obSeen.reset();
   return true;
+}
+
+int CCommitBatch::TimedCommit_n(CCMEBX& obQueue) {
+  const auto obBegin = m_pNow();
+  const int nResult = obQueue.CommitTran();
+  m_obCommitted = m_pNow();
+  m_obTook = m_obCommitted - obBegin;
+  return nResult;
 }
 
 // Nothing may stay pending: the disconnect would commit it.

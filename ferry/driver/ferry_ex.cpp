@@ -65,8 +65,8 @@ int Take_n(CCMEBX& obQueue, UnicodeString& sRecord, CCommitBatch& obBatch,
     obQueue.RollbackTran();
     throw;
   }
-  obBatch.Add_v(0, static_cast<size_t>(sRecord.length()));
   try {
+    obBatch.Add_v(0, static_cast<size_t>(sRecord.length()));
     obBatch.Commit_v();
   } catch (...) {
     if (obQueue.IsCommitUnknown()) obOutput.Write_v();

@@ -1,6 +1,7 @@
 #include "ferry/driver/record_input.h"
 
 #include <unistd.h>
+#include <utility>
 
 CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
     : m_obBatch(aQueues, "sent", ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0),
@@ -17,6 +18,13 @@ CRecordInput::~CRecordInput() {
 
 void CRecordInput::Sent_v(size_t nQueue) {
   const uint64_t nBegin = m_nDone;
-  m_nDone = m_obReader.End_n();
-  m_obBatch.Add_v(nQueue, m_nDone - nBegin, nBegin);
+  m_obBatch.Add_v(nQueue, Done_n(), nBegin);
+}
+
+void CRecordInput::Dropped_v() { m_obBatch.Pass_v(Done_n()); }
+
+// The length of the line just read, which is dealt with.
+size_t CRecordInput::Done_n() {
+  const uint64_t nBegin = std::exchange(m_nDone, m_obReader.End_n());
+  return m_nDone - nBegin;
 }

@@ -21,11 +21,13 @@ public:
   /// The line just read is put on a queue, or is not wanted. One of which neither is said, because
   /// of a failure or a signal, is given back.
   void Sent_v(size_t nQueue);
-  void Dropped_v() { m_nDone = m_obReader.End_n(); }
+  void Dropped_v();
 
   CCommitBatch& Batch_rob() { return m_obBatch; }
 
 private:
+  size_t Done_n();
+
   CCommitBatch m_obBatch;
   CLineReader m_obReader;
   uint64_t m_nDone = 0; // where the last line that was dealt with ends

@@ -3,6 +3,7 @@
 #include "ferry/queue/queue.h"
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <deque>
 #include <functional>
@@ -21,6 +22,10 @@ public:
   bool m_unknown = false;      // without a word on what became of the unit of work
   size_t m_room = SIZE_MAX;    // how many it takes
   std::function<void()> m_onGet = [] {};
+  static inline std::chrono::microseconds m_time{0}; // what its own doing takes, in all queues
+  std::chrono::microseconds m_putTakes{0};
+  std::chrono::microseconds m_commitTakes{0};
+  std::vector<size_t> m_units; // how many were sent in each unit of work
   int m_lastPriority = 0;
   long m_lastExpiry = 0;
   UnicodeString m_lastLabel;
@@ -33,6 +38,7 @@ public:
   int SendMsg(const UnicodeString& text, int priority, long expiry,
               const UnicodeString& label) override {
     note("put");
+    m_time += m_putTakes;
     if (m_sent.size() >= m_room) return -1;
     m_sent.push_back(text);
     m_lastPriority = priority;
@@ -69,7 +75,9 @@ public:
   }
   int CommitTran() override {
     note("commit");
+    m_time += m_commitTakes;
     if (m_goodCommits-- <= 0) return -1;
+    m_units.push_back(m_sent.size() - m_committed);
     m_committed = m_sent.size();
     return 0;
   }

@@ -12,6 +12,7 @@
 
 #include <csignal>
 
+using namespace std::chrono_literals;
 using namespace support;
 using ::testing::ElementsAre;
 
@@ -19,7 +20,10 @@ namespace {
 
 class RecordLoops : public ::testing::Test {
 protected:
-  RecordLoops() { UseUTF8CodePage_v(); }
+  RecordLoops() {
+    UseUTF8CodePage_v();
+    CCommitBatch::m_pNow = [] { return CCommitBatch::Clock::time_point(FakeQueue::m_time); };
+  }
   ~RecordLoops() override { CFerryEx::m_sGrep.remove(); }
 
   /// Each runs a loop with this standard input, and keeps what it writes.
@@ -105,15 +109,39 @@ TEST_F(RecordLoops, LeaveTheRestOfAFileToTheNextProgram) {
   EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n", u"4\n", u"5\n", u"6\n"));
 }
 
-TEST_F(RecordLoops, CommitEveryThousandRecordsOrMebibyte) {
-  std::string lines;
-  for (int n = 0; n < 2500; ++n) lines += "x\n";
-  copy(lines);
-  EXPECT_EQ(m_queue.noted("commit"), 3);
-  m_queue.m_notes.clear();
-  copy(std::string(400000, 'a') + '\n' + std::string(400000, 'b') + '\n' +
-       std::string(400000, 'c') + "\nd\n");
-  EXPECT_THAT(m_queue.m_notes, ElementsAre("put", "put", "put", "commit", "put", "commit"));
+TEST_F(RecordLoops, CommitAtThePaceOfTheDisk) {
+  const struct {
+    size_t records, bytes, queues;
+    std::chrono::microseconds putTakes, commitTakes;
+    std::vector<size_t> units; // of the first queue
+  } cases[] = {
+      {2500, 2, 1, 10us, 0us, {1000, 1000, 500}},
+      {6000, 2, 1, 10us, 5ms, {1000, 2000, 2000, 1000}}, // four times as long
+      {8000, 2, 2, 10us, 5ms, {1000, 2000, 1000}},       // in turn with the other
+      {6000, 2, 1, 50us, 50ms, {1000, 2008, 2008, 984}}, // at most 100 ms, from the first look on
+      {200, 2, 1, 1ms, 0us, {112, 88}},
+      {60, 400000, 2, 1us, 10s, {3, 21, 6}}, // at most 16 MiB for both
+  };
+  for (const auto& [records, bytes, queues, putTakes, commitTakes, units] : cases) {
+    std::string lines;
+    for (size_t n = 0; n < records; ++n) lines += std::string(bytes - 1, 'x') + '\n';
+    std::array<FakeQueue, 2> queue;
+    for (FakeQueue& q : queue) q.m_putTakes = putTakes, q.m_commitTakes = commitTakes;
+    run(lines, [&, queues = queues] {
+      CRecordInput input({&queue[0], &queue[1]});
+      std::string_view line;
+      for (size_t n = 0; input.Read_b(line); input.Sent_v(n++ % queues))
+        queue[n % queues].SendMsg(u"", 0, 0, u"");
+    });
+    EXPECT_EQ(queue[0].m_units, units) << records << " of " << bytes << " for " << queues;
+  }
+}
+
+TEST_F(RecordLoops, CommitWhatWaitsBehindLinesThatDoNotPass) {
+  CFerryEx::m_sGrep = u"x";
+  CCommitBatch::m_pNow = [] { return CCommitBatch::Clock::time_point(FakeQueue::m_time += 60ms); };
+  copy("x\n" + std::string(40, '\n') + "x\n");
+  EXPECT_THAT(m_queue.m_units, ElementsAre(1, 1));
 }
 
 TEST_F(RecordLoops, CommitBeforeEveryPause) {
