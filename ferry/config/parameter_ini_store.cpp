@@ -2,6 +2,7 @@
 
 #include "ferry/config/replace_file.h"
 #include "ferry/errors/exception.h"
+#include "ferry/text/text_file.h"
 #include "ferry/text/uc_string.h"
 
 #include <unicode/ucnv.h>
@@ -10,26 +11,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
-#include <sys/stat.h>
 
 namespace {
 
 constexpr int kLineBuffer = 1500; // a longer line is read as several
-
-struct CloseFile {
-  void operator()(FILE* pFile) const { std::fclose(pFile); }
-};
-using FilePtr = std::unique_ptr<FILE, CloseFile>;
-
-FilePtr OpenToRead_pob(const std::string& sFile) {
-  FilePtr pobFile(std::fopen(sFile.c_str(), "rt"));
-  struct stat obStat {};
-  // A folder opens, but has no lines.
-  if (pobFile && ::fstat(::fileno(pobFile.get()), &obStat) == 0 && S_ISDIR(obStat.st_mode))
-    pobFile.reset();
-  return pobFile;
-}
 
 VRK_Exception Failure_ob(const UChar* pId, const UChar* pTemplate, const std::string& sFile) {
   return VRK_Exception("", KELErrorMessage(pId, pTemplate, {UnicodeString(sFile.c_str())}), 0,
@@ -66,7 +51,7 @@ private:
 } // namespace
 
 void CCMEParameterINIStore::read() {
-  const FilePtr pobFile = OpenToRead_pob(m_sFile);
+  const TextFilePtr pobFile = OpenTextFile_pob(m_sFile);
   if (!pobFile) throw Failure_ob(u"9113E", u"Failed to open ini file for reading [{0}]", m_sFile);
   CLineDecoder obDecoder;
   UnicodeString sSection;

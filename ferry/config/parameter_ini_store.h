@@ -16,8 +16,8 @@ public:
   /// The name is in the default code page; the file is not opened yet.
   explicit CCMEParameterINIStore(std::string sFile) : m_sFile(std::move(sFile)) {}
 
-  /// Throws VRK_Exception (9113E) when the file cannot be opened. Parameters that the
-  /// file lacks stay as they are.
+  /// Throws VRK_Exception (9113E) when the file cannot be opened, or is none: a pipe, a folder,
+  /// a device other than the null device. Parameters that the file lacks stay as they are.
   void read() override;
   /// Replaces the file by one with all parameters. Throws VRK_Exception (9112E) when it
   /// cannot be written whole; the old file is then still there, unchanged. Only a file that

@@ -1,6 +1,7 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
 #include "ferry/text/own_copy.h"
+#include "ferry/text/text_file.h"
 
 #include <optional>
 
@@ -14,15 +15,14 @@ std::optional<int64_t> FileTime_n(const UnicodeString& sFile) {
   return obStat.st_mtime;
 }
 
-/// The whole file, or nothing when it cannot be opened or is a folder.
+/// The whole file, or nothing when it cannot be read to its end.
 std::optional<UnicodeString> FileText_s(const UnicodeString& sFile) {
-  FILE* pFile = CLogSystem::Get_rob().Open_pob(UCSS::ucsToDCP(sFile), "r");
-  if (!pFile) return std::nullopt;
+  const TextFilePtr pobFile = OpenTextFile_pob(UCSS::ucsToDCP(sFile));
+  if (!pobFile) return std::nullopt;
   std::string sBytes;
-  for (int c = std::fgetc(pFile); c != EOF; c = std::fgetc(pFile))
+  for (int c = std::fgetc(pobFile.get()); c != EOF; c = std::fgetc(pobFile.get()))
     sBytes.push_back(static_cast<char>(c));
-  const bool bFailed = std::ferror(pFile) != 0; // a folder opens, but does not read
-  std::fclose(pFile);
+  const bool bFailed = std::ferror(pobFile.get()) != 0;
   if (bFailed) return std::nullopt;
   UnicodeString sText(sBytes.data(), static_cast<int32_t>(sBytes.size()));
   if (sText.startsWith(u"\uFEFF")) sText.remove(0, 1);

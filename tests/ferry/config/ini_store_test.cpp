@@ -164,14 +164,15 @@ TEST_F(IniStoreTest, RefusesWhatItCannotReadOrWrite) {
   const std::string folder = m_folder.path().string();
   for (const std::string& file : {folder, m_folder / "no/a.ini", std::string("/dev/full")}) {
     CCMEParameterINIStore store(file);
-    if (file != "/dev/full") {
-      EXPECT_EQ(failure([&] { store.read(); }),
-                "9113E Failed to open ini file for reading [" + file + "]");
-    }
+    EXPECT_EQ(failure([&] { store.read(); }),
+              "9113E Failed to open ini file for reading [" + file + "]");
     store.parameters()[u"G:N"];
     EXPECT_EQ(failure([&] { store.write(); }),
               "9112E Failed to open ini file for writing [" + file + "]");
   }
+  ::mkfifo(m_file.c_str(), 0600);
+  EXPECT_NE(failure([&] { CCMEParameterINIStore(m_file).read(); }), "") << "a pipe without writer";
+  EXPECT_EQ(failure([&] { CCMEParameterINIStore("/dev/null").read(); }), "");
 }
 
 } // namespace

@@ -250,6 +250,7 @@ TEST_F(LoggerTest, AWatchedFileThatBreaksLeavesTheOldConfiguration) {
 TEST_F(LoggerTest, RefusesAFileThatCannotBeRead) {
   ASSERT_TRUE(load(u"rec://a *.!DBUG"));
   const std::string folder = m_folder.path().string();
+  ::mkfifo(m_file.c_str(), 0600); // nobody writes into it
   EXPECT_FALSE(m_logger.LoadConfigFile_b(path().getTerminatedBuffer()));
   EXPECT_FALSE(m_logger.LoadConfigFile_b(UnicodeString::fromUTF8(folder).getTerminatedBuffer()));
   const std::string text = "ERR logger Failed to open configuration file [";
