@@ -349,8 +349,9 @@ typedef struct tagBXBO {
  * each connection is a handle and a unit of work of its own.
  *
  * On failure *connection is BXHC_UNUSABLE. 2058: there is no such manager (bxadm manager list
- * shows those there are). 2059: it is there but cannot be opened, damaged or of a newer version; a
- * line on standard error says why. 2035: no permission on its folder. 2025: too many connections.
+ * shows those there are). 2059: it is there but cannot be opened, damaged or of a newer version.
+ * 2035: no permission on its folder. For these three a line on standard error says why. 2025: too
+ * many connections.
  * BXCONNX also: 2139 and 2046 for the options, which may be a null pointer.
  */
 BXENTRY void BXCONN(const BXCHAR* name, BXHCONN* connection, BXLONG* completion, BXLONG* reason);

@@ -10,7 +10,8 @@ namespace bxm {
 namespace {
 
 bool isForTheOperator(BXLONG reason) {
-  return reason == BXRC_Q_MGR_NOT_AVAILABLE || reason == BXRC_OBJECT_DAMAGED ||
+  return reason == BXRC_Q_MGR_NOT_AVAILABLE || reason == BXRC_Q_MGR_NAME_ERROR ||
+         reason == BXRC_NOT_AUTHORIZED || reason == BXRC_OBJECT_DAMAGED ||
          reason == BXRC_UNEXPECTED || reason == BXRC_RESOURCE_PROBLEM ||
          reason == BXRC_STORAGE_FULL;
 }

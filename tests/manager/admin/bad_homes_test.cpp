@@ -41,6 +41,7 @@ TEST_F(BadHome, ThatIsNotOurs) {
   for (const std::string words :
        {"bxadm manager create N", "bxadm manager delete M", "bxadm queue list", "strbxcsv M"})
     EXPECT_THAT(stranger(words), FailsWithOneLine("Permission denied")) << words;
+  EXPECT_THAT(stranger("ferry -s Q").err, HasSubstr(home + "/M: Permission denied\n"));
   EXPECT_EQ(done({"manager", "list"}), "M (default)\n");
 }
 
