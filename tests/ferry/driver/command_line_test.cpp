@@ -191,7 +191,7 @@ TEST_F(CommandLine, IsEndedByASecondSignal) {
 }
 
 TEST_F(CommandLine, StopsWhenNobodyReads) {
-  auto p = ferry({"-r", "Q1", "-T"}, "", 1000);
+  auto p = ferry({"-r", "Q1", "-T"}, "", 1000000);
   p->pipe(1).start();
   p->read(1);
   p->close(1);
