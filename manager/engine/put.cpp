@@ -72,7 +72,7 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);
   PutBatch& batch = syncpoint ? m_puts : m_single;
   try {
-    batch.append(definition.id, priority, m_header, request.data);
+    batch.append(definition.id, priority, m_header, request.data, times.expires != 0);
   } catch (const std::exception&) {
     queue.queue->unreserve();
     throw;

@@ -1,7 +1,7 @@
 #include "manager/store/put_batch.h"
 
-#include "manager/store/bytes.h"
 #include "manager/store/failure.h"
+#include "manager/store/item.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -12,21 +12,9 @@ namespace bxm {
 
 namespace {
 
-constexpr std::size_t kMemoryLimit = 8 << 20;
-constexpr std::size_t kKeptCapacity = 2 << 20;
-
-void visitAll(const char* p, const char* end,
-              const std::function<void(const PutBatch::Entry&)>& visit) {
-  while (p < end) {
-    PutBatch::Entry entry{};
-    entry.queue = takeLittle<std::uint32_t>(p);
-    entry.priority = takeLittle<std::uint8_t>(p);
-    const auto size = takeLittle<std::uint32_t>(p);
-    entry.record = {p, size};
-    p += size;
-    visit(entry);
-  }
-}
+/// Beyond the largest unit of work of the tool's loops.
+constexpr std::size_t kMemoryLimit = 17 << 20;
+constexpr std::size_t kDoubled = 4 << 20; ///< from here on all of it is reserved
 
 int openUnlinked(const std::string& folder) {
   const int file = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
@@ -44,15 +32,21 @@ PutBatch::~PutBatch() {
 }
 
 void PutBatch::append(std::uint32_t queue, int priority, std::string_view header,
-                      std::string_view data) {
+                      std::string_view data, bool expires) {
   if (m_memory.size() + header.size() + data.size() > kMemoryLimit && !m_memory.empty()) spill();
   const std::size_t before = m_memory.size();
   try {
-    appendLittle(m_memory, queue);
-    appendLittle(m_memory, static_cast<std::uint8_t>(priority));
-    appendLittle(m_memory, static_cast<std::uint32_t>(header.size() + data.size()));
-    m_memory.append(header).append(data);
-    ++m_counts[queue];
+    if (before > kDoubled && m_memory.capacity() < kMemoryLimit) m_memory.reserve(kMemoryLimit);
+    m_memory.append(sizeof(ItemHeader), '\0').append(header).append(data);
+    ItemHeader item;
+    item.size = static_cast<std::uint32_t>(header.size() + data.size());
+    item.queue = queue;
+    item.crc = crc32c(std::string_view(m_memory).substr(before + sizeof item));
+    item.priority = static_cast<std::uint8_t>(priority);
+    item.flags = expires ? kItemExpires : 0;
+    std::memcpy(&m_memory[before], &item, sizeof item);
+    m_memory.append(padded8(item.size) - item.size, '\0');
+    ++m_counts[queue].at(item.priority);
   } catch (const std::exception&) {
     m_memory.resize(before);
     throw;
@@ -78,6 +72,14 @@ void PutBatch::spill() {
 }
 
 void PutBatch::forEach(const std::function<void(const Entry&)>& visit) const {
+  forEachRun([&visit](std::string_view run, bool) {
+    forEachItem(run, [&visit](const ItemHeader& item, std::string_view record) {
+      visit({item.queue, item.priority, record});
+    });
+  });
+}
+
+void PutBatch::forEachRun(const std::function<void(std::string_view run, bool last)>& visit) const {
   if (m_fileSize > 0) {
     void* mapped = ::mmap(nullptr, m_fileSize, PROT_READ, MAP_SHARED, m_file, 0);
     if (mapped == MAP_FAILED)
@@ -88,16 +90,15 @@ void PutBatch::forEach(const std::function<void(const Entry&)>& visit) const {
       std::size_t size;
       ~Unmap() { ::munmap(address, size); }
     } unmap{mapped, m_fileSize};
-    const char* p = static_cast<const char*>(mapped);
-    visitAll(p, p + m_fileSize, visit);
+    visit({static_cast<const char*>(mapped), m_fileSize}, m_memory.empty());
   }
-  visitAll(m_memory.data(), m_memory.data() + m_memory.size(), visit);
+  if (!m_memory.empty()) visit(m_memory, true);
 }
 
 void PutBatch::clear() {
   m_counts.clear();
   m_memory.clear();
-  if (m_memory.capacity() > kKeptCapacity) m_memory.shrink_to_fit();
+  if (m_memory.capacity() > kMemoryLimit + kDoubled) m_memory.shrink_to_fit();
   if (m_file >= 0) ::close(m_file);
   m_file = -1;
   m_fileSize = 0;

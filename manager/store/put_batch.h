@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -8,7 +9,7 @@
 
 namespace bxm {
 
-/// Messages that were put and are not stored yet, in the order of the puts. Up to 8 MiB stay in
+/// Messages that were put and are not stored yet, in the order of the puts. Up to 17 MiB stay in
 /// memory, what is beyond goes to an unlinked file in the folder given. Not thread-safe.
 class PutBatch {
 public:
@@ -19,7 +20,8 @@ public:
 
   /// Throws Failure (2056, 2102) when the file cannot take it, or bad_alloc; the batch is then as
   /// it was.
-  void append(std::uint32_t queue, int priority, std::string_view header, std::string_view data);
+  void append(std::uint32_t queue, int priority, std::string_view header, std::string_view data,
+              bool expires = false);
 
   struct Entry {
     std::uint32_t queue;
@@ -28,12 +30,16 @@ public:
   };
   /// Calls visit for every message in order. Throws Failure when the file cannot be read.
   void forEach(const std::function<void(const Entry&)>& visit) const;
+  /// The same in runs of whole items (see item.h), as a log holds them, each valid during the call;
+  /// last says that none follows.
+  void forEachRun(const std::function<void(std::string_view run, bool last)>& visit) const;
 
   bool empty() const { return m_counts.empty(); }
   /// About what it takes to store them.
   std::uint64_t bytes() const { return m_fileSize + m_memory.size(); }
-  /// How many messages there are for each queue.
-  const std::map<std::uint32_t, std::uint64_t>& counts() const { return m_counts; }
+  /// How many messages there are for each queue, by priority.
+  using Counts = std::array<std::uint64_t, 10>;
+  const std::map<std::uint32_t, Counts>& counts() const { return m_counts; }
   void clear();
 
 private:
@@ -41,7 +47,7 @@ private:
 
   std::string m_folder;
   std::string m_memory;
-  std::map<std::uint32_t, std::uint64_t> m_counts;
+  std::map<std::uint32_t, Counts> m_counts;
   int m_file = -1;
   std::uint64_t m_fileSize = 0;
 };

@@ -131,7 +131,7 @@ private:
 void History::read(const std::string& log) {
   Reader reader(*this, log.substr(log.rfind('/') + 1));
   std::ifstream file(log);
-  for (std::string line; std::getline(file, line);) {
+  for (std::string line; std::getline(file, line) && !file.eof();) { // it may have died over a line
     std::istringstream in(line);
     std::int64_t time = 0;
     char kind = 0;

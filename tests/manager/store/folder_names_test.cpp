@@ -1,4 +1,4 @@
-#include "manager/store/lmdb/home.h"
+#include "manager/store/log/home.h"
 #include "manager/store/names.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "manager/store/failure.h"
-#include "manager/store/lmdb/home.h"
-#include "manager/store/lmdb/lmdb_session.h"
+#include "manager/store/log/home.h"
+#include "manager/store/log/log_session.h"
 #include "manager/store/put_batch.h"
 #include "manager/store/record.h"
 #include "tests/support/temp_folder.h"

@@ -1,0 +1,55 @@
+#include "manager/store/crc32c.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+namespace bxm {
+
+namespace {
+
+using Update = std::uint32_t (*)(const unsigned char*, std::size_t, std::uint32_t);
+
+constexpr std::uint32_t kPolynomial = 0x82F63B78; ///< reflected
+
+constexpr auto kTable = [] {
+  std::array<std::uint32_t, 256> table{};
+  for (std::uint32_t i = 0; i < table.size(); ++i) {
+    std::uint32_t crc = i;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (crc & 1 ? kPolynomial : 0);
+    table[i] = crc;
+  }
+  return table;
+}();
+
+std::uint32_t byTable(const unsigned char* p, std::size_t size, std::uint32_t crc) {
+  for (; size > 0; --size) crc = (crc >> 8) ^ kTable[(crc ^ *p++) & 0xFF];
+  return crc;
+}
+
+#ifdef __x86_64__
+[[gnu::target("sse4.2")]] std::uint32_t byInstruction(const unsigned char* p, std::size_t size,
+                                                      std::uint32_t crc) {
+  std::uint64_t wide = crc;
+  for (; size >= 8; size -= 8, p += 8) {
+    std::uint64_t eight;
+    std::memcpy(&eight, p, sizeof eight);
+    wide = __builtin_ia32_crc32di(wide, eight);
+  }
+  crc = static_cast<std::uint32_t>(wide);
+  for (; size > 0; --size) crc = __builtin_ia32_crc32qi(crc, *p++);
+  return crc;
+}
+
+const Update kUpdate = __builtin_cpu_supports("sse4.2") ? byInstruction : byTable;
+#else
+const Update kUpdate = byTable;
+#endif
+
+} // namespace
+
+std::uint32_t crc32c(std::string_view bytes, std::uint32_t before) {
+  return ~kUpdate(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), ~before);
+}
+
+} // namespace bxm

@@ -1,0 +1,32 @@
+#include "manager/store/catalog.h"
+
+#include "manager/store/log/home.h"
+#include "manager/store/process_local.h"
+
+#include <filesystem>
+
+namespace bxm {
+
+namespace {
+
+/// One object for each folder that BXM_HOME has named.
+struct Homes {
+  std::mutex mutex;
+  std::map<std::string, std::unique_ptr<Home>> byFolder;
+};
+
+} // namespace
+
+Catalog& catalog() {
+  Homes& homes = ProcessLocal<Homes>::get();
+  const std::lock_guard guard(homes.mutex);
+  // By its one true name: an environment must not be opened twice in a process.
+  std::error_code error;
+  const std::string named = defaultHomeFolder();
+  const auto folder = std::filesystem::weakly_canonical(named, error);
+  auto& home = homes.byFolder[error ? named : folder.string()];
+  if (!home) home = std::make_unique<Home>(error ? named : folder.string());
+  return *home;
+}
+
+} // namespace bxm

@@ -1,0 +1,201 @@
+#include "manager/store/log/folder.h"
+
+#include "bx/bx.h"
+#include "manager/store/failure.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace bxm {
+
+// ---- File ---------------------------------------------------------------------------------------
+
+File::~File() {
+  if (m_descriptor >= 0) ::close(m_descriptor);
+}
+
+std::size_t File::read(void* bytes, std::size_t size, std::uint64_t offset) const {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::pread(m_descriptor, static_cast<char*>(bytes) + done, size - done,
+                              static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  return done;
+}
+
+int File::write(const void* bytes, std::size_t size, std::uint64_t offset) const {
+  for (std::size_t done = 0; done < size;) {
+    const ssize_t n = ::pwrite(m_descriptor, static_cast<const char*>(bytes) + done, size - done,
+                               static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return n < 0 ? errno : ENOSPC;
+    done += static_cast<std::size_t>(n);
+  }
+  return 0;
+}
+
+int File::sync() const { return ::fdatasync(m_descriptor) == 0 ? 0 : errno; }
+
+bool File::isNamed() const {
+  struct stat status {};
+  return ::fstat(m_descriptor, &status) == 0 && status.st_nlink > 0;
+}
+
+std::uint64_t File::size() const {
+  struct stat status {};
+  return ::fstat(m_descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+// ---- Folder -------------------------------------------------------------------------------------
+
+Folder::Folder(std::string path)
+    : m_path(std::move(path)),
+      m_folder(::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (!m_folder) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot open the folder " + m_path);
+}
+
+Folder::Folder(const Folder& parent, const std::string& name)
+    : m_path(parent.pathOf(name)),
+      m_folder(::openat(parent.m_folder.get(), name.c_str(),
+                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
+  if (!m_folder) parent.fail(errno, "cannot open the folder", name);
+}
+
+void Folder::fail(int error, const char* what, const std::string& name) const {
+  failWithErrno(error, BXRC_Q_MGR_NOT_AVAILABLE, std::string(what) + " " + pathOf(name));
+}
+
+namespace {
+
+/// A folder that is its group's makes files that are its group's, whatever the program's mask.
+mode_t modeIn(const struct stat& folder, mode_t bits) {
+  return folder.st_mode & S_IWGRP ? bits : bits & S_IRWXU;
+}
+
+/// Gives what was made to whom the folder belongs. Who may not leaves it as it is.
+void giveTo(int made, const struct stat& folder, mode_t mode) {
+  struct stat status {};
+  if (::fstat(made, &status) != 0) return;
+  const uid_t owner = ::geteuid() == 0 ? folder.st_uid : status.st_uid;
+  if (owner != status.st_uid || folder.st_gid != status.st_gid) [[maybe_unused]]
+    const int given = ::fchown(made, owner, folder.st_gid);
+  if ((status.st_mode & 07777) != mode) ::fchmod(made, mode);
+}
+
+} // namespace
+
+void Folder::adopt(const File& file, const std::string& name) const {
+  struct stat folder {};
+  if (::fstat(m_folder.get(), &folder) != 0) fail(errno, "cannot look at the folder of", name);
+  giveTo(file.get(), folder, modeIn(folder, 0660));
+}
+
+void Folder::make(const Folder& parent, const std::string& name) {
+  struct stat above {};
+  if (::fstat(parent.m_folder.get(), &above) != 0 ||
+      ::mkdirat(parent.m_folder.get(), name.c_str(), 0700) != 0)
+    parent.fail(errno, "cannot make the folder", name);
+  const Folder made(parent, name);
+  giveTo(made.m_folder.get(), above, modeIn(above, 0770) | (above.st_mode & S_ISGID));
+}
+
+File Folder::open(const std::string& name, Access access) const {
+  const int how = access == Access::kRead      ? O_RDONLY
+                  : access == Access::kMakeNew ? O_RDWR | O_CREAT | O_EXCL
+                                               : O_RDWR;
+  // Without waiting: a pipe in the place of a file has perhaps nobody at its other end.
+  constexpr int kAlways = O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  File file(::openat(m_folder.get(), name.c_str(), how | kAlways, 0600));
+  if (!file && access == Access::kMake && errno == ENOENT) {
+    file = open(name, Access::kMakeNew);
+    return file ? std::move(file) : open(name, Access::kWrite); // somebody else was first
+  }
+  if (!file && ((errno == ENOENT && access != Access::kMakeNew) ||
+                (errno == EEXIST && access == Access::kMakeNew)))
+    return file;
+  if (!file) fail(errno, errno == ELOOP ? "there is a link in the place of" : "cannot open", name);
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, pathOf(name) + " is not a file");
+  if (access == Access::kMakeNew) adopt(file, name);
+  return file;
+}
+
+std::string Folder::read(const std::string& name) const {
+  constexpr std::size_t kMost = 64 << 10;
+  const File file = open(name, Access::kRead);
+  if (!file) return {};
+  std::string bytes(std::min<std::uint64_t>(file.size(), kMost), '\0');
+  bytes.resize(file.read(bytes.data(), bytes.size(), 0));
+  return bytes;
+}
+
+void Folder::replace(const std::string& name, std::string_view bytes) const {
+  const std::string made = "." + name + "-" + std::to_string(::getpid());
+  remove(made);
+  {
+    const File file = open(made, Access::kMakeNew);
+    if (!file) fail(EEXIST, "cannot make", made);
+    int error = file.write(bytes.data(), bytes.size(), 0);
+    if (!error) error = file.sync();
+    if (error) {
+      remove(made);
+      fail(error, "cannot write", name);
+    }
+  }
+  rename(made, name);
+  sync();
+}
+
+bool Folder::has(const std::string& name) const {
+  struct stat status {};
+  if (::fstatat(m_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return true;
+  if (errno != ENOENT && errno != ENAMETOOLONG) fail(errno, "cannot look at", name);
+  return false;
+}
+
+void Folder::remove(const std::string& name) const {
+  if (::unlinkat(m_folder.get(), name.c_str(), 0) != 0 && errno != ENOENT)
+    fail(errno, "cannot remove", name);
+}
+
+void Folder::removeTree(const std::string& name) const {
+  if (!has(name)) return;
+  const Folder inner(*this, name);
+  for (const std::string& file : inner.list()) inner.remove(file);
+  if (::unlinkat(m_folder.get(), name.c_str(), AT_REMOVEDIR) != 0)
+    fail(errno, "cannot remove", name);
+}
+
+void Folder::rename(const std::string& from, const std::string& to) const {
+  if (::renameat(m_folder.get(), from.c_str(), m_folder.get(), to.c_str()) != 0)
+    fail(errno, "cannot rename", from);
+}
+
+void Folder::sync() const {
+  if (::fsync(m_folder.get()) != 0)
+    failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot sync the folder " + m_path);
+}
+
+std::vector<std::string> Folder::list() const {
+  const int descriptor = ::openat(m_folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(
+      descriptor < 0 ? nullptr : ::fdopendir(descriptor), ::closedir);
+  if (!folder) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot read the folder " + m_path);
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+  }
+  return names;
+}
+
+} // namespace bxm

@@ -1,0 +1,291 @@
+#include "manager/store/log/home.h"
+
+#include "manager/store/failure.h"
+#include "manager/store/kill_point.h"
+#include "manager/store/log/patience.h"
+#include "manager/store/log/stop_signals.h"
+#include "manager/store/names.h"
+#include "manager/store/random_number.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace bxm {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kFirstManager = "DEFAULT";
+constexpr const char* kDefaultFile = "default";
+
+constexpr const char* kMade = ".new";
+
+/// Keeps two processes from making managers at once. Released with the process.
+class HomeLock {
+public:
+  explicit HomeLock(const Folder& home) : m_file(home.open(".lock", Folder::Access::kMake)) {
+    Patience patience("another process to make or delete a queue manager in " + home.path());
+    while (::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR)
+        failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot lock " + home.pathOf(".lock"));
+      patience.wait();
+    }
+  }
+  HomeLock(const HomeLock&) = delete;
+  HomeLock& operator=(const HomeLock&) = delete;
+
+private:
+  StopSignalsWait m_stopsWait;
+  File m_file;
+};
+
+bool isReserved(std::string_view name) { return name == kDefaultFile || name == "bxclient.ini"; }
+
+Failure unknownManager(std::string_view name) {
+  return Failure(BXRC_Q_MGR_NAME_ERROR, "there is no queue manager " + std::string(name));
+}
+
+} // namespace
+
+// ---- Names --------------------------------------------------------------------------------------
+
+std::string defaultHomeFolder() {
+  auto variable = [](const char* name) -> std::string {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+  };
+  if (const std::string home = variable("BXM_HOME"); !home.empty()) return home;
+  if (::geteuid() == 0) return "/var/lib/bxm";
+  if (const std::string state = variable("XDG_STATE_HOME"); !state.empty()) return state + "/bxm";
+  if (const std::string home = variable("HOME"); !home.empty()) return home + "/.local/state/bxm";
+  throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
+                "no folder for queue managers: neither BXM_HOME nor HOME is set");
+}
+
+std::string encodeFolderName(std::string_view name) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const auto c = static_cast<unsigned char>(name[i]);
+    if (c == '/' || c == '%' || (i == 0 && (c == '.' || isReserved(name)))) {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
+std::string decodeFolderName(std::string_view folder) {
+  std::string out;
+  for (std::size_t i = 0; i < folder.size(); ++i) {
+    if (folder[i] == '%' && i + 2 < folder.size()) {
+      out +=
+          static_cast<char>(std::strtol(std::string(folder.substr(i + 1, 2)).c_str(), nullptr, 16));
+      i += 2;
+    } else {
+      out += folder[i];
+    }
+  }
+  return out;
+}
+
+std::optional<Folder> Home::folder() const {
+  std::error_code error;
+  const auto status = fs::status(m_folder, error);
+  if (status.type() == fs::file_type::not_found) return std::nullopt;
+  return Folder(m_folder);
+}
+
+Folder Home::folderOf(const std::string& name) const {
+  const auto home = folder();
+  const std::string inner = encodeFolderName(name);
+  if (!home || !isName(name) || !home->has(inner)) throw unknownManager(name);
+  return {*home, inner};
+}
+
+// ---- The default manager ------------------------------------------------------------------------
+
+std::string Home::markedName() const {
+  const auto home = folder();
+  const std::string text = home ? home->read(kDefaultFile) : "";
+  const std::string name = text.substr(0, text.find('\n'));
+  return isName(name) ? name : "";
+}
+
+std::string Home::defaultName() {
+  if (const std::string name = markedName(); !name.empty() && folder()->has(encodeFolderName(name)))
+    return name;
+  makeHome();
+  const Folder home(m_folder);
+  const HomeLock lock(home);
+  const std::string marked = markedName();
+  if (!list().empty()) {
+    if (marked.empty()) throw Failure(BXRC_Q_MGR_NAME_ERROR, "no queue manager is the default one");
+    return marked;
+  }
+  // Marked before it is made: who dies in between leaves nothing that the next cannot make good.
+  markDefault(home, kFirstManager);
+  BXM_KILL_POINT("manager-marked");
+  build(home, kFirstManager);
+  return kFirstManager;
+}
+
+void Home::markDefault(const Folder& home, const std::string& name) {
+  home.replace(kDefaultFile, name + "\n");
+}
+
+// ---- Connecting ---------------------------------------------------------------------------------
+
+std::shared_ptr<LogStore> Home::open(const std::string& name) {
+  Folder folder = folderOf(name);
+  const std::lock_guard guard(m_mutex);
+  OpenStore& known = m_open[name];
+  if (auto store = known.store.lock(); store && store->runtime().isInPlace())
+    return m_latest = store;
+  m_latest.reset(); // a manager made anew under the old one's name
+  known.awaitClosed();
+  return m_latest = known.open(name, std::move(folder));
+}
+
+std::shared_ptr<LogStore> Home::OpenStore::open(const std::string& name, Folder folder) {
+  const auto closing = std::make_shared<std::atomic<bool>>(false);
+  const std::shared_ptr<LogStore> opened(new LogStore(name, std::move(folder)),
+                                         [closing](LogStore* last) {
+                                           delete last;
+                                           *closing = true;
+                                           closing->notify_all();
+                                         });
+  store = opened;
+  closed = closing;
+  return opened;
+}
+
+// A process's file locks end with the first of its descriptors that is closed: the old object would
+// take those of the new one away.
+void Home::OpenStore::awaitClosed() const {
+  if (closed && store.expired()) closed->wait(false);
+}
+
+std::unique_ptr<StoreSession> Home::connect(std::string_view wanted) {
+  const std::string name = wanted.empty() ? defaultName() : std::string(wanted);
+  if (!isName(name)) throw unknownManager(name);
+  const auto store = open(name);
+  auto session = store->connect();
+  if (!store->runtime().isInPlace()) throw unknownManager(name); // deleted while we connected
+  return session;
+}
+
+// ---- Administration -----------------------------------------------------------------------------
+
+namespace {
+
+void syncFolder(const fs::path& path) {
+  const File folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder && ::fsync(folder.get()) != 0)
+    failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot sync the folder " + path.string());
+}
+
+} // namespace
+
+/// Never writable for others, whatever the program's mask.
+void Home::makeHome() const {
+  std::error_code error;
+  std::vector<fs::path> missing;
+  for (fs::path path = fs::absolute(m_folder).lexically_normal();
+       !path.empty() && !fs::exists(path, error) && path != path.root_path();
+       path = path.parent_path())
+    if (path.has_filename()) missing.push_back(path);
+  for (; !missing.empty(); missing.pop_back()) {
+    const fs::path& path = missing.back();
+    if (::mkdir(path.c_str(), missing.size() == 1 ? 0770 : 0755) != 0 && errno != EEXIST)
+      failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot make the folder " + path.string());
+    syncFolder(path.parent_path()); // a power cut must not take it away
+  }
+}
+
+/// Makes a manager under another name and renames it, so that nobody finds half of one.
+void Home::build(const Folder& home, const std::string& name) {
+  home.removeTree(kMade);
+  Folder::make(home, kMade);
+  {
+    const Folder made(home, kMade);
+    ManagerFile manager;
+    do manager.storeId = randomNumber();
+    while (manager.storeId == 0);
+    manager.write(made);
+  }
+  BXM_KILL_POINT("manager-made");
+  home.rename(kMade, encodeFolderName(name));
+  home.sync();
+}
+
+void Home::create(const std::string& name, bool makeDefault) {
+  if (!isName(name))
+    throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
+  makeHome();
+  const Folder home(m_folder);
+  const HomeLock lock(home);
+  if (home.has(encodeFolderName(name)))
+    throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
+  build(home, name);
+  if (makeDefault) markDefault(home, name);
+}
+
+void Home::remove(const std::string& name) {
+  constexpr const char* kGone = ".deleted";
+  folderOf(name);
+  const Folder home(m_folder);
+  const HomeLock lock(home);
+  {
+    const std::lock_guard guard(m_mutex);
+    m_latest.reset();
+    if (!m_open[name].store.expired())
+      throw Failure(BXRC_OBJECT_IN_USE, name + " is in use by this program");
+    m_open[name].awaitClosed();
+  }
+  const std::string inner = encodeFolderName(name);
+  if (Runtime::isInUse(folderOf(name))) throw Failure(BXRC_OBJECT_IN_USE, name + " is in use");
+  home.removeTree(kGone);
+  home.rename(inner, kGone);
+  if (Runtime::isInUse(Folder(home, kGone))) { // somebody connected before the renaming
+    home.rename(kGone, inner);
+    throw Failure(BXRC_OBJECT_IN_USE, name + " is in use");
+  }
+  home.sync();
+  home.removeTree(kGone);
+  if (markedName() == name) home.remove(kDefaultFile);
+}
+
+void Home::setSettings(const std::string& name, const ManagerSettings& settings) {
+  open(name)->saveSettings(settings);
+}
+
+std::vector<Catalog::Entry> Home::list() {
+  std::vector<Entry> managers;
+  const auto home = folder();
+  if (!home) return managers;
+  const std::string marked = markedName();
+  for (const std::string& name : home->list()) {
+    std::error_code error;
+    if (name.starts_with('.') || !fs::is_directory(home->pathOf(name), error)) continue;
+    const bool mayLook = ::access(home->pathOf(name).c_str(), X_OK) == 0;
+    if (!mayLook || !ManagerFile::isIn({*home, name})) continue;
+    const std::string decoded = decodeFolderName(name);
+    managers.push_back({decoded, decoded == marked});
+  }
+  std::sort(managers.begin(), managers.end(),
+            [](const Entry& a, const Entry& b) { return a.name < b.name; });
+  return managers;
+}
+
+} // namespace bxm

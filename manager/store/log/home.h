@@ -1,0 +1,64 @@
+#pragma once
+
+#include "manager/store/catalog.h"
+#include "manager/store/log/log_store.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace bxm {
+
+/// The folder of the embedded managers: one folder for each, and a file that names the default one.
+/// Thread-safe.
+class Home : public Catalog {
+public:
+  explicit Home(std::string folder) : m_folder(std::move(folder)) {}
+
+  std::unique_ptr<StoreSession> connect(std::string_view name) override;
+  void create(const std::string& name, bool makeDefault) override;
+  void remove(const std::string& name) override;
+  void setSettings(const std::string& name, const ManagerSettings& settings) override;
+  std::vector<Entry> list() override;
+
+private:
+  std::string defaultName();
+  /// The home's folder; nullopt when there is none.
+  std::optional<Folder> folder() const;
+  /// A manager's. Throws Failure 2058 when there is none.
+  Folder folderOf(const std::string& name) const;
+  /// The name in the file that marks the default manager; empty when there is none.
+  std::string markedName() const;
+  static void markDefault(const Folder& home, const std::string& name);
+  std::shared_ptr<LogStore> open(const std::string& name);
+  void makeHome() const;
+  void build(const Folder& home, const std::string& name);
+
+  /// The one object for a folder. Whoever lets go of it last closes it, in whatever thread.
+  struct OpenStore {
+    std::shared_ptr<LogStore> open(const std::string& name, Folder folder);
+    /// Waits for a thread that is closing it.
+    void awaitClosed() const;
+
+    std::weak_ptr<LogStore> store;
+    std::shared_ptr<std::atomic<bool>> closed;
+  };
+
+  std::string m_folder;
+  std::mutex m_mutex;                      ///< guards what follows
+  std::map<std::string, OpenStore> m_open; ///< by manager
+  std::shared_ptr<LogStore> m_latest;      ///< kept open: a process often connects again at once
+};
+
+/// BXM_HOME, else where the system keeps the state of root's or a user's programs. Throws Failure
+/// 2059 when nothing says where.
+std::string defaultHomeFolder();
+
+/// A manager's name as a folder's name, and back. Slashes, percent signs and whatever could be
+/// mistaken for another file are encoded as %XX.
+std::string encodeFolderName(std::string_view name);
+std::string decodeFolderName(std::string_view folder);
+
+} // namespace bxm
