@@ -92,6 +92,11 @@ public:
     m_startFolder = folder;
     return *this;
   }
+  /// A group that nobody controls could not be stopped by SIGTSTP.
+  Process& inOwnGroup() {
+    m_ownGroup = true;
+    return *this;
+  }
   /// Leaves the program what the test has there.
   Process& inherit(int descriptor) {
     m_files.erase(descriptor);
@@ -159,6 +164,7 @@ private:
   };
 
   [[noreturn]] void become() {
+    if (m_ownGroup) ::setpgid(0, 0);
     for (const auto& [descriptor, pipe] : m_pipes) ::dup2(pipe.theirs, descriptor);
     for (const auto& [descriptor, file] : m_files) {
       ::close(descriptor);
@@ -181,6 +187,7 @@ private:
   TempFolder m_folder;
   std::vector<std::string> m_arguments;
   std::string m_startFolder;
+  bool m_ownGroup = false;
   std::map<std::string, std::string> m_environment;
   std::map<int, File> m_files;
   std::map<int, Pipe> m_pipes;

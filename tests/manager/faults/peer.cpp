@@ -111,6 +111,11 @@ bool Peer::waitForDeath() {
   return WIFSIGNALED(status);
 }
 
+int setting(const char* name, int byDefault) {
+  const char* value = std::getenv(name);
+  return value ? std::atoi(value) : byDefault;
+}
+
 std::vector<std::string> split(const std::string& text) {
   std::istringstream in(text);
   std::vector<std::string> words;

@@ -57,6 +57,9 @@ std::chrono::milliseconds timed(Body body) {
                                                                begin);
 }
 
+/// A number from the environment of the test.
+int setting(const char* name, int byDefault);
+
 std::vector<std::string> split(const std::string& text);
 
 } // namespace faults

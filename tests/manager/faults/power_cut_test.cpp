@@ -15,11 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int setting(const char* name, int byDefault) {
-  const char* value = std::getenv(name);
-  return value ? std::atoi(value) : byDefault;
-}
-
 class PowerCut : public ::testing::Test {
 protected:
   /// Runs the load under the recorder.

@@ -17,11 +17,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-int setting(const char* name, int byDefault) {
-  const char* value = std::getenv(name);
-  return value ? std::atoi(value) : byDefault;
-}
-
 /// Workers on one manager that die by SIGKILL at random moments and are replaced.
 class Storm {
 public:

@@ -47,7 +47,8 @@ std::string contentOf(const std::string& name) {
   return content;
 }
 
-std::string nameOf(const std::string& content) {
+std::string nameOf(std::string content) {
+  if (content.ends_with('\n')) content.pop_back();
   const std::string name = content.substr(0, content.find('|'));
   return contentOf(name) == content ? name : "DAMAGED";
 }

@@ -18,8 +18,9 @@ struct Codes {
 /// What is stored for a message's name: the name itself or, for a name that ends in "@n", n bytes
 /// that follow from it, so that any change of them is noticed.
 std::string contentOf(const std::string& name);
-/// The name again; "DAMAGED" when the content is not the name's.
-std::string nameOf(const std::string& content);
+/// The name again; "DAMAGED" when the content is not the name's, with or without the line end that
+/// the tool gives it.
+std::string nameOf(std::string content);
 
 class Connection {
 public:
