@@ -1,6 +1,7 @@
 // commit_probe QUEUE [-i IN] COMMAND...: while a command runs, puts one record at a time onto a
 // queue and commits it. Prints the median, the 99th percentile and the longest time of a commit in
 // seconds, and their number.
+// commit_probe QUEUE -n COUNT: does that so many times in a row. Prints the mean time.
 #include "bx/bx.h"
 
 #include <algorithm>
@@ -74,9 +75,19 @@ void report(std::vector<double>& times) {
               times.back(), times.size());
 }
 
+int inARow(const char* queue, int count) {
+  Probe probe(queue);
+  double sum = 0;
+  for (int i = 0; i < count; ++i) sum += probe.putAndCommit();
+  std::printf("%.9f\n", sum / count);
+  return 0;
+}
+
 } // namespace
 
 int main(int count, char** values) {
+  if (count == 4 && std::strcmp(values[2], "-n") == 0)
+    return inARow(values[1], std::atoi(values[3]));
   const bool hasInput = count > 3 && std::strcmp(values[2], "-i") == 0;
   char** command = values + (hasInput ? 4 : 2);
   if (count < 3 || !*command) return 2;

@@ -1,6 +1,7 @@
 /*
- * sqlite_queue DATABASE COUNT normal|full: a table q(body) as a queue. Takes the first row in a
- * transaction of its own and writes it to standard output, COUNT times. Prints how long it took.
+ * sqlite_queue DATABASE COUNT normal|full [put]: a table q(body) as a queue. Takes the first row in a
+ * transaction of its own and writes it to standard output, or puts one, COUNT times. Prints how long
+ * it took.
  */
 #include <sqlite3.h>
 #include <stdio.h>
@@ -64,6 +65,14 @@ static void take_all(sqlite3* database, long count) {
   sqlite3_finalize(commit);
 }
 
+static void put_all(sqlite3* database, long count) {
+  sqlite3_stmt* insert = NULL;
+  execute(database, "CREATE TABLE IF NOT EXISTS q(body TEXT)");
+  insert = prepare(database, "INSERT INTO q VALUES(hex(zeroblob(50)))");
+  for (long i = 0; i < count; ++i) run(database, insert);
+  sqlite3_finalize(insert);
+}
+
 int main(int argc, char** argv) {
   sqlite3* database = NULL;
   if (argc < 4) return 2;
@@ -72,7 +81,10 @@ int main(int argc, char** argv) {
   execute(database, strcmp(argv[3], "full") == 0 ? "PRAGMA synchronous = FULL"
                                                  : "PRAGMA synchronous = NORMAL");
   const double begin = now();
-  take_all(database, atol(argv[2]));
+  if (argc > 4)
+    put_all(database, atol(argv[2]));
+  else
+    take_all(database, atol(argv[2]));
   fprintf(stderr, "%.6f\n", now() - begin);
   sqlite3_close(database);
   return 0;

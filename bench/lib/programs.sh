@@ -13,6 +13,16 @@ die() {
 
 [ -x "$ferry" ] && [ -x "$tools/measure" ] || die "$build holds no build with benchmark programs"
 
+# by_other COMMAND...: does it with the programs and a manager of the build of --against, if any.
+by_other() {
+  [ -n "$against" ] || return 0
+  (
+    ferry=$against/bin/ferry bxadm=$against/bin/bxadm BXM_HOME=$work/other/home
+    mkdir -p "$BXM_HOME"
+    "$@"
+  )
+}
+
 # An empty manager and an empty folder for the others' stores.
 fresh() {
   rm -rf "$work/home" "$work/other"

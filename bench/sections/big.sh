@@ -6,6 +6,7 @@ big_run() {
   n=$(scaled 10000000) edge=$(scaled $big_edge)
   queue Q
   paced load "$n" "$edge" load_paced
+  note big.index "$(du -cB1 "$BXM_HOME"/*/index-* | awk -v n="$n" 'END { print $1 / n }')"
   paced read "$n" "$edge" read_paced
 }
 
@@ -64,6 +65,8 @@ table_big() {
     line "$what" "$(spread "big.$what")" "$(rate "big.$what" "$n")" "$(spread "big.$what.first")" \
       "$(spread "big.$what.last")" "$(ratio "big.$what.last" "big.$what.first")"
   done
+  echo
+  echo "Shared index: $(spread big.index) bytes a message."
   heading "Memory with $n records of 100 bytes, most at any time, MiB" "work" \
     "private (clean and dirty)" "of it anonymous"
   for what in load peek read distribution purge; do

@@ -19,15 +19,6 @@ END
 # take_rows COUNT SYNCHRONOUS: seconds.
 take_rows() { "$tools/sqlite_queue" "$work/other/sqlite" "$1" "$2" 2>&1 >/dev/null; }
 
-# read_synced COUNT FILE: the read with --sync full, from a manager of its own.
-read_synced() {
-  "$bxadm" manager create SYNCED >/dev/null
-  "$bxadm" manager alter SYNCED --sync full >/dev/null
-  "$bxadm" queue create Q -m SYNCED --max-depth 100000000 >/dev/null
-  untimed "$1" -i "$2" -- "$ferry" -f Q -m SYNCED
-  timed "$1" -- "$ferry" -r Q -m SYNCED -c "$1"
-}
-
 sqlite_run() {
   local n few in
   n=$(scaled 1000000) few=$(scaled 20000)
@@ -37,8 +28,6 @@ sqlite_run() {
   sample sqlite.import import_records "$in" FULL
   sample sqlite.read timed "$n" -- "$ferry" -r Q -c "$n"
   sample sqlite.take-normal take_rows "$few" normal
-  sample sqlite.read-synced read_synced "$few" "$(records "$few" 100)"
-  sample sqlite.take-full take_rows "$few" full
 }
 
 measure_sqlite() { if have_sqlite; then each_run sqlite_run; fi; }
@@ -52,8 +41,6 @@ table_sqlite() {
   sqlite_line "SQLite .import, WAL, synchronous=FULL" "$n" sqlite.import
   sqlite_line "read" "$n" sqlite.read
   sqlite_line "SQLite one-row takes, WAL, synchronous=NORMAL" "$few" sqlite.take-normal
-  sqlite_line "read, manager with --sync full" "$few" sqlite.read-synced
-  sqlite_line "SQLite one-row takes, WAL, synchronous=FULL" "$few" sqlite.take-full
 }
 
 # sqlite_line LABEL COUNT METRIC
