@@ -3,7 +3,7 @@
 # what is missing where it cannot.
 set -euo pipefail
 
-build=(g++ cmake ninja-build pkg-config libicu-dev liblmdb-dev libxerces-c-dev libxalan-c-dev)
+build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev)
 # The tests compile the benchmark programs too, so that none of them rots.
 test=(libgtest-dev libgmock-dev clang-tidy libxml2-dev libsqlite3-dev)
 bench=(sqlite3 libsqlite3-dev)

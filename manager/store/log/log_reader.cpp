@@ -63,11 +63,7 @@ bool LogReader::load(Window& window, Place place, std::size_t size) const {
   if (window.bytes.size() < wanted || window.bytes.size() > 2 * std::max(wanted, kMostAhead))
     window.bytes = std::string(wanted, '\0');
   window.begin = place.offset;
-  // Behind what was appended stands what an earlier use of the file left, and that looks right.
-  const std::uint32_t end = m_files.runtime().file(place.file).end.load();
-  const std::size_t appended = end > place.offset ? end - place.offset : 0;
-  window.size =
-      std::min(file->read(window.bytes.data(), wanted, place.offset), std::max(appended, size));
+  window.size = file->read(window.bytes.data(), wanted, place.offset);
   return window.size >= size;
 }
 
