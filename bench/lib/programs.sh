@@ -23,6 +23,8 @@ by_other() {
   )
 }
 
+have_sqlite() { command -v sqlite3 >/dev/null && [ -x "$tools/sqlite_queue" ]; }
+
 # An empty manager and an empty folder for the others' stores.
 fresh() {
   rm -rf "$work/home" "$work/other"

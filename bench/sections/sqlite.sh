@@ -1,6 +1,4 @@
 # The same records in a table of SQLite: its command line's .import, and a queue of one-row takes.
-have_sqlite() { command -v sqlite3 >/dev/null && [ -x "$tools/sqlite_queue" ]; }
-
 # import_records FILE SYNCHRONOUS: seconds. The separators are ones that no record holds.
 import_records() {
   rm -f "$work/other/sqlite"*
