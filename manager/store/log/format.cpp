@@ -58,11 +58,11 @@ std::string encodeSeal(Generation generation, std::uint32_t end) {
   return bytesOf(seal);
 }
 
-std::uint32_t decodeSeal(std::string_view bytes, Generation generation) {
+std::optional<Seal> decodeSeal(std::string_view bytes) {
   Seal seal;
-  if (bytes.size() < sizeof seal) return 0;
+  if (bytes.size() < sizeof seal) return std::nullopt;
   std::memcpy(&seal, bytes.data(), sizeof seal);
-  return seal.generation == generation && seal.crc == crcBefore(seal, seal.crc) ? seal.end : 0;
+  return seal.crc == crcBefore(seal, seal.crc) ? std::optional(seal) : std::nullopt;
 }
 
 // ---- Takes --------------------------------------------------------------------------------------

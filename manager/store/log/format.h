@@ -96,8 +96,8 @@ std::string encodeFileHeader(std::uint32_t file, std::uint64_t storeId, Generati
 std::optional<FileHeader> decodeFileHeader(std::string_view bytes, std::uint32_t file,
                                            std::uint64_t storeId);
 std::string encodeSeal(Generation generation, std::uint32_t end);
-/// Up to where the generation was flushed for sure.
-std::uint32_t decodeSeal(std::string_view bytes, Generation generation);
+/// nullopt when the bytes are none.
+std::optional<Seal> decodeSeal(std::string_view bytes);
 
 /// Completes a header with its checksums.
 void sealRecord(RecordHeader& header, std::uint32_t contents);

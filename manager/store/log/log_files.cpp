@@ -186,7 +186,8 @@ void LogFiles::makeFree(std::uint32_t number) {
   FileSlot& slot = m_runtime.file(number);
   const File writable = m_folder.open(fileName(number), Folder::Access::kWrite);
   const Generation next = m_runtime.nextNumber();
-  const std::string header = encodeFileHeader(number, m_storeId, next);
+  std::string header = encodeFileHeader(number, m_storeId, next);
+  header.resize(kSealAt + sizeof(Seal)); // over the last use's
   int error = writable ? writable.write(header.data(), header.size(), 0) : 0;
   BXM_KILL_POINT("free-written");
   if (writable && !error) error = writable.sync();

@@ -8,9 +8,16 @@ LogScan::LogScan(const File& file, std::uint32_t number, std::uint64_t storeId)
     : m_number(number), m_storeId(storeId), m_bytes(file.size(), '\0') {
   m_bytes.resize(file.read(m_bytes.data(), m_bytes.size(), 0));
   const std::string_view bytes = m_bytes;
-  if (const auto header = decodeFileHeader(bytes, number, storeId))
-    m_generation = header->generation;
-  if (bytes.size() > kSealAt) m_sealed = decodeSeal(bytes.substr(kSealAt), m_generation);
+  const auto header = decodeFileHeader(bytes, number, storeId);
+  const auto seal = decodeSeal(bytes.substr(std::min<std::size_t>(kSealAt, bytes.size())));
+  m_hasHeader = header.has_value();
+  if (header) m_generation = header->generation;
+  // A seal is of the present use, since the file's header is written over it; but perhaps it is
+  // another file's.
+  else if (seal && RecordView::at(bytes.substr(std::min<std::size_t>(kDataStart, bytes.size())),
+                                  {number, kDataStart}, storeId, seal->generation))
+    m_generation = seal->generation;
+  if (seal && seal->generation == m_generation) m_sealed = seal->end;
 }
 
 std::optional<RecordView> LogScan::at(std::uint32_t offset) const {

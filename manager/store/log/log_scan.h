@@ -14,8 +14,9 @@ class LogScan {
 public:
   LogScan(const File& file, std::uint32_t number, std::uint64_t storeId);
 
-  /// False when the file's header is damaged: then records of any of its uses are visited.
-  bool hasHeader() const { return m_generation != 0; }
+  bool hasHeader() const { return m_hasHeader; }
+  /// 0 when the file's header is damaged and nothing else tells: then records of any of its uses are
+  /// visited.
   Generation generation() const { return m_generation; }
   std::uint64_t size() const { return m_bytes.size(); }
 
@@ -40,6 +41,7 @@ private:
   const std::uint32_t m_number;
   const std::uint64_t m_storeId;
   std::string m_bytes;
+  bool m_hasHeader = false;
   Generation m_generation = 0;
   std::uint32_t m_sealed = 0; ///< up to here all was flushed
 };

@@ -36,8 +36,10 @@ void LogSurvey::read(const LogScan& scan, LogFile& file) {
   file.size = scan.size();
   file.sealed = scan.sealed();
   m_lastNumber = std::max(m_lastNumber, file.generation);
-  if (!scan.hasHeader())
+  if (file.generation == 0)
     damage(file.number, 0, "the header is damaged; the messages in the file are not served");
+  else if (!scan.hasHeader())
+    damage(file.number, 0, "the header is damaged; what it said is known from elsewhere");
   else if (file.size < kFileSize)
     damage(file.number, file.size, "the file has lost its end");
   file.end =
