@@ -85,11 +85,11 @@ LogFiles::Owned LogFiles::claim(std::uint32_t owner, std::uint32_t room, bool fo
   for (const FileKind kind : {FileKind::kIdle, FileKind::kFree})
     for (std::uint32_t number = 0; number < m_runtime.fileLimit(); ++number) {
       FileSlot& slot = m_runtime.file(number);
-      const bool fits = kFileSize >= slot.end.load() && kFileSize - slot.end.load() >= wanted;
+      const bool fits = roomIn(slot, kFileSize) >= wanted;
       if (kind == FileKind::kFree && !forTakes && free < 2) break;
       if (!fits || !tryClaim(number, kind, FileKind::kOwned, owner)) continue;
       // Its end may have moved before it was ours.
-      if (kFileSize - slot.end.load() >= wanted) return open(number);
+      if (roomIn(slot, kFileSize) >= wanted) return open(number);
       release(number, true);
     }
   const std::uint32_t least = kDataStart + wanted;
@@ -106,7 +106,7 @@ std::uint32_t LogFiles::claimAbsent(std::uint32_t owner) {
 
 void LogFiles::release(std::uint32_t number, bool usable) {
   FileSlot& slot = m_runtime.file(number);
-  const bool room = kFileSize >= slot.end.load() && kFileSize - slot.end.load() >= kLeastRoom;
+  const bool room = roomIn(slot, kFileSize) >= kLeastRoom;
   slot.state = FileState{usable && room ? FileKind::kIdle : FileKind::kSealed, 0}.packed();
 }
 

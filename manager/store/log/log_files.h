@@ -83,6 +83,12 @@ struct FileState {
   }
 };
 
+/// Bytes behind what is in a file; none where its slot is damaged.
+inline std::uint32_t roomIn(const FileSlot& slot, std::uint32_t capacity) {
+  const std::uint32_t end = slot.end.load();
+  return end >= kDataStart && end <= capacity && end % 8 == 0 ? capacity - end : 0;
+}
+
 /// Messages in a file that are not gone. Only for this use of it: a process that was stopped in
 /// between must not count in the next one's.
 void startLive(FileSlot& slot, Generation generation, std::uint32_t count);

@@ -79,7 +79,8 @@ bool LogQueue::reserve() {
       unreserve();
       throw;
     }
-    if (m_share->slot.now().kind != QueueKind::kDeleting) return true;
+    const QueueState state = m_share->slot.now();
+    if (state.kind != QueueKind::kDeleting || state.id != m_share->id) return true;
     unreserve();
     m_session.store().queues().keepAlive(m_share->number, m_share->id);
   }

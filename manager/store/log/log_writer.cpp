@@ -173,7 +173,7 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
 // ---- The file -----------------------------------------------------------------------------------
 
 void LogWriter::makeRoom(std::uint32_t needed, bool forTakes) {
-  if (m_owned.file && m_owned.capacity - slotOf(m_owned).end.load() >= needed)
+  if (m_owned.file && roomIn(slotOf(m_owned), m_owned.capacity) >= needed)
     return expectInPlace();
   if (m_unflushed) flush();
   const LogFiles::Owned next = m_files.claim(m_connection, needed, forTakes);

@@ -16,7 +16,7 @@ QueueShare* Publication::shareOf(std::uint32_t queue) {
 /// Who died between entering a message and saying so has named the entry before.
 bool Publication::wasTried(const QueueShare& share, Place place, int priority) const {
   const std::uint64_t attempt = m_connection.attempt.load();
-  if (attempt == 0 || attempt > share.index.of(priority).ready.load()) return false;
+  if (attempt == 0 || attempt > share.index.readyOf(priority)) return false;
   const std::uint64_t word = share.index.entry(priority, attempt - 1).load();
   return Entry::stateOf(word) != Entry::kEmpty && Entry::placeOf(word) == place;
 }

@@ -95,10 +95,20 @@ QueueIndex::Word& QueueIndex::entry(int priority, std::uint64_t sequence) const 
   return words[sequence % kWindow];
 }
 
+/// A file never becomes shorter while anybody uses it.
+std::uint64_t QueueIndex::readyOf(int priority) const {
+  const std::uint64_t ready = of(priority).ready.load();
+  auto& room = m_room[static_cast<std::size_t>(priority)];
+  if (ready <= room.load(std::memory_order_relaxed)) return ready;
+  const std::lock_guard guard(m_mutex);
+  const std::uint64_t size = file(priority).size();
+  room = size > kSlotBytes ? (size - kSlotBytes) / sizeof(Word) : 0;
+  return std::min(ready, room.load());
+}
+
 std::uint64_t QueueIndex::endOf(int priority) const {
-  const PrioritySlot& slot = of(priority);
-  const std::uint64_t ready = slot.ready.load();
-  std::uint64_t end = slot.tail.load();
+  const std::uint64_t ready = readyOf(priority);
+  std::uint64_t end = std::min(of(priority).tail.load(), ready);
   while (end < ready && entry(priority, end).load() != Entry::kEmpty) ++end;
   return end;
 }
@@ -109,7 +119,7 @@ void QueueIndex::promise(int priority, std::uint64_t count) {
   m_slot.priorities.fetch_or(1U << priority);
   PrioritySlot& slot = of(priority);
   const std::uint64_t end = slot.promised.fetch_add(count) + count;
-  const std::uint64_t ready = slot.ready.load();
+  const std::uint64_t ready = readyOf(priority);
   if (end <= ready) return;
   const std::uint64_t more = std::clamp(ready, kFirstRoom, kMostRoom);
   const std::uint64_t wanted = (end + more + kFirstRoom - 1) / kFirstRoom * kFirstRoom;
@@ -140,6 +150,9 @@ std::uint64_t QueueIndex::enter(int priority, std::uint64_t word,
   PrioritySlot& slot = of(priority);
   for (std::uint64_t sequence = slot.tail.load();; ++sequence) {
     sequence = std::max(sequence, slot.base.load()); // what was given back reads as empty
+    if (sequence >= readyOf(priority))
+      throw Failure(BXRC_OBJECT_DAMAGED,
+                    m_folder.pathOf(fileName(m_queueId, priority)) + " is damaged");
     if (attempt) attempt->store(sequence + 1, std::memory_order_release);
     BXM_KILL_POINT("enter-attempt");
     std::uint64_t empty = Entry::kEmpty;
@@ -168,7 +181,7 @@ void lowerFloor(std::atomic<std::uint64_t>& floor, std::uint64_t sequence) {
 void QueueIndex::trim(int priority) {
   PrioritySlot& slot = of(priority);
   std::uint64_t base = slot.base.load();
-  while (floorSequence(slot.floor.load()) >= base + kTrimmed) {
+  while (std::min(floorSequence(slot.floor.load()), readyOf(priority)) >= base + kTrimmed) {
     for (std::uint64_t i = base; i < base + kTrimmed; ++i)
       if (Entry::stateOf(entry(priority, i).load()) != Entry::kGone) return;
     if (!slot.base.compare_exchange_strong(base, base + kTrimmed)) continue;

@@ -94,6 +94,8 @@ public:
 
   /// An entry below ready.
   Word& entry(int priority, std::uint64_t sequence) const;
+  /// Up to here the file may be touched: what the slot says, as far as the file goes.
+  std::uint64_t readyOf(int priority) const;
   /// Behind what may be filled: others may have entered messages without having said so yet.
   std::uint64_t endOf(int priority) const;
   /// Gives memory back of which all entries are gone.
@@ -130,6 +132,7 @@ private:
   mutable std::array<File, kPriorities> m_files;
   mutable std::array<std::atomic<PrioritySlot*>, kPriorities> m_slots{};
   mutable std::map<std::uint64_t, Word*> m_windows; ///< by priority << 56 | number
+  mutable std::array<std::atomic<std::uint64_t>, kPriorities> m_room{}; ///< entries seen in the file
   /// The window that was asked for last, for each priority; a map's elements stay where they are.
   using Mapped = std::map<std::uint64_t, Word*>::value_type;
   mutable std::array<std::atomic<const Mapped*>, kPriorities> m_latest{};

@@ -119,6 +119,9 @@ void Recovery::finishSingles() {
     const auto share = shareOf(*access);
     if (single == 0 || !share) continue;
     const int priority = priorityIn(single - 1);
+    if (priority >= kPriorities || !share->index.mayHold(priority) ||
+        sequenceIn(single - 1) >= share->index.readyOf(priority))
+      continue; // damaged
     const auto word = share->index.entry(priority, sequenceIn(single - 1)).load();
     if (Entry::belongsTo(word, Entry::kConsumed, m_slot) ||
         Entry::belongsTo(word, Entry::kGone, m_slot))

@@ -240,6 +240,7 @@ bool Runtime::claimDead(std::uint32_t slot) {
 }
 
 bool Runtime::hasDied(std::uint32_t slot) const {
+  slot %= kConnectionSlots;
   if (!connection(slot).used.load() || m_mine[slot].load()) return false;
   return !heldByOther(kConnectionBytes + slot) && connection(slot).used.load() &&
          !m_mine[slot].load();

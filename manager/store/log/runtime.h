@@ -3,6 +3,7 @@
 #include "manager/store/log/folder.h"
 #include "manager/store/store.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -135,14 +136,25 @@ public:
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
 
-  ConnectionSlot& connection(std::uint32_t slot) const { return m_layout->connections[slot]; }
-  AccessSlot& access(std::uint32_t slot) const { return m_layout->accesses[slot]; }
-  QueueSlot& queue(std::uint32_t slot) const { return m_layout->queues[slot]; }
-  FileSlot& file(std::uint32_t slot) const { return m_layout->files[slot]; }
-  std::uint32_t connectionLimit() const { return m_layout->header.connectionLimit.load(); }
-  std::uint32_t accessLimit() const { return m_layout->header.accessLimit.load(); }
-  std::uint32_t queueLimit() const { return m_layout->header.queueLimit.load(); }
-  std::uint32_t fileLimit() const { return m_layout->header.fileLimit.load(); }
+  // Many a slot's number comes from this memory itself: damage in it must not lead out of it.
+  ConnectionSlot& connection(std::uint32_t slot) const {
+    return m_layout->connections[slot % kConnectionSlots];
+  }
+  AccessSlot& access(std::uint32_t slot) const { return m_layout->accesses[slot % kAccessSlots]; }
+  QueueSlot& queue(std::uint32_t slot) const { return m_layout->queues[slot % kQueueSlots]; }
+  FileSlot& file(std::uint32_t slot) const { return m_layout->files[slot % kFileSlots]; }
+  std::uint32_t connectionLimit() const {
+    return std::min(m_layout->header.connectionLimit.load(), kConnectionSlots);
+  }
+  std::uint32_t accessLimit() const {
+    return std::min(m_layout->header.accessLimit.load(), kAccessSlots);
+  }
+  std::uint32_t queueLimit() const {
+    return std::min(m_layout->header.queueLimit.load(), kQueueSlots);
+  }
+  std::uint32_t fileLimit() const {
+    return std::min(m_layout->header.fileLimit.load(), kFileSlots);
+  }
   /// Slots are used from the lowest on. Makes one more touchable, before it is claimed. Throws
   /// Failure 2056, or 2102 when the table is full.
   void growQueues(std::uint32_t slot) const;
