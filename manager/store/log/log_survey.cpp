@@ -107,7 +107,8 @@ void LogSurvey::addMessages(const RecordView& record, LogFile& file) {
                         item.queue,
                         item.priority,
                         item.flags,
-                        expiry});
+                        expiry,
+                        isAlone(record.header()) || isSealed(record, file)});
   });
   if (damaged > 0)
     damage(file.number, record.place().offset, std::to_string(damaged) + " messages are damaged");
@@ -171,6 +172,8 @@ void LogSurvey::decideUnit(std::uint64_t number, const Unit& unit) {
 
 /// A message that was moved is gone when the take of any of its places says so.
 void LogSurvey::decideCopies() {
+  std::erase_if(m_copies,
+                [&](const Copy& copy) { return !copy.alone && !m_whole.contains(copy.number); });
   std::sort(m_copies.begin(), m_copies.end(),
             [](const Copy& a, const Copy& b) { return a.number < b.number; });
   for (const Copy& copy : m_copies) {

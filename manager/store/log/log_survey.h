@@ -59,6 +59,7 @@ public:
     std::uint8_t priority;
     std::uint8_t flags;
     std::int64_t expiry;
+    bool alone; ///< not of a unit of several pieces, which may never have been finished
   };
   const std::vector<Copy>& copies() const { return m_copies; }
 
