@@ -95,6 +95,7 @@ void LogSurvey::addMessages(const RecordView& record, LogFile& file) {
     const bool whole = crc32c(payload) == item.crc;
     if (!whole) ++damaged;
     if (!(item.flags & kItemCopied) || !whole || payload.size() < sizeof(CopyOrigin)) return;
+    ++file.takes;
     const CopyOrigin origin = originOf(payload);
     const std::int64_t expiry =
         item.flags & kItemExpires ? recordExpiry(recordIn(item, payload)) : 0;

@@ -160,8 +160,10 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
   rest.count = 0;
   while (size < rest.run.size()) {
     const char* const item = rest.run.data() + size;
-    const std::size_t next = itemSize(itemHeaderAt(item).size);
+    const ItemHeader header = itemHeaderAt(item);
+    const std::size_t next = itemSize(header.size);
     if (size + next > room) break;
+    if (header.flags & kItemCopied) slotOf(m_owned).takes.fetch_add(1); // it stands for its origin's
     rest.crc = crc32c({item, sizeof(ItemHeader)}, rest.crc);
     size += next;
     ++rest.count;

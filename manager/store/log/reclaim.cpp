@@ -148,21 +148,30 @@ bool Reclaim::clean(std::uint32_t number) {
   return true;
 }
 
-/// Those of messages in files that are not known to be free on the disk.
+/// Those of messages in files that are not known to be free on the disk. A message that was moved
+/// here, and is gone from here, is so for the place that it came from.
 std::vector<TakeGroup> Reclaim::neededTakes(std::uint32_t number) {
   std::vector<TakeGroup> needed;
   const auto file = m_store.files().reader(number);
   if (!file) return needed;
   const LogScan scan(*file, number, m_store.files().storeId());
+  const auto isKnown = [&](std::uint32_t other, Generation generation) {
+    return other != number && other < m_runtime.fileLimit() &&
+           m_runtime.file(other).generation.load() == generation;
+  };
   scan.run(
       [&](const RecordView& record, LogScan::Known) {
         if (!record.isSound()) return;
         record.forEachTakeGroup([&](const TakeGroup& group) {
-          const bool known = group.file != number && group.file < m_runtime.fileLimit() &&
-                             m_runtime.file(group.file).generation.load() == group.generation;
-          if (known)
+          if (isKnown(group.file, group.generation))
             for (const std::uint32_t offset : group.offsets)
               addTake(needed, {group.file, offset}, group.generation);
+        });
+        record.forEachMessage([&](Place, const ItemHeader& item, std::string_view payload) {
+          if (!(item.flags & kItemCopied) || payload.size() < sizeof(CopyOrigin)) return;
+          const CopyOrigin origin = originOf(payload);
+          const Place place = Place::unpacked(origin.place);
+          if (isKnown(place.file, origin.generation)) addTake(needed, place, origin.generation);
         });
       },
       [](auto, auto) {});
