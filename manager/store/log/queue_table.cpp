@@ -9,6 +9,7 @@
 #include "manager/store/log/queue_index.h"
 
 #include <algorithm>
+#include <charconv>
 #include <ctime>
 #include <map>
 
@@ -127,6 +128,14 @@ constexpr std::size_t kCopyAt = 4096;            ///< one damaged page leaves th
 constexpr std::uint32_t kFileMagic = 0x514D5842; // "BXMQ"
 } // namespace
 
+std::optional<std::uint32_t> QueueTable::idIn(const std::string& name) {
+  constexpr std::string_view kStem = "queue-";
+  std::uint32_t id = 0;
+  if (!name.starts_with(kStem)) return std::nullopt;
+  std::from_chars(name.data() + kStem.size(), name.data() + name.size(), id);
+  return fileName(id) == name ? std::optional(id) : std::nullopt;
+}
+
 /// magic u32 | crc u32 | id u32 | size u32 | length u8 | name | definition, twice
 std::string QueueTable::encodeFile(const QueueDefinition& definition) {
   const std::string named = encodeNamed(definition);
@@ -143,13 +152,14 @@ std::string QueueTable::encodeFile(const QueueDefinition& definition) {
   return out + copy;
 }
 
-std::optional<QueueDefinition> QueueTable::decodeFile(std::string_view bytes) {
+std::optional<QueueDefinition> QueueTable::decodeFile(std::string_view bytes,
+                                                       std::uint32_t wanted) {
   for (const std::size_t at : {std::size_t{0}, kCopyAt}) {
     if (bytes.size() < at + 16) continue;
     const char* p = bytes.data() + at;
     const auto magic = takeLittle<std::uint32_t>(p), crc = takeLittle<std::uint32_t>(p);
     const auto id = takeLittle<std::uint32_t>(p), size = takeLittle<std::uint32_t>(p);
-    if (magic != kFileMagic || size > bytes.size() - at - 16) continue;
+    if (magic != kFileMagic || id != wanted || size > bytes.size() - at - 16) continue;
     if (crc32c(bytes.substr(at + 8, std::size_t{8} + size)) != crc) continue;
     QueueDefinition definition = decodeNamed(bytes.substr(at + 16, size));
     definition.id = id;
@@ -158,23 +168,19 @@ std::optional<QueueDefinition> QueueTable::decodeFile(std::string_view bytes) {
   return std::nullopt;
 }
 
+/// All of it or nothing: after a power cut a file that is cut short would be a damaged queue.
 void QueueTable::store(const QueueDefinition& definition) const {
-  const std::string name = fileName(definition.id), bytes = encodeFile(definition);
-  m_folder.remove(name);
-  const File file = m_folder.open(name, Folder::Access::kMakeNew);
-  int error = file ? file.write(bytes.data(), bytes.size(), 0) : EEXIST;
+  m_folder.replace(fileName(definition.id), encodeFile(definition));
   BXM_KILL_POINT("queue-written");
-  if (!error) error = file.sync();
-  if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_folder.pathOf(name));
-  m_folder.sync();
 }
 
 void QueueTable::load(const std::function<bool(std::uint32_t id)>& used) {
   std::map<std::string, QueueDefinition> queues;
   for (const std::string& name : m_folder.list()) {
-    if (!name.starts_with("queue-")) continue;
-    auto definition = decodeFile(m_folder.read(name));
-    if (!definition || fileName(definition->id) != name)
+    const auto id = idIn(name);
+    if (!id) continue;
+    auto definition = decodeFile(m_folder.read(name), *id);
+    if (!definition)
       throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, m_folder.pathOf(name) + " is damaged");
     m_runtime.noteQueueId(definition->id);
     // Of two of one name, one was never said to exist: nothing is on it.

@@ -43,8 +43,10 @@ public:
 
   static std::string fileName(std::uint32_t id) { return "queue-" + std::to_string(id); }
   static std::string encodeFile(const QueueDefinition& definition);
-  /// nullopt when neither of its two copies is whole.
-  static std::optional<QueueDefinition> decodeFile(std::string_view bytes);
+  /// nullopt when neither of its two copies is whole and of that queue.
+  static std::optional<QueueDefinition> decodeFile(std::string_view bytes, std::uint32_t id);
+  /// The id in the name of a queue's file; nullopt of another's.
+  static std::optional<std::uint32_t> idIn(const std::string& name);
 
 private:
   std::optional<QueueDefinition> read(std::uint32_t slot) const;

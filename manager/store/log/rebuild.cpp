@@ -122,7 +122,8 @@ private:
 
   void removeRemains() const {
     for (const std::string& name : m_folder.list())
-      if (QueueIndex::isFileName(name) || name.starts_with(LogFiles::kNewPrefix))
+      if (QueueIndex::isFileName(name) || name.starts_with(LogFiles::kNewPrefix) ||
+          name.starts_with(".queue-"))
         m_folder.remove(name);
   }
   void enterMessages(const LogSurvey& survey);
