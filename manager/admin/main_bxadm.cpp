@@ -1,3 +1,4 @@
+#include "manager/admin/maintenance.h"
 #include "manager/admin/program.h"
 #include "manager/engine/managers.h"
 #include "manager/engine/queues.h"
@@ -15,6 +16,10 @@ constexpr const char* kUsage =
     " bxadm manager list\n"
     " bxadm manager delete NAME\n"
     " bxadm manager alter NAME --sync full|batch\n"
+    " bxadm manager check [NAME]\n"
+    " bxadm manager repair NAME\n"
+    " bxadm manager backup TARGET [-m MANAGER]\n"
+    " bxadm manager restore SOURCE NAME\n"
     " bxadm queue create NAME [-m MANAGER] [--max-depth N] [--max-length BYTES]\n"
     " bxadm queue list [-m MANAGER]\n"
     " bxadm queue delete NAME [-m MANAGER]\n";
@@ -107,6 +112,10 @@ struct Command {
 constexpr Command kCommands[] = {
     {"manager", "create", createManager}, {"manager", "list", listManagers},
     {"manager", "delete", deleteManager}, {"manager", "alter", alterManager},
+    {"manager", "check", bxm::admin::checkManager},
+    {"manager", "repair", bxm::admin::repairManager},
+    {"manager", "backup", bxm::admin::backUpManager},
+    {"manager", "restore", bxm::admin::restoreManager},
     {"queue", "create", createQueue},     {"queue", "list", listQueues},
     {"queue", "delete", deleteQueue},
 };

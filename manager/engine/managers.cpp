@@ -1,7 +1,5 @@
 #include "manager/engine/managers.h"
 
-#include "manager/store/catalog.h"
-
 namespace bxm {
 
 void createManager(const std::string& name, bool makeDefault) {
@@ -22,5 +20,17 @@ void switchCommandServer(const std::string& name, bool runs) {
 }
 
 void setManagerSync(const std::string& name, bool full) { catalog().setSettings(name, {full}); }
+
+ManagerFindings checkManager(const std::string& name) { return catalog().check(name); }
+
+ManagerRepair repairManager(const std::string& name) { return catalog().repair(name); }
+
+std::vector<std::string> backUpManager(const std::string& name, const std::string& target) {
+  return catalog().backup(name, target);
+}
+
+void restoreManager(const std::string& source, const std::string& name) {
+  catalog().restore(source, name);
+}
 
 } // namespace bxm

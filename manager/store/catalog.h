@@ -35,6 +35,35 @@ public:
   };
   /// In the order of the names.
   virtual std::vector<Entry> list() = 0;
+
+  struct Findings {
+    std::vector<std::string> damages; ///< in words, with file and place
+    std::uint64_t logFiles = 0;
+    std::uint64_t messages = 0; ///< that are whole
+    std::uint64_t queues = 0;
+  };
+  /// Looks at all that a manager keeps, also while it is in use, and changes nothing. An empty name
+  /// is the default manager. Throws Failure: 2058 unknown, 2059 not a store of this format, 2042 in
+  /// use by this program itself.
+  virtual Findings check(const std::string& name) = 0;
+
+  struct Repair {
+    std::vector<std::string> changes; ///< of what is not messages, in words
+    std::string setAside;             ///< the file with all that could not be kept; empty: nothing
+    std::uint64_t setAsideCount = 0;
+    std::uint64_t messages = 0; ///< that were kept
+  };
+  /// Makes the manager such that check finds nothing; all of it or nothing. Throws Failure: 2058,
+  /// 2042 somebody is connected, 2056.
+  virtual Repair repair(const std::string& name) = 0;
+
+  /// Copies a manager, also while it is in use, into a folder that must not exist. The copy has
+  /// every unit of work that was committed when this began, and of those since whole ones. Returns
+  /// what is damaged in the copy, in words. Throws Failure: 2058, 2100 the folder exists, 2056.
+  virtual std::vector<std::string> backup(const std::string& name, const std::string& target) = 0;
+  /// Makes a manager of what backup made. Throws Failure: 2100 the name exists, 2059 not a backup,
+  /// 2042 the source is a manager in use.
+  virtual void restore(const std::string& source, const std::string& name) = 0;
 };
 
 Catalog& catalog();

@@ -3,6 +3,7 @@
 #include "bx/bx.h"
 #include "manager/store/failure.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <dirent.h>
@@ -38,6 +39,17 @@ int File::write(const void* bytes, std::size_t size, std::uint64_t offset) const
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return n < 0 ? errno : ENOSPC;
     done += static_cast<std::size_t>(n);
+  }
+  return 0;
+}
+
+int File::copy(const File& from, std::uint64_t begin, std::uint64_t end) const {
+  std::string bytes(std::size_t{1} << 20, '\0');
+  while (begin < end) {
+    const std::size_t size = from.read(bytes.data(), std::min<std::uint64_t>(bytes.size(), end - begin), begin);
+    if (size == 0) return EIO;
+    if (const int error = write(bytes.data(), size, begin)) return error;
+    begin += size;
   }
   return 0;
 }
@@ -178,6 +190,20 @@ void Folder::removeTree(const std::string& name) const {
 void Folder::rename(const std::string& from, const std::string& to) const {
   if (::renameat(m_folder.get(), from.c_str(), m_folder.get(), to.c_str()) != 0)
     fail(errno, "cannot rename", from);
+}
+
+void Folder::exchange(const std::string& one, const std::string& other) const {
+  if (::renameat2(m_folder.get(), one.c_str(), m_folder.get(), other.c_str(), RENAME_EXCHANGE) != 0)
+    fail(errno, "cannot exchange", one);
+}
+
+void Folder::copy(const Folder& from, const std::string& name) const {
+  const File source = from.open(name, Access::kRead);
+  const File made = open(name, Access::kMakeNew);
+  if (!source) from.fail(ENOENT, "cannot open", name);
+  int error = made ? made.copy(source, 0, source.size()) : EEXIST;
+  if (!error) error = made.sync();
+  if (error) fail(error, "cannot write", name);
 }
 
 void Folder::sync() const {

@@ -29,6 +29,8 @@ public:
   int write(const void* bytes, std::size_t size, std::uint64_t offset) const;
   /// 0 or errno.
   int sync() const;
+  /// Writes a part of another file at the same place; 0 or errno.
+  int copy(const File& from, std::uint64_t begin, std::uint64_t end) const;
   /// False when the file has no name any more.
   bool isNamed() const;
   std::uint64_t size() const;
@@ -65,6 +67,10 @@ public:
   void remove(const std::string& name) const; ///< nothing happens when it is missing
   void removeTree(const std::string& name) const;
   void rename(const std::string& from, const std::string& to) const;
+  /// Each gets the other's name, in one step.
+  void exchange(const std::string& one, const std::string& other) const;
+  /// Makes a file with the bytes of another folder's, on the disk.
+  void copy(const Folder& from, const std::string& name) const;
   void sync() const;
   std::vector<std::string> list() const;
 

@@ -2,7 +2,10 @@
 
 #include "manager/store/failure.h"
 #include "manager/store/kill_point.h"
+#include "manager/store/log/backup.h"
+#include "manager/store/log/check.h"
 #include "manager/store/log/patience.h"
+#include "manager/store/log/repair.h"
 #include "manager/store/log/stop_signals.h"
 #include "manager/store/names.h"
 #include "manager/store/random_number.h"
@@ -47,6 +50,13 @@ private:
 };
 
 bool isReserved(std::string_view name) { return name == kDefaultFile || name == "bxclient.ini"; }
+
+void writeNewManager(const Folder& folder) {
+  ManagerFile manager;
+  do manager.storeId = randomNumber();
+  while (manager.storeId == 0);
+  manager.write(folder);
+}
 
 Failure unknownManager(std::string_view name) {
   return Failure(BXRC_Q_MGR_NAME_ERROR, "there is no queue manager " + std::string(name));
@@ -136,7 +146,7 @@ std::string Home::defaultName() {
   // Marked before it is made: who dies in between leaves nothing that the next cannot make good.
   markDefault(home, kFirstManager);
   BXM_KILL_POINT("manager-marked");
-  build(home, kFirstManager);
+  build(home, kFirstManager, writeNewManager);
   return kFirstManager;
 }
 
@@ -179,10 +189,12 @@ void Home::OpenStore::awaitClosed() const {
 std::unique_ptr<StoreSession> Home::connect(std::string_view wanted) {
   const std::string name = wanted.empty() ? defaultName() : std::string(wanted);
   if (!isName(name)) throw unknownManager(name);
-  const auto store = open(name);
-  auto session = store->connect();
-  if (!store->runtime().isInPlace()) throw unknownManager(name); // deleted while we connected
-  return session;
+  for (;;) {
+    const auto store = open(name);
+    auto session = store->connect();
+    // Else it was deleted or repaired while we connected.
+    if (store->runtime().isInPlace()) return session;
+  }
 }
 
 // ---- Administration -----------------------------------------------------------------------------
@@ -214,16 +226,11 @@ void Home::makeHome() const {
 }
 
 /// Makes a manager under another name and renames it, so that nobody finds half of one.
-void Home::build(const Folder& home, const std::string& name) {
+void Home::build(const Folder& home, const std::string& name,
+                 const std::function<void(const Folder& made)>& fill) {
   home.removeTree(kMade);
   Folder::make(home, kMade);
-  {
-    const Folder made(home, kMade);
-    ManagerFile manager;
-    do manager.storeId = randomNumber();
-    while (manager.storeId == 0);
-    manager.write(made);
-  }
+  fill({home, kMade});
   BXM_KILL_POINT("manager-made");
   home.rename(kMade, encodeFolderName(name));
   home.sync();
@@ -237,8 +244,16 @@ void Home::create(const std::string& name, bool makeDefault) {
   const HomeLock lock(home);
   if (home.has(encodeFolderName(name)))
     throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
-  build(home, name);
+  build(home, name, writeNewManager);
   if (makeDefault) markDefault(home, name);
+}
+
+void Home::letGo(const std::string& name) {
+  const std::lock_guard guard(m_mutex);
+  m_latest.reset();
+  if (!m_open[name].store.expired())
+    throw Failure(BXRC_OBJECT_IN_USE, name + " is in use by this program");
+  m_open[name].awaitClosed();
 }
 
 void Home::remove(const std::string& name) {
@@ -246,13 +261,7 @@ void Home::remove(const std::string& name) {
   folderOf(name);
   const Folder home(m_folder);
   const HomeLock lock(home);
-  {
-    const std::lock_guard guard(m_mutex);
-    m_latest.reset();
-    if (!m_open[name].store.expired())
-      throw Failure(BXRC_OBJECT_IN_USE, name + " is in use by this program");
-    m_open[name].awaitClosed();
-  }
+  letGo(name);
   const std::string inner = encodeFolderName(name);
   if (Runtime::isInUse(folderOf(name))) throw Failure(BXRC_OBJECT_IN_USE, name + " is in use");
   home.removeTree(kGone);
@@ -269,6 +278,85 @@ void Home::remove(const std::string& name) {
 void Home::setSettings(const std::string& name, const ManagerSettings& settings) {
   open(name)->saveSettings(settings);
 }
+
+// ---- Maintenance --------------------------------------------------------------------------------
+
+std::string Home::givenName(const std::string& name) const {
+  const std::string wanted = name.empty() ? markedName() : name;
+  if (wanted.empty()) throw Failure(BXRC_Q_MGR_NAME_ERROR, "no queue manager is the default one");
+  return wanted;
+}
+
+Catalog::Findings Home::check(const std::string& given) {
+  const std::string name = givenName(given);
+  const Folder manager = folderOf(name);
+  letGo(name);
+  Checked checked = checkFiles(manager);
+  if (!checked.managerDamaged && Runtime::isKept(manager, checked.manager.storeId))
+    checkIndex(*open(name), checked);
+  return checked.findings;
+}
+
+Catalog::Repair Home::repair(const std::string& name) {
+  constexpr const char* kRepaired = ".repaired";
+  folderOf(name);
+  const Folder home(m_folder);
+  const HomeLock lock(home);
+  letGo(name);
+  home.removeTree(kRepaired); // what is left of one that somebody died over
+  Folder::make(home, kRepaired);
+  const std::string inner = encodeFolderName(name);
+  Repair repaired =
+      repairStore(name, home.pathOf(inner), home.pathOf(kRepaired), [&] {
+        home.exchange(inner, kRepaired);
+        home.sync();
+      });
+  home.removeTree(kRepaired);
+  if (!repaired.setAside.empty()) repaired.setAside = home.pathOf(inner) + "/" + repaired.setAside;
+  return repaired;
+}
+
+namespace {
+
+/// The folder that a path is in, and its name there.
+std::pair<Folder, std::string> split(const std::string& path) {
+  fs::path whole = fs::absolute(path).lexically_normal();
+  if (!whole.has_filename()) whole = whole.parent_path();
+  return {Folder(whole.parent_path().string()), whole.filename().string()};
+}
+
+} // namespace
+
+std::vector<std::string> Home::backup(const std::string& given, const std::string& target) {
+  const std::string name = givenName(given);
+  const auto session = connect(name); // keeps it from being deleted
+  const auto [parent, made] = split(target);
+  if (parent.has(made)) throw Failure(BXRC_OBJECT_EXISTS, target + " exists already");
+  Folder::make(parent, made);
+  try {
+    const auto damages = backUpStore(*open(name), {parent, made});
+    parent.sync();
+    return damages;
+  } catch (...) {
+    parent.removeTree(made);
+    throw;
+  }
+}
+
+void Home::restore(const std::string& source, const std::string& name) {
+  if (!isName(name))
+    throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
+  const Folder from(source);
+  if (Runtime::isInUse(from)) throw Failure(BXRC_OBJECT_IN_USE, source + " is in use");
+  makeHome();
+  const Folder home(m_folder);
+  const HomeLock lock(home);
+  if (home.has(encodeFolderName(name)))
+    throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
+  build(home, name, [&from](const Folder& made) { copyBackup(from, made); });
+}
+
+// ---- The list -----------------------------------------------------------------------------------
 
 std::vector<Catalog::Entry> Home::list() {
   std::vector<Entry> managers;

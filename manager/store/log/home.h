@@ -4,6 +4,7 @@
 #include "manager/store/log/log_store.h"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,6 +23,10 @@ public:
   void remove(const std::string& name) override;
   void setSettings(const std::string& name, const ManagerSettings& settings) override;
   std::vector<Entry> list() override;
+  Findings check(const std::string& name) override;
+  Repair repair(const std::string& name) override;
+  std::vector<std::string> backup(const std::string& name, const std::string& target) override;
+  void restore(const std::string& source, const std::string& name) override;
 
 private:
   std::string defaultName();
@@ -34,7 +39,13 @@ private:
   static void markDefault(const Folder& home, const std::string& name);
   std::shared_ptr<LogStore> open(const std::string& name);
   void makeHome() const;
-  void build(const Folder& home, const std::string& name);
+  /// Makes a manager with what fill puts into its folder.
+  void build(const Folder& home, const std::string& name,
+             const std::function<void(const Folder& made)>& fill);
+  /// Throws Failure 2042 when this process uses the manager; lets go of what it has open.
+  void letGo(const std::string& name);
+  /// The default manager's where none is given. Throws Failure 2058.
+  std::string givenName(const std::string& name) const;
 
   /// The one object for a folder. Whoever lets go of it last closes it, in whatever thread.
   struct OpenStore {

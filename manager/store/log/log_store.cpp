@@ -1,6 +1,7 @@
 #include "manager/store/log/log_store.h"
 
 #include "bx/bx.h"
+#include "manager/store/crc32c.h"
 #include "manager/store/failure.h"
 #include "manager/store/log/log_session.h"
 #include "manager/store/log/rebuild.h"
@@ -17,12 +18,15 @@ namespace {
 
 constexpr const char* kFirstFormat = "durable.mdb";
 constexpr const char* kTitle = "queue manager";
+constexpr const char* kEnd = "end of file\n";
 
 std::string hexadecimal(std::uint64_t number) {
   char text[16];
   const auto end = std::to_chars(text, text + sizeof text, number, 16).ptr;
   return {text, end};
 }
+
+std::string checksumOf(std::string_view text) { return hexadecimal(crc32c(text)); }
 
 } // namespace
 
@@ -48,7 +52,8 @@ ManagerFile ManagerFile::read(const Folder& folder) {
                                                 said["format"] + ", this program knows format " +
                                                 std::to_string(kFormat));
   if (!titled || !said.contains("format") || end.ptr != id.data() + id.size() ||
-      file.storeId == 0 || !bytes.ends_with("end of file\n"))
+      file.storeId == 0 || !bytes.ends_with(kEnd) ||
+      said["checksum"] != checksumOf(bytes.substr(0, bytes.find("checksum "))))
     throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, folder.pathOf(kName) + " is damaged");
   file.syncFull = said["sync"] == "full";
   file.commandServerStopped = said["command-server"] == "stopped";
@@ -56,10 +61,17 @@ ManagerFile ManagerFile::read(const Folder& folder) {
 }
 
 void ManagerFile::write(const Folder& folder) const {
-  folder.replace(kName, std::string(kTitle) + "\nformat " + std::to_string(kFormat) + "\nstore " +
-                            hexadecimal(storeId) + "\nsync " + (syncFull ? "full" : "batch") +
-                            "\ncommand-server " + (commandServerStopped ? "stopped" : "running") +
-                            "\nend of file\n");
+  const std::string text = std::string(kTitle) + "\nformat " + std::to_string(kFormat) +
+                           "\nstore " + hexadecimal(storeId) + "\nsync " +
+                           (syncFull ? "full" : "batch") + "\ncommand-server " +
+                           (commandServerStopped ? "stopped" : "running") + "\n";
+  folder.replace(kName, text + "checksum " + checksumOf(text) + "\n" + kEnd);
+}
+
+bool ManagerFile::isOfOtherFormat(const std::string& text) {
+  const std::string title = std::string(kTitle) + "\nformat ";
+  return text.starts_with(title) && text.ends_with(kEnd) &&
+         !text.starts_with(title + std::to_string(kFormat) + "\n");
 }
 
 bool ManagerFile::isIn(const Folder& folder) {

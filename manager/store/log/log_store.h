@@ -25,6 +25,8 @@ struct ManagerFile {
   /// Throws Failure 2059: no store, one of another format, damaged.
   static ManagerFile read(const Folder& folder);
   void write(const Folder& folder) const;
+  /// True when the text is whole, and of a format that this program does not know.
+  static bool isOfOtherFormat(const std::string& text);
   /// True when a folder looks like a manager's, of any format.
   static bool isIn(const Folder& folder);
 };

@@ -22,7 +22,7 @@ namespace bxm {
 namespace {
 
 constexpr char kMagic[8] = {'B', 'X', 'M', 'R', 'U', 'N', '\n', 0};
-constexpr std::uint32_t kLayoutVersion = 2;
+constexpr std::uint32_t kLayoutVersion = 3;
 constexpr const char* kFileName = "runtime";
 constexpr std::uint64_t kOpeningByte = 0;
 constexpr std::uint64_t kConnectionBytes = 1; ///< byte 1 + slot
@@ -42,6 +42,13 @@ struct flock lockOf(short type, std::uint64_t byte) {
   lock.l_start = static_cast<off_t>(byte);
   lock.l_len = 1;
   return lock;
+}
+
+/// True when another process holds any connection's byte.
+bool anyConnected(const File& file) {
+  struct flock lock = lockOf(F_WRLCK, kConnectionBytes);
+  lock.l_len = kConnectionSlots;
+  return file && ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 long futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
@@ -74,7 +81,7 @@ Runtime::Runtime(const Folder& folder, std::uint64_t storeId,
                  const std::function<void(Runtime&)>& rebuild)
     : m_folder(folder), m_file(folder.open(kFileName, Folder::Access::kMake)) {
   const OpeningLock lock(*this);
-  if (isCurrent(storeId)) {
+  if (isCurrent(m_file, storeId)) {
     map();
   } else {
     remake(storeId);
@@ -87,10 +94,10 @@ Runtime::~Runtime() {
   if (m_layout) ::munmap(m_layout, sizeof(Layout));
 }
 
-bool Runtime::isCurrent(std::uint64_t storeId) const {
+bool Runtime::isCurrent(const File& file, std::uint64_t storeId) {
   alignas(Header) char bytes[sizeof(Header)];
-  if (m_file.size() != sizeof(Layout)) return false;
-  if (m_file.read(bytes, sizeof bytes, 0) != sizeof bytes) return false;
+  if (file.size() != sizeof(Layout)) return false;
+  if (file.read(bytes, sizeof bytes, 0) != sizeof bytes) return false;
   const auto& header = *reinterpret_cast<const Header*>(bytes);
   const std::string boot = bootId();
   return std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 &&
@@ -214,11 +221,44 @@ void Runtime::releaseConnection(std::uint32_t slot) {
 bool Runtime::isInPlace() const { return m_file.isNamed(); }
 
 bool Runtime::isInUse(const Folder& folder) {
+  return anyConnected(folder.open(kFileName, Folder::Access::kWrite));
+}
+
+bool Runtime::isKept(const Folder& folder, std::uint64_t storeId) {
+  const File file = folder.open(kFileName, Folder::Access::kRead);
+  return file && isCurrent(file, storeId);
+}
+
+/// Who has the file open and connects later finds it replaced.
+bool Runtime::discard(const Folder& folder) {
   const File file = folder.open(kFileName, Folder::Access::kWrite);
-  if (!file) return false;
-  struct flock lock = lockOf(F_WRLCK, kConnectionBytes);
-  lock.l_len = kConnectionSlots;
-  return ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  if (!file) return true;
+  if (anyConnected(file)) return false;
+  constexpr const char* kGone = ".runtime";
+  folder.rename(kFileName, kGone);
+  if (anyConnected(file)) {
+    folder.rename(kGone, kFileName);
+    return false;
+  }
+  folder.remove(kGone);
+  return true;
+}
+
+namespace {
+
+constexpr std::chrono::nanoseconds kPause = std::chrono::seconds(3);
+
+std::int64_t nowSinceBoot() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
+
+} // namespace
+
+void Runtime::pauseReclaim() const {
+  m_layout->header.reclaimPausedUntil = nowSinceBoot() + kPause.count();
+}
+
+bool Runtime::isReclaimPaused() const {
+  const std::int64_t left = m_layout->header.reclaimPausedUntil.load() - nowSinceBoot();
+  return left > 0 && left <= kPause.count();
 }
 
 void Runtime::abandonConnection(std::uint32_t slot) {
@@ -246,11 +286,7 @@ bool Runtime::hasDied(std::uint32_t slot) const {
          !m_mine[slot].load();
 }
 
-bool Runtime::othersConnected() const {
-  struct flock lock = lockOf(F_WRLCK, kConnectionBytes);
-  lock.l_len = kConnectionSlots;
-  return ::fcntl(m_file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
+bool Runtime::othersConnected() const { return anyConnected(m_file); }
 
 // ---- Accesses -----------------------------------------------------------------------------------
 

@@ -195,8 +195,18 @@ public:
   /// False when the file has been removed, or the folder been replaced, under this process.
   bool isInPlace() const;
   /// True when any process holds a connection to the manager in a folder. Not for a folder that
-  /// this process has open itself: closing the file again would release its locks.
+  /// this process has open itself: closing the file again would release its locks. The same holds
+  /// for the next two.
   static bool isInUse(const Folder& folder);
+  /// True when what the folder has of shared memory is of this boot and store.
+  static bool isKept(const Folder& folder, std::uint64_t storeId);
+  /// Takes the shared memory away, so that it is made anew; false when the manager is in use.
+  static bool discard(const Folder& folder);
+
+  /// For a moment nobody makes log files free: somebody copies them. Ends by itself.
+  void pauseReclaim() const;
+  void resumeReclaim() const { m_layout->header.reclaimPausedUntil = 0; }
+  bool isReclaimPaused() const;
 
 private:
   struct Header {
@@ -211,6 +221,7 @@ private:
     std::atomic<std::uint32_t> lastQueueId;
     std::atomic<std::uint32_t> recountWanted;
     std::atomic<std::uint32_t> syncFull, commandServerStopped;
+    std::atomic<std::int64_t> reclaimPausedUntil; ///< ns of the clock since the boot
   };
   struct Layout {
     Header header;
@@ -221,7 +232,7 @@ private:
   };
 
   class OpeningLock;
-  bool isCurrent(std::uint64_t storeId) const;
+  static bool isCurrent(const File& file, std::uint64_t storeId);
   void remake(std::uint64_t storeId);
   void map();
   void seal();

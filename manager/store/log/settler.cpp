@@ -82,6 +82,7 @@ void Unsettled::markGone(const Got& got) const {
 }
 
 void Unsettled::reclaimIfDue() {
+  if (m_store.runtime().isReclaimPaused()) return;
   const bool due = m_reclaimDue.exchange(false) || m_store.runtime().recountWanted().load() != 0;
   if (due) reclaim(m_store, m_writer, m_connection);
 }
