@@ -147,7 +147,11 @@ private:
     return true;
   }
   void checkQueue(const QueueDefinition& queue, const QueueShare& share, bool quiet);
-  bool isRight(const QueueDefinition& queue, int priority, Place place);
+  std::string faultOf(const QueueDefinition& queue, int priority, Place place);
+  void damageOfIndex(const std::string& text) {
+    m_checked.indexDamaged = true;
+    damage(text);
+  }
   void damage(const std::string& text) { m_checked.findings.damages.push_back(text); }
 
   LogStore& m_store;
@@ -156,11 +160,16 @@ private:
   Checked& m_checked;
 };
 
-/// An entry that names a message keeps its file from being used again.
-bool IndexCheck::isRight(const QueueDefinition& queue, int priority, Place place) {
+/// Empty where a message of the queue is. An entry that names one keeps its file from being used
+/// again.
+std::string IndexCheck::faultOf(const QueueDefinition& queue, int priority, Place place) {
+  const FileSlot& file = m_runtime.file(place.file);
+  const bool inside = place.file < m_runtime.fileLimit() && place.offset < file.end.load();
   const auto item = m_reader.read(place);
-  return item && item->header.queue == queue.id && item->header.priority == priority &&
-         place.file < m_runtime.fileLimit() && place.offset < m_runtime.file(place.file).end.load();
+  if (item && inside && item->header.queue == queue.id && item->header.priority == priority)
+    return {};
+  if (item || !inside) m_checked.indexDamaged = true;
+  return item || !inside ? "there is none" : "it cannot be read";
 }
 
 void IndexCheck::checkQueue(const QueueDefinition& queue, const QueueShare& share, bool quiet) {
@@ -172,20 +181,23 @@ void IndexCheck::checkQueue(const QueueDefinition& queue, const QueueShare& shar
     if (state != Entry::kAvailable && state != Entry::kTaken) return;
     ++count;
     const Place place = Entry::placeOf(word);
-    if (isRight(queue, priority, place) || entry.load() != word) return;
-    damage(m_store.folder().pathOf(QueueIndex::fileName(queue.id, priority)) + ", message " +
-           std::to_string(sequence) + " of queue " + queue.name + ": there is none in " +
-           LogFiles::fileName(place.file) + " at byte " + std::to_string(place.offset));
+    const bool before = m_checked.indexDamaged;
+    const std::string fault = faultOf(queue, priority, place);
+    if (entry.load() != word) m_checked.indexDamaged = before;
+    else if (!fault.empty())
+      damage(m_store.folder().pathOf(LogFiles::fileName(place.file)) + ", byte " +
+             std::to_string(place.offset) + ": message " + std::to_string(sequence) +
+             " of queue " + queue.name + ", " + fault);
   });
   if (!quiet || !isQuiet()) return;
   const std::uint64_t depth = QueueTable::depthOf(m_runtime, queue.slot, queue.id);
   const auto logged = m_checked.messages.find(queue.id);
   const std::uint64_t there = logged == m_checked.messages.end() ? 0 : logged->second;
   if (count != depth)
-    damage("queue " + queue.name + " has depth " + std::to_string(depth) + ", its index " +
+    damageOfIndex("queue " + queue.name + " has depth " + std::to_string(depth) + ", its index " +
            std::to_string(count) + " messages");
   if (count < there)
-    damage("queue " + queue.name + " has " + std::to_string(there) +
+    damageOfIndex("queue " + queue.name + " has " + std::to_string(there) +
            " messages in the logs, its index " + std::to_string(count));
 }
 

@@ -15,6 +15,7 @@ struct Checked {
   Catalog::Findings findings;
   ManagerFile manager;         ///< what is left of it
   bool managerDamaged = false; ///< its store id is the log files'
+  bool indexDamaged = false;
   std::map<std::uint32_t, QueueDefinition> queues; ///< by id, those that are readable
   std::map<std::uint32_t, std::uint64_t> messages; ///< whole ones that are there, by queue id
 };

@@ -46,6 +46,7 @@ public:
 
 private:
   void settleDead();
+  void mendHeader(std::uint32_t number, const FileSlot& slot);
   void mendDefinitions();
   void mendQueueFile(std::uint32_t id);
   void recreateQueue(std::uint32_t id);
@@ -103,13 +104,30 @@ void StoreRepair::settleDead() {
   if (m_checked.managerDamaged || !Runtime::isKept(m_broken, m_checked.manager.storeId)) return;
   try {
     const auto store = std::make_shared<LogStore>(m_name, Folder(m_broken.path()));
-    Checked index = m_checked;
-    checkIndex(*store, index);
-    if (index.findings.damages.size() == m_checked.findings.damages.size()) store->connect();
-    else change("the index is damaged: what was got at last may be there again");
+    checkIndex(*store, m_checked);
+    if (m_checked.indexDamaged)
+      return change("the index is damaged: what was got at last may be there again");
+    store->connect();
+    for (std::uint32_t number = 0; number < store->runtime().fileLimit(); ++number)
+      mendHeader(number, store->runtime().file(number));
   } catch (const Failure& failure) {
     change(failure.what());
   }
+}
+
+/// The memory knows what a file is for whose first page is lost.
+void StoreRepair::mendHeader(std::uint32_t number, const FileSlot& slot) {
+  const std::uint64_t storeId = m_checked.manager.storeId;
+  const Generation generation = slot.generation.load();
+  const File file = m_broken.open(LogFiles::fileName(number), Folder::Access::kWrite);
+  if (!file || generation == 0 || LogScan(file, number, storeId).generation() != 0) return;
+  const std::string header = encodeFileHeader(number, storeId, generation);
+  const std::string seal = encodeSeal(generation, slot.end.load());
+  int error = file.write(header.data(), header.size(), 0);
+  if (!error) error = file.write(seal.data(), seal.size(), kSealAt);
+  if (!error) error = file.sync();
+  if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_broken.pathOf("log files"));
+  change(m_broken.pathOf(LogFiles::fileName(number)) + " has a header again");
 }
 
 // ---- Definitions --------------------------------------------------------------------------------
