@@ -110,13 +110,16 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"manager", "create", createManager}, {"manager", "list", listManagers},
-    {"manager", "delete", deleteManager}, {"manager", "alter", alterManager},
+    {"manager", "create", createManager},
+    {"manager", "list", listManagers},
+    {"manager", "delete", deleteManager},
+    {"manager", "alter", alterManager},
     {"manager", "check", bxm::admin::checkManager},
     {"manager", "repair", bxm::admin::repairManager},
     {"manager", "backup", bxm::admin::backUpManager},
     {"manager", "restore", bxm::admin::restoreManager},
-    {"queue", "create", createQueue},     {"queue", "list", listQueues},
+    {"queue", "create", createQueue},
+    {"queue", "list", listQueues},
     {"queue", "delete", deleteQueue},
 };
 

@@ -33,8 +33,7 @@ int repairManager(Arguments& arguments) {
   printLines(repaired.changes);
   if (!repaired.setAside.empty())
     std::printf("%llu damaged pieces set aside in %s.\n",
-                static_cast<unsigned long long>(repaired.setAsideCount),
-                repaired.setAside.c_str());
+                static_cast<unsigned long long>(repaired.setAsideCount), repaired.setAside.c_str());
   std::printf("Queue manager %s repaired: %llu messages.\n", name.c_str(),
               static_cast<unsigned long long>(repaired.messages));
   return 0;

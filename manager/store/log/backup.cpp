@@ -19,16 +19,17 @@ namespace {
 constexpr int kMostPasses = 100;
 constexpr std::chrono::milliseconds kSettled{500};
 
-/// Files are only appended to, and made free once nothing in them is needed. So a copy of all of them
-/// is right as long as none was made free while it was made:
+/// Files are only appended to, and made free once nothing in them is needed. So a copy of all of
+/// them is right as long as none was made free while it was made:
 ///
 /// - A message is in the copy of its file; if it has been moved meanwhile, perhaps in two, and the
 ///   later says so. A take that the copy lacks was committed since the beginning, and with it all
 ///   that was put in the same unit.
-/// - A unit of several pieces is there as a whole or does not count: its last piece is only taken if
-///   it was there when the ends of all files were first read, and the other pieces, which are on the
-///   disk before it, up to where the ends were when they were read again. Seals make pieces count
-///   that are below, so those are read before the ends.
+/// - A unit of several pieces is there as a whole or does not count: its last piece is only taken
+/// if
+///   it was there when the ends of all files were first read, and the other pieces, which are on
+///   the disk before it, up to where the ends were when they were read again. Seals make pieces
+///   count that are below, so those are read before the ends.
 /// - What was got and is not in any log yet stands in the index. Who lives logs it within a moment,
 ///   for which the beginning waits; what then is left gets a log file of its own in the copy.
 ///
@@ -140,7 +141,8 @@ void Backup::addPages(Sources& sources, bool sealed) const {
     file.read(source.page.data(), kDataStart, 0);
     if (const auto header = decodeFileHeader(source.page, number, m_store.files().storeId()))
       source.generation = header->generation;
-    if (!sealed && source.generation != 0) source.page.replace(kSealAt, sizeof(Seal), sizeof(Seal), '\0');
+    if (!sealed && source.generation != 0)
+      source.page.replace(kSealAt, sizeof(Seal), sizeof(Seal), '\0');
     sources[number] = std::move(source);
   }
 }

@@ -27,9 +27,8 @@ std::uint64_t storeIdInLogs(const Folder& folder) {
   for (const std::string& name : folder.list())
     if (LogFiles::numberIn(name) >= 0)
       if (const std::uint64_t id = storeIdIn(folder, name)) ++votes[id];
-  const auto most = std::max_element(votes.begin(), votes.end(), [](const auto& a, const auto& b) {
-    return a.second < b.second;
-  });
+  const auto most = std::max_element(
+      votes.begin(), votes.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
   return most == votes.end() ? 0 : most->first;
 }
 
@@ -183,11 +182,12 @@ void IndexCheck::checkQueue(const QueueDefinition& queue, const QueueShare& shar
     const Place place = Entry::placeOf(word);
     const bool before = m_checked.indexDamaged;
     const std::string fault = faultOf(queue, priority, place);
-    if (entry.load() != word) m_checked.indexDamaged = before;
+    if (entry.load() != word)
+      m_checked.indexDamaged = before;
     else if (!fault.empty())
       damage(m_store.folder().pathOf(LogFiles::fileName(place.file)) + ", byte " +
-             std::to_string(place.offset) + ": message " + std::to_string(sequence) +
-             " of queue " + queue.name + ", " + fault);
+             std::to_string(place.offset) + ": message " + std::to_string(sequence) + " of queue " +
+             queue.name + ", " + fault);
   });
   if (!quiet || !isQuiet()) return;
   const std::uint64_t depth = QueueTable::depthOf(m_runtime, queue.slot, queue.id);
@@ -195,10 +195,10 @@ void IndexCheck::checkQueue(const QueueDefinition& queue, const QueueShare& shar
   const std::uint64_t there = logged == m_checked.messages.end() ? 0 : logged->second;
   if (count != depth)
     damageOfIndex("queue " + queue.name + " has depth " + std::to_string(depth) + ", its index " +
-           std::to_string(count) + " messages");
+                  std::to_string(count) + " messages");
   if (count < there)
     damageOfIndex("queue " + queue.name + " has " + std::to_string(there) +
-           " messages in the logs, its index " + std::to_string(count));
+                  " messages in the logs, its index " + std::to_string(count));
 }
 
 } // namespace

@@ -20,8 +20,8 @@ struct Checked {
   std::map<std::uint32_t, std::uint64_t> messages; ///< whole ones that are there, by queue id
 };
 
-/// Looks at a manager's files, which others may be changing. Throws Failure 2059 when it is no store
-/// of this format.
+/// Looks at a manager's files, which others may be changing. Throws Failure 2059 when it is no
+/// store of this format.
 Checked checkFiles(const Folder& folder);
 
 /// Compares the index with the logs. Adds what it finds.

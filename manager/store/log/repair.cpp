@@ -23,9 +23,7 @@ namespace {
 
 constexpr std::size_t kMostTogether = 1 << 20; ///< bytes
 
-Failure inUse(const std::string& name) {
-  return Failure(BXRC_OBJECT_IN_USE, name + " is in use");
-}
+Failure inUse(const std::string& name) { return Failure(BXRC_OBJECT_IN_USE, name + " is in use"); }
 
 /// What a person wants to see of a message.
 std::string_view textOf(const ItemHeader& item, std::string_view payload) {
@@ -108,6 +106,8 @@ void StoreRepair::settleDead() {
     if (m_checked.indexDamaged)
       return change("the index is damaged: what was got at last may be there again");
     store->connect();
+    for (const QueueDefinition& queue : store->queues().list())
+      m_checked.queues.emplace(queue.id, queue);
     for (std::uint32_t number = 0; number < store->runtime().fileLimit(); ++number)
       mendHeader(number, store->runtime().file(number));
   } catch (const Failure& failure) {

@@ -1,5 +1,7 @@
-#include "manager/store/lmdb/durable.h"
 #include "tests/manager/admin/programs.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace {
 
@@ -8,7 +10,7 @@ using testing::HasSubstr;
 /// Everything that opens the manager M or its home.
 class BadHome : public Programs {
 protected:
-  std::string store() const { return home + "/M/durable.mdb"; }
+  std::string store() const { return home + "/M/manager"; }
 
   void expectEveryProgramToFail(const std::string& text) const {
     EXPECT_THAT(bxadm({"queue", "create", "Q", "-m", "M"}), FailsWithOneLine(text));
@@ -41,7 +43,7 @@ TEST_F(BadHome, ThatIsNotOurs) {
   for (const std::string words :
        {"bxadm manager create N", "bxadm manager delete M", "bxadm queue list", "strbxcsv M"})
     EXPECT_THAT(stranger(words), FailsWithOneLine("Permission denied")) << words;
-  EXPECT_THAT(stranger("ferry -s Q").err, HasSubstr(home + "/M: Permission denied\n"));
+  EXPECT_THAT(stranger("ferry -s Q").err, HasSubstr(home + ": Permission denied\n"));
   EXPECT_EQ(done({"manager", "list"}), "M (default)\n");
 }
 
@@ -51,8 +53,8 @@ TEST_F(BadHome, WithAStoreThatIsEmptyGoneOrGarbage) {
   const std::string whole = support::readFile(store());
   for (const std::string& content :
        {std::string(), std::string("short"), std::string(1 << 20, '\0'),
-        std::string(1 << 20, '\xFF'), whole.substr(0, 4096), whole.substr(0, whole.size() - 4096),
-        std::string(whole).replace(0, 8192, 8192, '?')}) {
+        std::string(1 << 20, '\xFF'), whole.substr(0, 40), whole.substr(0, whole.size() - 1),
+        std::string(whole).replace(whole.find("store "), 7, "store 0")}) {
     support::writeFile(store(), content);
     expectEveryProgramToFail("M");
     EXPECT_EQ(support::readFile(store()), content) << "what is damaged is not touched";
@@ -65,15 +67,39 @@ TEST_F(BadHome, WithAStoreThatIsEmptyGoneOrGarbage) {
   EXPECT_EQ(done({"manager", "delete", "M"}), "Queue manager M deleted.\n");
 }
 
-TEST_F(BadHome, WithAStoreOfANewerFormat) {
+TEST_F(BadHome, WithAStoreOfAnotherFormat) {
   done({"manager", "create", "M"});
-  {
-    const bxm::Durable durable(home + "/M", bxm::Durable::Open::kExisting);
-    bxm::WriteTransaction txn(durable);
-    bxm::writeSetting(txn.get(), durable, bxm::kSettingFormat, std::string("\x63\0\0\0", 4));
-    txn.commit();
-  }
+  const std::string whole = support::readFile(store());
+  support::writeFile(store(), std::string(whole).replace(whole.find("format 2"), 8, "format 99"));
   expectEveryProgramToFail("format 99");
+  EXPECT_THAT(bxadm({"manager", "repair", "M"}), FailsWithOneLine("format 99"));
+  std::filesystem::rename(store(), home + "/M/durable.mdb");
+  expectEveryProgramToFail("format 1");
+  EXPECT_EQ(done({"manager", "list"}), "M\n");
+}
+
+/// What would have a program wait for ever is not even opened.
+TEST_F(BadHome, WithSomethingElseInThePlaceOfAFile) {
+  done({"manager", "create", "M", "--default"});
+  done({"queue", "create", "Q"});
+  ASSERT_EQ(run("ferry", {"-f", "Q"}).status, 0);
+  const auto pipe = [](const char* path) { return ::mkfifo(path, 0600); };
+  const auto folder = [](const char* path) { return ::mkdir(path, 0700); };
+  const auto device = [](const char* path) { return ::mknod(path, S_IFCHR | 0600, makedev(1, 5)); };
+  for (const std::string file : {"default", "M/manager", "M/log-0", "M/queue-1", "M/runtime"})
+    for (int (*make)(const char*) : {+pipe, +folder, +device}) {
+      const std::string path = home + "/" + file;
+      if (file != "M/runtime") std::filesystem::remove(home + "/M/runtime");
+      std::filesystem::rename(path, path + ".away");
+      if (make(path.c_str()) == 0) {
+        EXPECT_THAT(bxadm({"queue", "list"}), FailsWithOneLine(path));
+        EXPECT_THAT(bxadm({"manager", "check", file == "default" ? "" : "M"}),
+                    FailsWithOneLine(path));
+        std::filesystem::remove(path);
+      }
+      std::filesystem::rename(path + ".away", path);
+    }
+  EXPECT_THAT(done({"queue", "list"}), HasSubstr("Q depth 0"));
 }
 
 } // namespace

@@ -62,9 +62,7 @@ public:
       std::fill(page.begin() + static_cast<long>(from), page.end(), '\0');
       return "zeros from " + std::to_string(from) + where;
     }
-    default:
-      m_size = chosen->first + below(page.size());
-      return "the end cut off" + where;
+    default: m_size = chosen->first + below(page.size()); return "the end cut off" + where;
     }
   }
 
@@ -82,8 +80,8 @@ class Damage : public ::testing::TestWithParam<Kind> {
 protected:
   Damage() {
     Peer founder(m_home.path().string()), reader(m_home.path().string());
-    for (const char* words : {"connect", "create Q", "sputn Q a 200 @300", "commit",
-                              "sputn Q big 5 @20000", "commit"})
+    for (const char* words :
+         {"connect", "create Q", "sputn Q a 200 @300", "commit", "sputn Q big 5 @20000", "commit"})
       founder.words(words);
     for (int i = 0; i < 200; ++i) m_there.push_back("a" + std::to_string(i) + "@300");
     for (int i = 0; i < 5; ++i) m_there.push_back("big" + std::to_string(i) + "@20000");
@@ -126,14 +124,17 @@ protected:
       ask("depth Q");
       for (int i = 0; i < 600 && !seen.died; ++i) {
         const auto words = split(ask("get Q"));
-        if (words.size() > 2) seen.names.push_back(words[2]);
-        else if (words.size() != 2 || words[1] != "2101") break;
+        if (words.size() > 2)
+          seen.names.push_back(words[2]);
+        else if (words.size() != 2 || words[1] != "2101")
+          break;
       }
       ask("put Q new");
       ask("get Q");
       ask("disconnect");
     }
-    seen.told = seen.told || (fs::exists(m_home / "errors") && fs::file_size(m_home / "errors") > 0);
+    seen.told =
+        seen.told || (fs::exists(m_home / "errors") && fs::file_size(m_home / "errors") > 0);
     return seen;
   }
 
@@ -163,10 +164,14 @@ TEST_P(Damage, IsToldAndHarmsNobody) {
     ASSERT_NO_THROW(seen = use()) << what;
     slowest = std::max(slowest, seen.slowest);
     EXPECT_FALSE(seen.died) << what;
-    for (const std::string& name : seen.names) EXPECT_TRUE(m_put.contains(name)) << name << ", " << what;
-    if (seen.names == m_there) ++whole;
-    else if (seen.told) ++told;
-    else ++silent;
+    for (const std::string& name : seen.names)
+      EXPECT_TRUE(m_put.contains(name)) << name << ", " << what;
+    if (seen.names == m_there)
+      ++whole;
+    else if (seen.told)
+      ++told;
+    else
+      ++silent;
     const bool mayBeSilent = !GetParam().durable && !boot;
     EXPECT_TRUE(seen.names == m_there || seen.told || mayBeSilent) << what;
   }
