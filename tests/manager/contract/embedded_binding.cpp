@@ -19,7 +19,7 @@ public:
     run({support::binDir() + (runs ? "/strbxcsv" : "/endbxcsv")});
   }
   void breakManager(const std::string& name) override {
-    support::writeFile(m_folder / (name + "/durable.mdb"), std::string(100'000, '?'));
+    support::writeFile(m_folder / (name + "/manager"), std::string(100, '?'));
   }
 
 private:

@@ -38,23 +38,51 @@ void Disk::tear(std::string& bytes, const Write& write, std::mt19937& random) {
   }
 }
 
+void Disk::preset(const std::string& name, const std::string& bytes) {
+  m_latest[name] = m_files.size();
+  m_names[name] = {m_files.size()};
+  m_files.push_back({bytes, {}});
+}
+
 void Disk::apply(const Event& event) {
-  if (event.header.type == kMark) return;
-  File& file = m_files[event.header.file];
-  if (event.header.type == kWrite) file.waiting.push_back({event.header.offset, event.data});
-  if (event.header.type == kSyncWrite) put(file.flushed, {event.header.offset, event.data});
-  if (event.header.type != kSync) return;
-  for (const Write& write : file.waiting) put(file.flushed, write);
-  file.waiting.clear();
+  const std::string name = event.header.file;
+  switch (event.header.type) {
+  case kMake:
+    m_latest[name] = m_files.size();
+    m_names.try_emplace(name, 1, kNone);
+    m_files.emplace_back();
+    break;
+  case kName: m_names.at(name).push_back(m_latest.at(name)); break;
+  case kRemove: m_names.at(name).push_back(kNone); break;
+  case kWrite:
+    m_files[m_latest.at(name)].waiting.push_back({event.header.offset, event.data});
+    break;
+  case kSync:
+    if (name.empty()) {
+      for (auto& [each, files] : m_names) files = {files.back()};
+    } else {
+      File& file = m_files[m_latest.at(name)];
+      for (const Write& write : file.waiting) put(file.flushed, write);
+      file.waiting.clear();
+    }
+    break;
+  default: break;
+  }
 }
 
 std::map<std::string, std::string> Disk::afterCut(Unflushed how, const Event* inFlight,
                                                   std::mt19937& random) const {
   std::map<std::string, std::string> found;
-  for (const auto& [name, file] : m_files) {
-    std::string& bytes = found[name] = file.flushed;
-    std::vector<Write> waiting = file.waiting;
-    if (inFlight && name == inFlight->header.file && !inFlight->data.empty())
+  for (const auto& [name, files] : m_names) {
+    const std::size_t last = files.size() - 1;
+    const std::size_t file = files[how == Unflushed::kKept      ? last
+                                   : how == Unflushed::kDropped ? 0
+                                                                : random() % files.size()];
+    if (file == kNone) continue;
+    std::string& bytes = found[name] = m_files[file].flushed;
+    std::vector<Write> waiting = m_files[file].waiting;
+    if (inFlight && inFlight->header.type == kWrite && name == inFlight->header.file &&
+        file == m_latest.at(name))
       waiting.push_back({inFlight->header.offset, inFlight->data});
     for (const Write& write : waiting) {
       const auto dice = random() % 3;

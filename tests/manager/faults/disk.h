@@ -2,6 +2,7 @@
 
 #include "tests/manager/faults/recording.h"
 
+#include <cstdint>
 #include <map>
 #include <random>
 #include <string>
@@ -17,12 +18,13 @@ struct Event {
 /// The events of a recording, in their order.
 std::vector<Event> readRecording(const std::string& path);
 
-/// A disk that loses power. Writes that were not flushed may have reached it or not, whole or in
-/// part; a hole that is left reads as zeros. Flushed ones are there.
+/// A folder on a disk that loses power. Writes that were not flushed may have reached it or not,
+/// whole or in part; a hole that is left reads as zeros. Flushed ones are there. A name that was
+/// given or taken since the folder was flushed may still be what it was.
 class Disk {
 public:
   /// The files as they were flushed before the recording began.
-  void preset(const std::string& file, const std::string& bytes) { m_files[file].flushed = bytes; }
+  void preset(const std::string& name, const std::string& bytes);
   void apply(const Event& event);
 
   enum class Unflushed { kKept, kDropped, kTorn };
@@ -42,7 +44,11 @@ private:
   static void put(std::string& bytes, const Write& write);
   static void tear(std::string& bytes, const Write& write, std::mt19937& random);
 
-  std::map<std::string, File> m_files;
+  static constexpr std::size_t kNone = SIZE_MAX;
+  std::vector<File> m_files;
+  std::map<std::string, std::size_t> m_latest; ///< of what was to have a name
+  /// What had a name since the folder was flushed, in that order.
+  std::map<std::string, std::vector<std::size_t>> m_names;
 };
 
 } // namespace faults

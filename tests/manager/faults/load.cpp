@@ -160,7 +160,7 @@ public:
   int run() {
     if (!m_connection.connect().good()) return 1;
     for (int unit = 0; unit < m_units; ++unit) {
-      const int dice = m_dice.roll(10);
+      const int dice = m_dice.roll(12);
       if (unit == m_units / 2)
         bulk();
       else if (dice < 5)
@@ -169,8 +169,10 @@ public:
         inUnit(1 + m_dice.roll(4), 0);
       else if (dice < 9)
         inUnit(1 + m_dice.roll(2), 1 + m_dice.roll(3));
+      else if (dice < 11)
+        direct(1 + m_dice.roll(15));
       else
-        direct(1 + m_dice.roll(5));
+        large();
       if (m_dice.roll(8) == 0) std::this_thread::sleep_for(milliseconds(m_dice.roll(200)));
     }
     return 0; // the process ends without a disconnect
@@ -178,25 +180,32 @@ public:
 
 private:
   /// Marks: "try gets puts" before the commit, "did" when it has returned.
-  void inUnit(int gets, int puts) {
+  void inUnit(int gets, int puts, int size = 0) {
     std::string got, put;
     for (int i = 0; i < gets; ++i)
-      if (std::string name; m_connection.get("Q", true, 0, name).good()) got += " -" + name;
+      if (const std::string name = get(true); !name.empty()) got += " -" + name;
     for (int i = 0; i < puts; ++i) {
-      const std::string name = newName();
-      m_connection.put("Q", name, {true, 0, BXEI_UNLIMITED});
+      const bool kept = m_dice.roll(30) == 0;
+      const std::string name = newName(kept ? "x" : "m", size);
+      m_connection.put("Q", name, {true, kept ? 0 : 1, BXEI_UNLIMITED});
       put += " +" + name;
     }
     mark("try" + got + put);
     if (m_connection.commit().good()) mark("did");
+    m_there += puts;
   }
 
   void direct(int gets) {
     for (int i = 0; i < gets; ++i) {
-      std::string name;
       mark("try");
-      if (m_connection.get("Q", false, 0, name).good()) mark("did -" + name);
+      if (const std::string name = get(false); !name.empty()) mark("did -" + name);
     }
+  }
+
+  std::string get(bool syncpoint) {
+    std::string name;
+    if (m_connection.get("Q", syncpoint, 0, name).good()) --m_there;
+    return name;
   }
 
   /// More gets in a row than may wait for their deletion.
@@ -205,16 +214,24 @@ private:
     direct(2500);
   }
 
-  std::string newName() {
-    std::string name = "m" + std::to_string(++m_count);
-    if (m_dice.roll(8) == 0) name += "@" + std::to_string(100 + m_dice.roll(12000));
-    return name;
+  /// Fills files of the log and empties them, but for a few old messages.
+  void large() {
+    inUnit(0, 10 + m_dice.roll(20), 300'000);
+    for (const int left = m_dice.roll(12); m_there > left;)
+      m_dice.roll(2) ? inUnit(1 + m_dice.roll(8), 0) : direct(1 + m_dice.roll(20));
+    std::this_thread::sleep_for(milliseconds(100 + m_dice.roll(200)));
+  }
+
+  std::string newName(const std::string& stem, int size) {
+    const std::string name = stem + std::to_string(++m_count);
+    if (size == 0 && m_dice.roll(8) == 0) size = 100 + m_dice.roll(12000);
+    return size == 0 ? name : name + "@" + std::to_string(size);
   }
 
   Dice m_dice;
   int m_units;
   Connection m_connection;
-  int m_count = 0;
+  int m_count = 0, m_there = 0;
 };
 
 } // namespace

@@ -28,7 +28,7 @@ protected:
           {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
       ASSERT_EQ(alter.environment("BXM_HOME", home()).run().status, 0);
     }
-    m_disk.preset("durable.mdb", support::readFile(home() + "/DEFAULT/durable.mdb"));
+    for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
     const pid_t load = startClient({"power", std::to_string(m_seed), "120"},
                                    {{"BXM_HOME", home()},
@@ -41,22 +41,34 @@ protected:
     m_events = readRecording(m_folder / "recording");
   }
 
-  /// Opens what a cut left as a machine that has booted does.
+  /// Opens what a cut left as a machine that has booted does, twice.
   std::vector<std::string> found(const std::map<std::string, std::string>& files) {
     const fs::path folder = m_folder / "cut/DEFAULT";
     fs::remove_all(folder);
     fs::create_directories(folder);
     support::writeFile(m_folder / "cut/default", "DEFAULT\n");
     for (const auto& [name, bytes] : files) support::writeFile(folder / name, bytes);
-    Peer booted(m_folder / "cut");
-    booted.words("connect");
-    auto names = booted.words("browse Q");
-    EXPECT_EQ(booted.words("depth Q").at(0), std::to_string(names.size()));
-    booted.words("put Q another");
-    if (!names.empty()) {
-      EXPECT_EQ(booted.words("get Q").at(0), names.front());
+    auto names = browsed();
+    auto rest = names;
+    rest.push_back("zother");
+    {
+      Peer booted(m_folder / "cut");
+      booted.words("connect");
+      booted.words("put Q zother");
+      EXPECT_EQ(booted.words("get Q").at(0), rest.front());
+      booted.words("disconnect");
     }
-    booted.words("disconnect");
+    rest.erase(rest.begin());
+    fs::remove(folder / "runtime");
+    EXPECT_EQ(browsed(), rest) << "after another boot";
+    return names;
+  }
+
+  std::vector<std::string> browsed() const {
+    Peer peer(m_folder / "cut");
+    peer.words("connect");
+    auto names = peer.words("browse Q");
+    EXPECT_EQ(peer.words("depth Q").at(0), std::to_string(names.size()));
     return names;
   }
 
@@ -89,11 +101,19 @@ protected:
               << promises.mostBack() << " messages came back\n";
   }
 
-  /// The recording is worth what it misses nothing: all its writes together are the file.
+  /// The recording is worth what it misses nothing: all its writes together are the files.
   void expectCompleteRecording() {
     std::mt19937 random;
-    EXPECT_TRUE(m_disk.afterCut(Disk::Unflushed::kKept, nullptr, random).at("durable.mdb") ==
-                support::readFile(home() + "/DEFAULT/durable.mdb"));
+    EXPECT_TRUE(m_disk.afterCut(Disk::Unflushed::kKept, nullptr, random) == durableFiles());
+  }
+
+  std::map<std::string, std::string> durableFiles() const {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::directory_iterator(home() + "/DEFAULT"))
+      if (const std::string name = entry.path().filename();
+          name != "runtime" && !name.starts_with("index-"))
+        files[name] = support::readFile(entry.path());
+    return files;
   }
 
   std::string home() const { return m_home.path().string(); }

@@ -1,7 +1,7 @@
-// Loaded before the C library: records what a process writes to a manager's durable files, lets a
-// write or flush of them fail, ends the process at one, and turns the clock.
+// Loaded before the C library: records what a process does to a manager's durable files, lets such
+// a call fail, ends the process at one, and turns the clock.
 //
-//   FAULTS_RECORD=file      append every write, flush and mark to file (see recording.h)
+//   FAULTS_RECORD=file      append every call and mark to file (see recording.h)
 //   FAULTS_DIE=n:after      end at the n-th storage call when it is done ...
 //   FAULTS_DIE=n:half       ... or when half of it is written
 //   FAULTS_FAIL=n:errno     the n-th storage call fails; n+ all from the n-th on
@@ -23,7 +23,6 @@
 #include <mutex>
 #include <string>
 #include <sys/mman.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 using faults::EventHeader;
@@ -37,8 +36,8 @@ Function* next(const char* name) {
 
 constexpr int kMostFiles = 4096;
 struct Watched {
-  char name[56] = "";
-  bool dsync = false;
+  bool is = false;
+  char name[55] = ""; ///< empty for a folder
 };
 Watched g_watched[kMostFiles];
 std::mutex g_mutex;
@@ -54,7 +53,7 @@ int logFile() {
   return file;
 }
 
-void record(char type, const char* name, std::uint64_t offset, const std::string& data) {
+void record(char type, const std::string& name, std::uint64_t offset, const std::string& data) {
   if (logFile() < 0) return;
   EventHeader header{};
   header.type = type;
@@ -63,7 +62,7 @@ void record(char type, const char* name, std::uint64_t offset, const std::string
   header.micros = std::chrono::duration_cast<std::chrono::microseconds>(
                       std::chrono::steady_clock::now().time_since_epoch())
                       .count();
-  std::strncpy(header.file, name, sizeof header.file - 1);
+  name.copy(header.file, sizeof header.file - 1);
   std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
   bytes += data;
   [[maybe_unused]] const ssize_t n =
@@ -95,8 +94,31 @@ Fate fateOfCall() {
   return Fate::kFail;
 }
 
-bool isWatched(int file) {
-  return file >= 0 && file < kMostFiles && g_watched[file].name[0] != '\0';
+bool isWatched(int file) { return file >= 0 && file < kMostFiles && g_watched[file].is; }
+
+/// What has a name in the end: some files are made under another one.
+std::string durableName(const std::string& path) {
+  std::string name = path.substr(path.rfind('/') + 1);
+  if (name.starts_with(".new-")) name = name.substr(5);
+  if (name.starts_with(".manager-")) name = "manager";
+  const bool durable = name == "manager" || name.starts_with("log-") || name.starts_with("queue-");
+  return durable ? name : "";
+}
+bool isFinal(const std::string& path) {
+  return path.substr(path.rfind('/') + 1) == durableName(path);
+}
+
+/// A call that is a storage call if it concerns anything durable.
+template <typename Call, typename Record>
+int storageCall(bool concerned, Call call, Record record) {
+  if (!concerned) return call();
+  const std::lock_guard guard(g_mutex);
+  const Fate fate = fateOfCall();
+  if (fate == Fate::kFail) return -1;
+  const int result = call();
+  if (result >= 0) record(result);
+  if (fate != Fate::kNone) ::kill(::getpid(), SIGKILL);
+  return result;
 }
 
 ssize_t storageWrite(int file, const std::string& data, off_t offset) {
@@ -107,30 +129,29 @@ ssize_t storageWrite(int file, const std::string& data, off_t offset) {
   const std::size_t size = fate == Fate::kDieHalfway ? data.size() / 2 / 512 * 512 : data.size();
   const ssize_t n = write(file, data.data(), size, offset);
   if (n > 0)
-    record(g_watched[file].dsync ? faults::kSyncWrite : faults::kWrite, g_watched[file].name,
-           static_cast<std::uint64_t>(offset), data.substr(0, static_cast<std::size_t>(n)));
+    record(faults::kWrite, g_watched[file].name, static_cast<std::uint64_t>(offset),
+           data.substr(0, static_cast<std::size_t>(n)));
   if (fate != Fate::kNone) ::kill(::getpid(), SIGKILL);
   return n;
 }
 
-int storageSync(int file, const char* call) {
-  const std::lock_guard guard(g_mutex);
-  const Fate fate = fateOfCall();
-  if (fate == Fate::kFail) return -1;
-  const int result = next<int(int)>(call)(file);
-  record(faults::kSync, g_watched[file].name, 0, "");
-  if (fate != Fate::kNone) ::kill(::getpid(), SIGKILL);
-  return result;
+int sync(int file, const char* call) {
+  return storageCall(
+      isWatched(file), [=] { return next<int(int)>(call)(file); },
+      [=](int) { record(faults::kSync, g_watched[file].name, 0, ""); });
 }
 
-void watch(int file, const char* path, int flags) {
-  if (file < 0 || file >= kMostFiles) return;
-  const char* slash = std::strrchr(path, '/');
-  const std::string name = slash ? slash + 1 : path;
-  g_watched[file] = {};
-  if (name != "durable.mdb" && !name.starts_with("journal-")) return;
+template <typename Open>
+int watchedOpen(const char* path, int flags, Open open) {
+  const std::string name = durableName(path);
+  const int file = storageCall(!name.empty() && (flags & O_EXCL) != 0, open, [&](int) {
+    record(faults::kMake, name, 0, "");
+    if (isFinal(path)) record(faults::kName, name, 0, "");
+  });
+  if (file < 0 || file >= kMostFiles) return file;
+  g_watched[file] = {!name.empty() || (flags & O_DIRECTORY) != 0, ""};
   name.copy(g_watched[file].name, sizeof g_watched[file].name - 1);
-  g_watched[file].dsync = (flags & O_DSYNC) == O_DSYNC;
+  return file;
 }
 
 std::int64_t clockShift() {
@@ -154,19 +175,59 @@ __attribute__((visibility("default"))) void faultsMark(const char* text) {
 
 #define VISIBLE __attribute__((visibility("default")))
 
+#define MODE_OF(flags)                                                                             \
+  va_list more;                                                                                    \
+  va_start(more, flags);                                                                           \
+  const mode_t mode = ((flags) & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;                \
+  va_end(more)
+
 VISIBLE int open(const char* path, int flags, ...) {
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;
-  va_end(more);
-  const int file = next<int(const char*, int, ...)>("open")(path, flags, mode);
-  watch(file, path, flags);
-  return file;
+  MODE_OF(flags);
+  return watchedOpen(path, flags,
+                     [=] { return next<int(const char*, int, ...)>("open")(path, flags, mode); });
+}
+
+VISIBLE int openat(int folder, const char* path, int flags, ...) {
+  MODE_OF(flags);
+  return watchedOpen(path, flags, [=] {
+    return next<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+  });
 }
 
 VISIBLE int close(int file) {
   if (file >= 0 && file < kMostFiles) g_watched[file] = {};
   return next<int(int)>("close")(file);
+}
+
+VISIBLE int renameat(int from, const char* old, int to, const char* path) noexcept {
+  return storageCall(
+      !durableName(path).empty(),
+      [=] {
+        return next<int(int, const char*, int, const char*)>("renameat")(from, old, to, path);
+      },
+      [=](int) { record(faults::kName, durableName(path), 0, ""); });
+}
+
+VISIBLE int unlinkat(int folder, const char* path, int flags) noexcept {
+  return storageCall(
+      !durableName(path).empty() && isFinal(path),
+      [=] { return next<int(int, const char*, int)>("unlinkat")(folder, path, flags); },
+      [=](int) { record(faults::kRemove, durableName(path), 0, ""); });
+}
+
+/// A write of nothing where the file is to end: what is before reads as zeros.
+VISIBLE int posix_fallocate(int file, off_t offset, off_t size) {
+  const int result = storageCall(
+      isWatched(file),
+      [=] {
+        const int error = next<int(int, off_t, off_t)>("posix_fallocate")(file, offset, size);
+        errno = error;
+        return error ? -1 : 0;
+      },
+      [=](int) {
+        record(faults::kWrite, g_watched[file].name, static_cast<std::uint64_t>(offset + size), "");
+      });
+  return result < 0 ? errno : 0;
 }
 
 VISIBLE ssize_t pwrite(int file, const void* data, size_t size, off_t offset) {
@@ -175,29 +236,8 @@ VISIBLE ssize_t pwrite(int file, const void* data, size_t size, off_t offset) {
   return storageWrite(file, {static_cast<const char*>(data), size}, offset);
 }
 
-VISIBLE ssize_t write(int file, const void* data, size_t size) {
-  if (!isWatched(file)) return next<ssize_t(int, const void*, size_t)>("write")(file, data, size);
-  const off_t offset = ::lseek(file, 0, SEEK_CUR);
-  const ssize_t n = storageWrite(file, {static_cast<const char*>(data), size}, offset);
-  if (n > 0) ::lseek(file, offset + n, SEEK_SET);
-  return n;
-}
-
-VISIBLE ssize_t writev(int file, const iovec* parts, int count) {
-  if (!isWatched(file)) return next<ssize_t(int, const iovec*, int)>("writev")(file, parts, count);
-  std::string data;
-  for (int i = 0; i < count; ++i)
-    data.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
-  return ::write(file, data.data(), data.size());
-}
-
-VISIBLE int fdatasync(int file) {
-  return isWatched(file) ? storageSync(file, "fdatasync") : next<int(int)>("fdatasync")(file);
-}
-
-VISIBLE int fsync(int file) {
-  return isWatched(file) ? storageSync(file, "fsync") : next<int(int)>("fsync")(file);
-}
+VISIBLE int fdatasync(int file) { return sync(file, "fdatasync"); }
+VISIBLE int fsync(int file) { return sync(file, "fsync"); }
 
 VISIBLE int clock_gettime(clockid_t clock, timespec* time) noexcept {
   static auto* const real = next<int(clockid_t, timespec*)>("clock_gettime");

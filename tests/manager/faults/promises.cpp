@@ -39,13 +39,20 @@ void Promises::mark(const std::string& text, std::int64_t micros) {
     std::erase(m_there, name);
     if (!final) m_mayComeBack.push_back({name, micros});
   }
-  m_there.insert(m_there.end(), m_puts.begin(), m_puts.end());
-  m_everything.insert(m_everything.end(), m_puts.begin(), m_puts.end());
+  append(m_there, m_puts);
+  append(m_everything, m_puts);
+}
+
+/// What is kept has the lower priority.
+void Promises::append(Names& order, const Names& names) {
+  order.insert(order.end(), names.begin(), names.end());
+  std::stable_partition(order.begin(), order.end(),
+                        [](const std::string& name) { return name[0] < kKept; });
 }
 
 std::string Promises::orderFault(const Names& found) const {
   Names order = m_everything;
-  if (m_trying) order.insert(order.end(), m_puts.begin(), m_puts.end());
+  if (m_trying) append(order, m_puts);
   auto place = order.begin();
   for (const std::string& name : found) {
     place = std::find(place, order.end(), name);

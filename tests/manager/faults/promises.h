@@ -9,9 +9,11 @@ namespace faults {
 
 /// What a recorded program has been promised about its one queue, as its marks tell it: "try" with
 /// the gets (-name) and puts (+name) of a unit of work, "did" when its commit has returned. A get
-/// without a unit of work tells its message with "did".
+/// without a unit of work tells its message with "did". Names that begin with kKept or later have a
+/// lower priority than others.
 class Promises {
 public:
+  static constexpr char kKept = 'x';
   explicit Promises(bool syncFull) : m_syncFull(syncFull) {}
 
   void mark(const std::string& text, std::int64_t micros);
@@ -26,6 +28,7 @@ private:
     std::string name;
     std::int64_t micros;
   };
+  static void append(Names& order, const Names& names);
   static Names with(char sign, const Names& words);
   static bool contains(const Names& names, const std::string& name);
   std::string orderFault(const Names& found) const;
