@@ -180,7 +180,7 @@ Committed LogSession::writeUnit(PutBatch& puts, bool withTakes, BXLONG& reason) 
   }
   if (withTakes) {
     for (auto& [id, queue] : m_queues) queue->markTakenGone();
-    dropLive(m_store->runtime(), takes);
+    if (dropLive(m_store->runtime(), takes)) m_unsettled.reclaimSoon();
   }
   BXM_KILL_POINT("commit-taken");
   for (auto& [id, queue] : m_queues)
@@ -284,11 +284,10 @@ void LogSession::logLastTaken(LogQueue& queue) {
   queue.endLastTaken(written == LogWriter::Result::kDone);
   connection().phase = Phase::kNone;
   m_writer.done();
-  if (written == LogWriter::Result::kDone)
-    dropLive(runtime, takes);
-  else
+  if (written != LogWriter::Result::kDone)
     throw Failure(written == LogWriter::Result::kFailed ? reason : BXRC_OUTCOME_UNKNOWN,
                   "what was got cannot be written to the log");
+  if (dropLive(runtime, takes)) m_unsettled.reclaimSoon();
 }
 
 void LogSession::uncount(PutBatch& puts) {

@@ -87,6 +87,11 @@ void Unsettled::reclaimIfDue() {
   if (due) reclaim(m_store, m_writer, m_connection);
 }
 
+void Unsettled::reclaimSoon() {
+  m_reclaimDue = true;
+  m_store.settler().added(*this);
+}
+
 // ---- All of a process's -------------------------------------------------------------------------
 
 Settler::~Settler() {

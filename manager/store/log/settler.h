@@ -56,6 +56,8 @@ public:
   void settle();
   /// Gives space back that has become empty; see reclaim.h.
   void reclaimIfDue();
+  /// Has the settling thread do it.
+  void reclaimSoon();
 
 private:
   struct Got {

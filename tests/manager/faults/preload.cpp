@@ -149,7 +149,9 @@ int watchedOpen(const char* path, int flags, Open open) {
     if (isFinal(path)) record(faults::kName, name, 0, "");
   });
   if (file < 0 || file >= kMostFiles) return file;
-  g_watched[file] = {!name.empty() || (flags & O_DIRECTORY) != 0, ""};
+  // What is opened to be listed is closed unseen.
+  const bool folder = (flags & O_TMPFILE) == O_DIRECTORY && std::strcmp(path, ".") != 0;
+  g_watched[file] = {folder || !name.empty(), ""};
   name.copy(g_watched[file].name, sizeof g_watched[file].name - 1);
   return file;
 }
