@@ -70,7 +70,7 @@ std::optional<Seal> decodeSeal(std::string_view bytes) {
 std::size_t takesSize(const TakeGroup& group) { return padded8(16 + 4 * group.offsets.size()); }
 
 void appendTakes(std::string& out, const TakeGroup& group) {
-  appendLittle(out, group.file);
+  appendLittle(out, group.file | static_cast<std::uint32_t>(group.kind) << 24);
   appendLittle(out, static_cast<std::uint32_t>(group.offsets.size()));
   appendLittle(out, group.generation);
   for (const std::uint32_t offset : group.offsets) appendLittle(out, offset / 8);
@@ -78,7 +78,9 @@ void appendTakes(std::string& out, const TakeGroup& group) {
 }
 
 const char* RecordView::readTakes(const char* p, TakeGroup& group) {
-  group.file = takeLittle<std::uint32_t>(p);
+  const auto file = takeLittle<std::uint32_t>(p);
+  group.file = file & 0xFFFFFF;
+  group.kind = static_cast<TakeKind>(file >> 24);
   const auto count = takeLittle<std::uint32_t>(p);
   group.generation = takeLittle<Generation>(p);
   group.offsets.resize(count);

@@ -81,12 +81,18 @@ struct CopyOrigin {
   Generation generation = 0;
 };
 
-/// The messages taken from one use of one file:
-///   file u32 | count u32 | generation u64 | offset / 8 u32 each, zero bytes up to a multiple of 8
+/// What is said of messages.
+enum class TakeKind : std::uint8_t {
+  kTaken = 0,
+  kVoid = 1, ///< of a copy: it never counted, what it was made of does
+};
+/// Messages in one use of one file:
+///   file u24 | kind u8 | count u32 | generation u64 | offset / 8 u32 each, zero bytes up to a multiple of 8
 struct TakeGroup {
   std::uint32_t file = 0;
   Generation generation = 0;
   std::vector<std::uint32_t> offsets; ///< in bytes
+  TakeKind kind = TakeKind::kTaken;
 };
 void appendTakes(std::string& out, const TakeGroup& group);
 std::size_t takesSize(const TakeGroup& group);

@@ -180,8 +180,6 @@ bool LogFiles::beginCleaning(std::uint32_t number, std::uint32_t owner) {
          tryClaim(number, FileKind::kIdle, FileKind::kCleaning, owner);
 }
 
-void LogFiles::endCleaning(std::uint32_t number) { release(number, true); }
-
 void LogFiles::makeFree(std::uint32_t number) {
   FileSlot& slot = m_runtime.file(number);
   const File writable = m_folder.open(fileName(number), Folder::Access::kWrite);

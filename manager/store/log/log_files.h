@@ -38,7 +38,8 @@ public:
   void keepOneFree(std::uint32_t owner);
   /// Moves a file that nobody owns to cleaning; false when somebody else does something with it.
   bool beginCleaning(std::uint32_t number, std::uint32_t owner);
-  void endCleaning(std::uint32_t number);
+  /// usable: see release.
+  void endCleaning(std::uint32_t number, bool usable) { release(number, usable); }
   /// Makes a file that is being cleaned free, on the disk, or removes it when enough are free.
   void makeFree(std::uint32_t number);
 

@@ -82,8 +82,7 @@ void LogSurvey::addTakes(const RecordView& record, LogFile& file) {
       m_units[record.header().number].takes.push_back(group);
       return;
     }
-    for (const std::uint32_t offset : group.offsets)
-      mark(m_taken, {group.file, offset}, group.generation);
+    mark(group);
   });
 }
 
@@ -94,8 +93,8 @@ void LogSurvey::addMessages(const RecordView& record, LogFile& file) {
     m_used.insert(item.queue);
     const bool whole = crc32c(payload) == item.crc;
     if (!whole) ++damaged;
+    if (item.flags & kItemCopied) ++file.takes;
     if (!(item.flags & kItemCopied) || !whole || payload.size() < sizeof(CopyOrigin)) return;
-    ++file.takes;
     const CopyOrigin origin = originOf(payload);
     const std::int64_t expiry =
         item.flags & kItemExpires ? recordExpiry(recordIn(item, payload)) : 0;
@@ -129,6 +128,11 @@ void LogSurvey::mark(Marks& marks, Place place, Generation generation) {
   if (bits.size() <= place.offset / 8)
     bits.resize(std::max<std::size_t>(kFileSize / 8, place.offset / 8 + 1));
   bits[place.offset / 8] = true;
+}
+
+void LogSurvey::mark(const TakeGroup& group) {
+  for (const std::uint32_t offset : group.offsets)
+    mark(group.kind == TakeKind::kVoid ? m_void : m_taken, {group.file, offset}, group.generation);
 }
 
 /// A unit's last piece is written when the others are on the disk: with it, the unit counts. What
@@ -166,22 +170,26 @@ void LogSurvey::decideUnit(std::uint64_t number, const Unit& unit) {
     }
     place = found->second;
   }
-  for (const TakeGroup& group : unit.takes)
-    for (const std::uint32_t offset : group.offsets)
-      mark(m_taken, {group.file, offset}, group.generation);
+  for (const TakeGroup& group : unit.takes) mark(group);
 }
 
-/// A message that was moved is gone when the take of any of its places says so.
+/// A message that was moved is gone when the take of any of its places says so; and as long as a
+/// copy's origin is on the disk, the copy is.
 void LogSurvey::decideCopies() {
-  std::erase_if(m_copies,
-                [&](const Copy& copy) { return !copy.alone && !m_whole.contains(copy.number); });
+  std::erase_if(m_copies, [&](const Copy& copy) {
+    const bool counts = copy.isDecided || m_whole.contains(copy.number);
+    return !counts || isMarked(m_void, copy.place, copy.generation);
+  });
   std::sort(m_copies.begin(), m_copies.end(),
             [](const Copy& a, const Copy& b) { return a.number < b.number; });
+  std::for_each(m_copies.rbegin(), m_copies.rend(), [&](const Copy& copy) {
+    if (isMarked(m_taken, copy.place, copy.generation))
+      mark(m_taken, copy.origin, copy.originGeneration);
+  });
   for (const Copy& copy : m_copies) {
     if (isMarked(m_taken, copy.origin, copy.originGeneration))
       mark(m_taken, copy.place, copy.generation);
-    if (!isMarked(m_taken, copy.place, copy.generation))
-      mark(m_moved, copy.origin, copy.originGeneration);
+    mark(m_moved, copy.origin, copy.originGeneration);
   }
   std::erase_if(m_copies, [&](const Copy& copy) { return !isThere(copy.place, copy.generation); });
   std::sort(m_copies.begin(), m_copies.end(),

@@ -25,7 +25,7 @@ public:
     std::uint32_t sealed = 0;
     std::uint32_t end = kDataStart; ///< of what counts
     std::uint32_t total = 0;
-    std::uint32_t takes = 0;
+    std::uint32_t takes = 0; ///< groups, and copies
     std::uint64_t firstNumber = UINT64_MAX; ///< of the commits in it
   };
   const std::vector<LogFile>& files() const { return m_files; }
@@ -59,7 +59,7 @@ public:
     std::uint8_t priority;
     std::uint8_t flags;
     std::int64_t expiry;
-    bool alone; ///< not of a unit of several pieces, which may never have been finished
+    bool isDecided; ///< counts, whatever the rest of the unit that moved it
   };
   const std::vector<Copy>& copies() const { return m_copies; }
 
@@ -79,6 +79,7 @@ private:
   }
   static bool isMarked(const Marks& marks, Place place, Generation generation);
   static void mark(Marks& marks, Place place, Generation generation);
+  void mark(const TakeGroup& group);
   void read(const LogScan& scan, LogFile& file);
   void add(const RecordView& record, LogScan::Known known, LogFile& file);
   void addMessages(const RecordView& record, LogFile& file);
@@ -96,7 +97,7 @@ private:
   std::set<std::uint64_t> m_torn;  ///< packed places of records that a power cut cut off
   std::set<std::uint64_t> m_whole; ///< commits of several pieces
   std::map<std::uint64_t, Unit> m_units;
-  Marks m_taken, m_moved;
+  Marks m_taken, m_moved, m_void;
   std::vector<Copy> m_copies;
   std::vector<std::string> m_damages;
   std::uint64_t m_damagedMessages = 0;

@@ -53,7 +53,16 @@ private:
   bool isWorthFreeing(std::uint32_t number, std::uint32_t& idle) const;
   bool tryFree(std::uint32_t number);
   bool clean(std::uint32_t number);
-  std::vector<TakeGroup> neededTakes(std::uint32_t number);
+  bool isCurrent(std::uint32_t file, Generation generation) const {
+    return file < m_runtime.fileLimit() && m_runtime.file(file).generation.load() == generation;
+  }
+  /// What a file is needed for though it is empty.
+  struct Needs {
+    std::vector<TakeGroup> takes;
+    Place origin; ///< of a copy
+    Generation originGeneration = 0;
+  };
+  Needs needsOf(std::uint32_t number);
   bool moveOldMessages();
   std::vector<std::uint32_t> mostlyEmpty() const;
   std::size_t moveFrom(std::uint32_t number, const std::unordered_map<std::uint64_t, Named>& named);
@@ -114,28 +123,29 @@ bool Reclaim::isWorthFreeing(std::uint32_t number, std::uint32_t& idle) const {
 }
 
 bool Reclaim::tryFree(std::uint32_t number) {
+  const bool usable = stateOf(number).kind == FileKind::kIdle;
   if (!m_store.files().beginCleaning(number, m_connection)) return false;
   BXM_KILL_POINT("clean-begin");
   bool free = false;
   try {
     free = clean(number);
   } catch (...) {
-    m_store.files().endCleaning(number);
+    m_store.files().endCleaning(number, usable);
     throw;
   }
-  if (!free) m_store.files().endCleaning(number);
+  if (!free) m_store.files().endCleaning(number, usable);
   return free;
 }
 
 bool Reclaim::clean(std::uint32_t number) {
   FileSlot& slot = m_runtime.file(number);
   if (liveIn(slot) != 0) return false; // appended to before it was ours
-  const auto takes = slot.takes.load() > 0 ? neededTakes(number) : std::vector<TakeGroup>();
+  const auto [takes, origin, originGeneration] = slot.takes.load() > 0 ? needsOf(number) : Needs();
   std::size_t count = 0;
   for (const TakeGroup& group : takes) count += group.offsets.size();
-  if (count > kMostCarried) {
-    slot.waitsFile = takes.front().file;
-    slot.waitsGeneration = takes.front().generation;
+  if (originGeneration != 0 || count > kMostCarried) {
+    slot.waitsFile = originGeneration != 0 ? origin.file : takes.front().file;
+    slot.waitsGeneration = originGeneration != 0 ? originGeneration : takes.front().generation;
     return false;
   }
   if (count > 0) {
@@ -148,34 +158,34 @@ bool Reclaim::clean(std::uint32_t number) {
   return true;
 }
 
-/// Those of messages in files that are not known to be free on the disk. A message that was moved
-/// here, and is gone from here, is so for the place that it came from.
-std::vector<TakeGroup> Reclaim::neededTakes(std::uint32_t number) {
-  std::vector<TakeGroup> needed;
+/// Takes of messages in files that are not known to be free on the disk; and without a copy what it
+/// was made of would be there again, as long as its file is. Of a unit that failed nothing is
+/// needed.
+Reclaim::Needs Reclaim::needsOf(std::uint32_t number) {
+  Needs needs;
   const auto file = m_store.files().reader(number);
-  if (!file) return needed;
+  if (!file) return needs;
   const LogScan scan(*file, number, m_store.files().storeId());
-  const auto isKnown = [&](std::uint32_t other, Generation generation) {
-    return other != number && other < m_runtime.fileLimit() &&
-           m_runtime.file(other).generation.load() == generation;
-  };
+  const std::uint32_t end = m_runtime.file(number).end.load();
   scan.run(
       [&](const RecordView& record, LogScan::Known) {
-        if (!record.isSound()) return;
+        if (!record.isSound() || record.place().offset >= end) return;
         record.forEachTakeGroup([&](const TakeGroup& group) {
-          if (isKnown(group.file, group.generation))
-            for (const std::uint32_t offset : group.offsets)
-              addTake(needed, {group.file, offset}, group.generation);
+          if (group.file == number || !isCurrent(group.file, group.generation)) return;
+          for (const std::uint32_t offset : group.offsets)
+            addTake(needs.takes, {group.file, offset}, group.generation, group.kind);
         });
         record.forEachMessage([&](Place, const ItemHeader& item, std::string_view payload) {
           if (!(item.flags & kItemCopied) || payload.size() < sizeof(CopyOrigin)) return;
           const CopyOrigin origin = originOf(payload);
           const Place place = Place::unpacked(origin.place);
-          if (isKnown(place.file, origin.generation)) addTake(needed, place, origin.generation);
+          if (!isCurrent(place.file, origin.generation)) return;
+          needs.origin = place;
+          needs.originGeneration = origin.generation;
         });
       },
       [](auto, auto) {});
-  return needed;
+  return needs;
 }
 
 LogWriter::Result Reclaim::write(std::uint64_t number, const std::vector<TakeGroup>& takes,
@@ -220,7 +230,17 @@ bool Reclaim::moveOldMessages() {
           named[place.packed()] = {&entry, word, share};
       });
   std::size_t moved = 0;
-  for (const std::uint32_t number : files) moved += moveFrom(number, named);
+  for (const std::uint32_t number : files) {
+    // Nobody else moves them, nor frees the file before it is said what became of the copies.
+    if (!m_store.files().beginCleaning(number, m_connection)) continue;
+    try {
+      moved += moveFrom(number, named);
+    } catch (...) {
+      m_store.files().endCleaning(number, false);
+      throw;
+    }
+    m_store.files().endCleaning(number, false);
+  }
   due = (begin + (Clock::now() - begin) * 10).time_since_epoch().count();
   return moved > 0;
 }
@@ -270,7 +290,7 @@ void Reclaim::addCopy(std::string& items, const RecordView& record, Place at,
 }
 
 /// The index names the copies once they are on the disk. What somebody has taken meanwhile stays
-/// where it was, and its copy is taken back.
+/// where it was, and its copy is void.
 void Reclaim::moveUnit(const std::string& items, const std::vector<Named>& moved) {
   const std::lock_guard writes(m_writer.mutex());
   ConnectionSlot& mine = m_runtime.connection(m_connection);
@@ -297,7 +317,7 @@ void Reclaim::moveUnit(const std::string& items, const std::vector<Named>& moved
     if (next->entry->compare_exchange_strong(seen, Entry::available(place, expires)))
       dropLive(from, generation, 1);
     else
-      addTake(refused, place, piece->generation);
+      addTake(refused, place, piece->generation, TakeKind::kVoid);
     BXM_KILL_POINT("move-entry");
     m_runtime.file(place.file).total.fetch_add(1);
     at += static_cast<std::uint32_t>(itemSize(item.size));

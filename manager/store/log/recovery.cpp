@@ -8,7 +8,7 @@
 #include "manager/store/log/stop_signals.h"
 
 #include <algorithm>
-#include <set>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace bxm {
@@ -96,8 +96,11 @@ private:
   void giveBackEntries();
   void settle();
   void releaseFiles();
-  void findEnd(std::uint32_t number, std::uint64_t unit, bool counts);
-  void releaseCleaned(std::uint32_t number);
+  using Closed = std::map<std::uint64_t, bool>;
+  LogScan scanOf(std::uint32_t number) const;
+  void findUnits(std::uint32_t number, Closed& closed) const;
+  void findEnd(std::uint32_t number, const Closed& closed) const;
+  void releaseCleaned(std::uint32_t number, bool usable);
   std::shared_ptr<QueueShare> shareOf(const AccessSlot& access) {
     return m_store.share(access.queueId.load());
   }
@@ -109,7 +112,6 @@ private:
   const std::uint32_t m_slot;
   ConnectionSlot& m_dead;
   std::vector<AccessSlot*> m_accesses;
-  std::map<std::uint64_t, bool> m_units; ///< by number, what it was writing, and whether it counts
 };
 
 /// A get outside of units of work: the entry says whether it was done.
@@ -134,7 +136,6 @@ void Recovery::finishUnit() {
   LogFiles& files = m_store.files();
   const std::uint64_t number = m_dead.number.load();
   const auto pieces = piecesOf(files, Place::unpacked(m_dead.place.load()), number);
-  m_units[number] = !pieces.empty();
   if (pieces.empty()) return;
   for (const Place& place : pieces) {
     const auto file = files.reader(place.file);
@@ -190,22 +191,28 @@ void Recovery::undoMoves() {
   if (m_dead.copyPlace.load() == 0) return;
   const std::uint64_t number = m_dead.copyNumber.load();
   const auto pieces = piecesOf(m_store.files(), Place::unpacked(m_dead.copyPlace.load()), number);
-  m_units[number] = !pieces.empty();
-  std::set<std::uint64_t> copies;
+  std::map<std::uint64_t, std::uint64_t> copies; // with what they were made of
   for (const Place& place : pieces)
     visitPiece(m_store.files(), place, [&](const RecordView& record) {
-      record.forEachMessage([&](Place at, const auto&, auto) { copies.insert(at.packed()); });
+      record.forEachMessage([&](Place at, const auto&, std::string_view payload) {
+        copies[at.packed()] = originOf(payload).place;
+      });
     });
   if (!copies.empty()) {
+    std::unordered_map<std::uint64_t, bool> named;
+    for (const auto& [packed, origin] : copies) named[packed] = named[origin] = false;
     for (const QueueDefinition& queue : m_store.queues().list())
       if (const auto share = m_store.share(queue.id, queue.slot))
         share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-          copies.erase(Entry::placeOf(entry.load()).packed());
+          const auto found = named.find(Entry::placeOf(entry.load()).packed());
+          if (found != named.end()) found->second = true;
         });
     std::vector<TakeGroup> takes;
-    for (const std::uint64_t packed : copies) {
+    for (const auto& [packed, origin] : copies) {
       const Place place = Place::unpacked(packed);
-      addTake(takes, place, m_runtime.file(place.file).generation.load());
+      if (!named.at(packed)) // where the origin is not, either, the message is gone
+        addTake(takes, place, m_runtime.file(place.file).generation.load(),
+                named.at(origin) ? TakeKind::kVoid : TakeKind::kTaken);
     }
     log(takes);
   }
@@ -273,55 +280,73 @@ void Recovery::log(const std::vector<TakeGroup>& takes) {
   m_writer.done();
 }
 
+/// What it was writing when it died has its end in one of its files, or none. That is found anew,
+/// also by who comes after a recoverer that died.
 void Recovery::releaseFiles() {
+  std::vector<std::uint32_t> owned;
+  Closed closed;
   for (std::uint32_t number = 0; number < m_runtime.fileLimit(); ++number) {
-    FileSlot& slot = m_runtime.file(number);
-    const FileState state = FileState::unpacked(slot.state.load());
+    const FileState state = FileState::unpacked(m_runtime.file(number).state.load());
     if (state.owner != m_slot) continue;
-    if (state.kind == FileKind::kCleaning) releaseCleaned(number);
+    if (state.kind == FileKind::kCleaning) releaseCleaned(number, false);
     if (state.kind != FileKind::kOwned) continue;
-    for (const auto& [unit, counts] : m_units) findEnd(number, unit, counts);
-    releaseCleaned(number);
-    // A reader that reads ahead may have seen what does not count.
-    if (std::any_of(m_units.begin(), m_units.end(), [](const auto& unit) { return !unit.second; }))
-      m_store.files().seal(number);
+    owned.push_back(number);
+    findUnits(number, closed);
   }
+  for (const std::uint32_t number : owned) findEnd(number, closed);
+  for (const std::uint32_t number : owned) releaseCleaned(number, true);
 }
 
-/// Where the next record goes: behind the unit that counts, whose pieces a seal has to cover before
-/// anything else of the unit may go, or over one that does not.
-void Recovery::findEnd(std::uint32_t number, std::uint64_t unit, bool counts) {
-  FileSlot& slot = m_runtime.file(number);
-  const File file = m_store.folder().open(LogFiles::fileName(number), Folder::Access::kWrite);
-  if (!file) return;
-  std::uint32_t begin = UINT32_MAX, end = 0;
-  const LogScan scan(file, number, m_store.files().storeId());
-  scan.run(
+LogScan Recovery::scanOf(std::uint32_t number) const {
+  const std::string name = LogFiles::fileName(number);
+  return {m_store.folder().open(name, Folder::Access::kRead), number, m_store.files().storeId()};
+}
+
+void Recovery::findUnits(std::uint32_t number, Closed& closed) const {
+  const std::uint32_t end = m_runtime.file(number).end.load();
+  scanOf(number).run(
       [&](const RecordView& record, LogScan::Known) {
-        if (record.header().number != unit) return;
-        begin = std::min(begin, record.place().offset);
-        end = record.place().offset + record.header().length;
+        const bool written = record.place().offset < end || record.isWhole();
+        bool& known = closed[record.header().number];
+        known = known || (written && (record.header().flags & RecordHeader::kFinal) != 0);
       },
       [](auto, auto) {});
-  if (end == 0) return;
-  slot.end = counts ? std::max(slot.end.load(), end) : begin;
-  if (!counts) return;
-  const std::string seal = encodeSeal(scan.generation(), slot.end.load());
-  int error = file.write(seal.data(), seal.size(), kSealAt);
+}
+
+/// Where the next record goes: behind a unit that counts, whose pieces a seal has to cover before
+/// anything else of the unit may go, or over one that does not.
+void Recovery::findEnd(std::uint32_t number, const Closed& closed) const {
+  FileSlot& slot = m_runtime.file(number);
+  const LogScan scan = scanOf(number);
+  if (!scan.hasHeader() || scan.generation() != slot.generation.load()) return;
+  std::uint32_t end = slot.end.load();
+  scan.run(
+      [&](const RecordView& record, LogScan::Known) {
+        const std::uint32_t at = record.place().offset;
+        if (!closed.at(record.header().number))
+          end = std::min(end, at);
+        else if (at == end && record.isWhole())
+          end = at + record.header().length;
+      },
+      [](auto, auto) {});
+  slot.end = end;
+  const File file = m_store.folder().open(LogFiles::fileName(number), Folder::Access::kWrite);
+  const std::string seal = encodeSeal(scan.generation(), end);
+  int error = file ? file.write(seal.data(), seal.size(), kSealAt) : ENOENT;
   if (!error) error = file.sync();
   if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write a log file");
 }
 
 /// A file that it was making, or emptying, may be on the disk with another generation than the slot
 /// says, or not at all.
-void Recovery::releaseCleaned(std::uint32_t number) {
+void Recovery::releaseCleaned(std::uint32_t number, bool usable) {
   FileSlot& slot = m_runtime.file(number);
   const auto file = m_store.folder().open(LogFiles::fileName(number), Folder::Access::kRead);
   std::string bytes(sizeof(FileHeader), '\0');
   if (file) file.read(bytes.data(), bytes.size(), 0);
   const auto header = decodeFileHeader(bytes, number, m_store.files().storeId());
   if (file && header && header->generation == slot.generation.load())
-    m_store.files().release(number, true);
+    m_store.files().release(number, usable);
   else if (file && liveIn(slot) > 0)
     slot.state = FileState{FileKind::kBroken, 0}.packed();
   else

@@ -116,7 +116,7 @@ struct alignas(64) FileSlot {
   std::atomic<std::uint32_t> end;       ///< of what was appended
   std::atomic<std::uint32_t> allocated; ///< up to here a write needs no new block
   std::atomic<std::uint32_t> total;     ///< messages that were put into it
-  std::atomic<std::uint32_t> takes;     ///< take groups in it
+  std::atomic<std::uint32_t> takes;     ///< take groups and copies in it
   std::atomic<std::uint64_t> generation;
   /// Messages in it that are not gone, never fewer: low half of the generation << 32 | number.
   std::atomic<std::uint64_t> live;

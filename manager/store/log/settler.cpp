@@ -16,16 +16,16 @@ constexpr std::size_t kMostSearched = 16;
 const LogWriter::Runs kNoRuns = [](const auto&) {};
 } // namespace
 
-void addTake(std::vector<TakeGroup>& takes, Place place, Generation generation) {
+void addTake(std::vector<TakeGroup>& takes, Place place, Generation generation, TakeKind kind) {
   // Messages of several writers lie in their several files in turns.
   const std::size_t first = takes.size() > kMostSearched ? takes.size() - kMostSearched : 0;
   for (std::size_t i = takes.size(); i-- > first;)
-    if (takes[i].file == place.file && takes[i].generation == generation &&
+    if (takes[i].file == place.file && takes[i].generation == generation && takes[i].kind == kind &&
         takes[i].offsets.size() < LogWriter::kMostTakes) {
       takes[i].offsets.push_back(place.offset);
       return;
     }
-  takes.push_back({place.file, generation, {place.offset}});
+  takes.push_back({place.file, generation, {place.offset}, kind});
 }
 
 bool dropLive(const Runtime& runtime, const std::vector<TakeGroup>& takes) {

@@ -29,7 +29,8 @@ constexpr std::uint64_t sequenceIn(std::uint64_t position) {
 }
 
 /// Adds a taken message to those of its file.
-void addTake(std::vector<TakeGroup>& takes, Place place, Generation generation);
+void addTake(std::vector<TakeGroup>& takes, Place place, Generation generation,
+             TakeKind kind = TakeKind::kTaken);
 /// Counts what was taken out of its files. True when one of them is empty now, or mostly.
 bool dropLive(const Runtime& runtime, const std::vector<TakeGroup>& takes);
 

@@ -155,7 +155,7 @@ class PowerLoad {
 public:
   explicit PowerLoad(const std::vector<std::string>& arguments)
       : m_dice(static_cast<unsigned>(std::atoll(arguments[1].c_str()))),
-        m_units(std::atoi(arguments[2].c_str())) {}
+        m_units(std::atoi(arguments[2].c_str())), m_bulk(std::atoi(arguments[3].c_str())) {}
 
   int run() {
     if (!m_connection.connect().good()) return 1;
@@ -185,7 +185,7 @@ private:
     for (int i = 0; i < gets; ++i)
       if (const std::string name = get(true); !name.empty()) got += " -" + name;
     for (int i = 0; i < puts; ++i) {
-      const bool kept = m_dice.roll(30) == 0;
+      const bool kept = m_dice.roll(12) == 0;
       const std::string name = newName(kept ? "x" : "m", size);
       m_connection.put("Q", name, {true, kept ? 0 : 1, BXEI_UNLIMITED});
       put += " +" + name;
@@ -210,8 +210,8 @@ private:
 
   /// More gets in a row than may wait for their deletion.
   void bulk() {
-    inUnit(0, 2600);
-    direct(2500);
+    inUnit(0, m_bulk + 100);
+    direct(m_bulk);
   }
 
   /// Fills files of the log and empties them, but for a few old messages.
@@ -219,7 +219,12 @@ private:
     inUnit(0, 10 + m_dice.roll(20), 300'000);
     for (const int left = m_dice.roll(12); m_there > left;)
       m_dice.roll(2) ? inUnit(1 + m_dice.roll(8), 0) : direct(1 + m_dice.roll(20));
+    // One stays in its file, others are moved to another one and got from there.
+    const std::string held = get(true);
     std::this_thread::sleep_for(milliseconds(100 + m_dice.roll(200)));
+    direct(m_dice.roll(4));
+    mark("try" + (held.empty() ? "" : " -" + held));
+    if (m_connection.commit().good()) mark("did");
   }
 
   std::string newName(const std::string& stem, int size) {
@@ -229,7 +234,7 @@ private:
   }
 
   Dice m_dice;
-  int m_units;
+  int m_units, m_bulk;
   Connection m_connection;
   int m_count = 0, m_there = 0;
 };

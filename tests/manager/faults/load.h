@@ -10,8 +10,8 @@ namespace faults {
 ///   storm LOG WORKER SEED MS   everything at once on the queues kStormQueues; what it tries and
 ///   what
 ///                              came of it is in LOG before and after each call (see history.h)
-///   power SEED UNITS           units of work on the queue Q, for a recording of the disk; marks
-///   tell
+///   power SEED UNITS BULK           units of work on the queue Q, for a recording of the disk;
+///   marks tell
 ///                              what is tried and what has returned
 int runLoad(const std::vector<std::string>& arguments);
 

@@ -30,11 +30,12 @@ protected:
     }
     for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
-    const pid_t load = startClient({"power", std::to_string(m_seed), "120"},
-                                   {{"BXM_HOME", home()},
-                                    {"LD_PRELOAD", preloadLibrary()},
-                                    {"FAULTS_RECORD", m_folder / "recording"}},
-                                   -1, -1);
+    const pid_t load =
+        startClient({"power", std::to_string(m_seed), "150", syncFull ? "20" : "2500"},
+                    {{"BXM_HOME", home()},
+                     {"LD_PRELOAD", preloadLibrary()},
+                     {"FAULTS_RECORD", m_folder / "recording"}},
+                    -1, -1);
     int status = 0;
     ::waitpid(load, &status, 0);
     ASSERT_EQ(status, 0);

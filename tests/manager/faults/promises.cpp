@@ -66,7 +66,9 @@ std::string Promises::orderFault(const Names& found) const {
 bool Promises::mayBeGone(const std::string& name, bool unitCounts) const {
   if (!m_trying) return false;
   if (!m_puts.empty()) return unitCounts && contains(m_gets, name);
-  return m_gets.empty() ? name == m_there.front() : contains(m_gets, name);
+  if (!m_gets.empty()) return contains(m_gets, name);
+  // The first, or the second while a unit of work has the first.
+  return std::find(m_there.begin(), m_there.end(), name) - m_there.begin() < 2;
 }
 
 std::string Promises::faultOf(const Names& found, std::int64_t micros) {
