@@ -203,8 +203,12 @@ std::vector<std::uint32_t> Reclaim::mostlyEmpty() const {
   std::vector<std::uint32_t> files;
   std::size_t full = 0;
   for (std::uint32_t number = 0; number < m_runtime.fileLimit(); ++number) {
-    if (stateOf(number).kind != FileKind::kSealed) continue;
     const FileSlot& slot = m_runtime.file(number);
+    const FileKind kind = stateOf(number).kind;
+    // What is left in one may be too little for the messages that come.
+    const bool isFull =
+        kind == FileKind::kSealed || (kind == FileKind::kIdle && slot.end.load() >= kFileSize / 2);
+    if (!isFull) continue;
     ++full;
     if (liveIn(slot) > 0 && isMostlyEmpty(liveIn(slot), slot.total.load())) files.push_back(number);
   }
