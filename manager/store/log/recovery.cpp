@@ -99,7 +99,7 @@ private:
   using Closed = std::map<std::uint64_t, bool>;
   LogScan scanOf(std::uint32_t number) const;
   void findUnits(std::uint32_t number, Closed& closed) const;
-  void findEnd(std::uint32_t number, const Closed& closed) const;
+  bool findEnd(std::uint32_t number, const Closed& closed) const;
   void releaseCleaned(std::uint32_t number, bool usable);
   std::shared_ptr<QueueShare> shareOf(const AccessSlot& access) {
     return m_store.share(access.queueId.load());
@@ -293,8 +293,10 @@ void Recovery::releaseFiles() {
     owned.push_back(number);
     findUnits(number, closed);
   }
-  for (const std::uint32_t number : owned) findEnd(number, closed);
-  for (const std::uint32_t number : owned) releaseCleaned(number, true);
+  // All of them before the first is anybody's again.
+  std::vector<bool> usable;
+  for (const std::uint32_t number : owned) usable.push_back(findEnd(number, closed));
+  for (std::size_t i = 0; i < owned.size(); ++i) releaseCleaned(owned[i], usable[i]);
 }
 
 LogScan Recovery::scanOf(std::uint32_t number) const {
@@ -305,25 +307,31 @@ LogScan Recovery::scanOf(std::uint32_t number) const {
 void Recovery::findUnits(std::uint32_t number, Closed& closed) const {
   const std::uint32_t end = m_runtime.file(number).end.load();
   scanOf(number).run(
-      [&](const RecordView& record, LogScan::Known) {
+      [&](const RecordView& record, LogScan::Known known) {
+        if (known == LogScan::Known::kSealed) return;
         const bool written = record.place().offset < end || record.isWhole();
-        bool& known = closed[record.header().number];
-        known = known || (written && (record.header().flags & RecordHeader::kFinal) != 0);
+        bool& counts = closed[record.header().number];
+        counts = counts || (written && (record.header().flags & RecordHeader::kFinal) != 0);
       },
       [](auto, auto) {});
 }
 
 /// Where the next record goes: behind a unit that counts, whose pieces a seal has to cover before
-/// anything else of the unit may go, or over one that does not.
-void Recovery::findEnd(std::uint32_t number, const Closed& closed) const {
+/// anything else of the unit may go, or before one that does not. That is not to be written over: a
+/// reader that reads ahead may have seen it. False then.
+bool Recovery::findEnd(std::uint32_t number, const Closed& closed) const {
   FileSlot& slot = m_runtime.file(number);
   const LogScan scan = scanOf(number);
-  if (!scan.hasHeader() || scan.generation() != slot.generation.load()) return;
+  if (!scan.hasHeader() || scan.generation() != slot.generation.load()) return true;
+  bool usable = true;
   std::uint32_t end = slot.end.load();
   scan.run(
-      [&](const RecordView& record, LogScan::Known) {
+      [&](const RecordView& record, LogScan::Known known) {
         const std::uint32_t at = record.place().offset;
-        if (!closed.at(record.header().number))
+        if (known == LogScan::Known::kSealed) return;
+        const bool counts = closed.at(record.header().number);
+        usable = usable && counts;
+        if (!counts)
           end = std::min(end, at);
         else if (at == end && record.isWhole())
           end = at + record.header().length;
@@ -335,6 +343,7 @@ void Recovery::findEnd(std::uint32_t number, const Closed& closed) const {
   int error = file ? file.write(seal.data(), seal.size(), kSealAt) : ENOENT;
   if (!error) error = file.sync();
   if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write a log file");
+  return usable;
 }
 
 /// A file that it was making, or emptying, may be on the disk with another generation than the slot
