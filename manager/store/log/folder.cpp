@@ -46,7 +46,8 @@ int File::write(const void* bytes, std::size_t size, std::uint64_t offset) const
 int File::copy(const File& from, std::uint64_t begin, std::uint64_t end) const {
   std::string bytes(std::size_t{1} << 20, '\0');
   while (begin < end) {
-    const std::size_t size = from.read(bytes.data(), std::min<std::uint64_t>(bytes.size(), end - begin), begin);
+    const std::size_t size =
+        from.read(bytes.data(), std::min<std::uint64_t>(bytes.size(), end - begin), begin);
     if (size == 0) return EIO;
     if (const int error = write(bytes.data(), size, begin)) return error;
     begin += size;

@@ -87,7 +87,8 @@ enum class TakeKind : std::uint8_t {
   kVoid = 1, ///< of a copy: it never counted, what it was made of does
 };
 /// Messages in one use of one file:
-///   file u24 | kind u8 | count u32 | generation u64 | offset / 8 u32 each, zero bytes up to a multiple of 8
+///   file u24 | kind u8 | count u32 | generation u64 | offset / 8 u32 each, zero bytes up to a
+///   multiple of 8
 struct TakeGroup {
   std::uint32_t file = 0;
   Generation generation = 0;

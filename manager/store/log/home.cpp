@@ -306,11 +306,10 @@ Catalog::Repair Home::repair(const std::string& name) {
   home.removeTree(kRepaired); // what is left of one that somebody died over
   Folder::make(home, kRepaired);
   const std::string inner = encodeFolderName(name);
-  Repair repaired =
-      repairStore(name, home.pathOf(inner), home.pathOf(kRepaired), [&] {
-        home.exchange(inner, kRepaired);
-        home.sync();
-      });
+  Repair repaired = repairStore(name, home.pathOf(inner), home.pathOf(kRepaired), [&] {
+    home.exchange(inner, kRepaired);
+    home.sync();
+  });
   home.removeTree(kRepaired);
   if (!repaired.setAside.empty()) repaired.setAside = home.pathOf(inner) + "/" + repaired.setAside;
   return repaired;

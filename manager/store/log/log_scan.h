@@ -15,8 +15,8 @@ public:
   LogScan(const File& file, std::uint32_t number, std::uint64_t storeId);
 
   bool hasHeader() const { return m_hasHeader; }
-  /// 0 when the file's header is damaged and nothing else tells: then records of any of its uses are
-  /// visited.
+  /// 0 when the file's header is damaged and nothing else tells: then records of any of its uses
+  /// are visited.
   Generation generation() const { return m_generation; }
   std::uint64_t size() const { return m_bytes.size(); }
 

@@ -25,7 +25,7 @@ public:
     std::uint32_t sealed = 0;
     std::uint32_t end = kDataStart; ///< of what counts
     std::uint32_t total = 0;
-    std::uint32_t takes = 0; ///< groups, and copies
+    std::uint32_t takes = 0;                ///< groups, and copies
     std::uint64_t firstNumber = UINT64_MAX; ///< of the commits in it
   };
   const std::vector<LogFile>& files() const { return m_files; }

@@ -163,7 +163,8 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
     const ItemHeader header = itemHeaderAt(item);
     const std::size_t next = itemSize(header.size);
     if (size + next > room) break;
-    if (header.flags & kItemCopied) slotOf(m_owned).takes.fetch_add(1); // it stands for its origin's
+    if (header.flags & kItemCopied)
+      slotOf(m_owned).takes.fetch_add(1); // it stands for its origin's
     rest.crc = crc32c({item, sizeof(ItemHeader)}, rest.crc);
     size += next;
     ++rest.count;
@@ -175,8 +176,7 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
 // ---- The file -----------------------------------------------------------------------------------
 
 void LogWriter::makeRoom(std::uint32_t needed, bool forTakes) {
-  if (m_owned.file && roomIn(slotOf(m_owned), m_owned.capacity) >= needed)
-    return expectInPlace();
+  if (m_owned.file && roomIn(slotOf(m_owned), m_owned.capacity) >= needed) return expectInPlace();
   if (m_unflushed) flush();
   const LogFiles::Owned next = m_files.claim(m_connection, needed, forTakes);
   if (m_owned.file) m_held.push_back(m_owned);

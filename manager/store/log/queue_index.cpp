@@ -45,10 +45,19 @@ void QueueIndex::remove(const Folder& folder, std::uint32_t queueId) {
 
 // ---- Mapping ------------------------------------------------------------------------------------
 
+/// Made by who puts the first message of the priority, before the slot says that there may be any.
 const File& QueueIndex::file(int priority) const {
   File& file = m_files[static_cast<std::size_t>(priority)];
-  if (!file) file = m_folder.open(fileName(m_queueId, priority), Folder::Access::kMake);
+  const auto access = mayHold(priority) ? Folder::Access::kWrite : Folder::Access::kMake;
+  if (!file) file = m_folder.open(fileName(m_queueId, priority), access);
+  if (!file) failGone(priority);
   return file;
+}
+
+void QueueIndex::failGone(int priority) const {
+  throw Failure(BXRC_CONNECTION_BROKEN,
+                m_folder.pathOf(fileName(m_queueId, priority)) +
+                    " is gone; it is made again with runtime, once that is removed too");
 }
 
 namespace {
@@ -116,8 +125,9 @@ std::uint64_t QueueIndex::endOf(int priority) const {
 // ---- Entering -----------------------------------------------------------------------------------
 
 void QueueIndex::promise(int priority, std::uint64_t count) {
-  m_slot.priorities.fetch_or(1U << priority);
   PrioritySlot& slot = of(priority);
+  m_slot.priorities.fetch_or(1U << priority);
+  if (!file(priority).isNamed()) failGone(priority);
   const std::uint64_t end = slot.promised.fetch_add(count) + count;
   const std::uint64_t ready = readyOf(priority);
   if (end <= ready) return;

@@ -122,6 +122,7 @@ public:
 
 private:
   const File& file(int priority) const;
+  [[noreturn]] void failGone(int priority) const;
   PrioritySlot& mapSlot(int priority) const;
   Word* window(int priority, std::uint64_t number) const;
 
@@ -132,7 +133,8 @@ private:
   mutable std::array<File, kPriorities> m_files;
   mutable std::array<std::atomic<PrioritySlot*>, kPriorities> m_slots{};
   mutable std::map<std::uint64_t, Word*> m_windows; ///< by priority << 56 | number
-  mutable std::array<std::atomic<std::uint64_t>, kPriorities> m_room{}; ///< entries seen in the file
+  mutable std::array<std::atomic<std::uint64_t>, kPriorities>
+      m_room{}; ///< entries seen in the file
   /// The window that was asked for last, for each priority; a map's elements stay where they are.
   using Mapped = std::map<std::uint64_t, Word*>::value_type;
   mutable std::array<std::atomic<const Mapped*>, kPriorities> m_latest{};

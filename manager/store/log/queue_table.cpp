@@ -153,7 +153,7 @@ std::string QueueTable::encodeFile(const QueueDefinition& definition) {
 }
 
 std::optional<QueueDefinition> QueueTable::decodeFile(std::string_view bytes,
-                                                       std::uint32_t wanted) {
+                                                      std::uint32_t wanted) {
   for (const std::size_t at : {std::size_t{0}, kCopyAt}) {
     if (bytes.size() < at + 16) continue;
     const char* p = bytes.data() + at;
@@ -180,8 +180,7 @@ void QueueTable::load(const std::function<bool(std::uint32_t id)>& used) {
     const auto id = idIn(name);
     if (!id) continue;
     auto definition = decodeFile(m_folder.read(name), *id);
-    if (!definition)
-      throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, m_folder.pathOf(name) + " is damaged");
+    if (!definition) throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, m_folder.pathOf(name) + " is damaged");
     m_runtime.noteQueueId(definition->id);
     // Of two of one name, one was never said to exist: nothing is on it.
     const auto [known, added] = queues.emplace(definition->name, *definition);
