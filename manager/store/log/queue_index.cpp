@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <utility>
 
 namespace bxm {
 
@@ -17,6 +18,7 @@ constexpr std::size_t kWindowBytes = QueueIndex::kWindow * sizeof(QueueIndex::Wo
 constexpr std::size_t kSlotBytes = 4096;  ///< before the entries
 constexpr std::uint64_t kFirstRoom = 512; ///< entries: a page
 constexpr std::uint64_t kMostRoom = QueueIndex::kWindow;
+constexpr std::size_t kMostTouched = 8;   ///< windows whose pages are held
 constexpr std::uint64_t kTrimmed = 65536; ///< entries given back at once
 
 std::uint64_t keyOf(int priority, std::uint64_t number) {
@@ -29,7 +31,7 @@ QueueIndex::QueueIndex(const Folder& folder, QueueSlot& slot, std::uint32_t queu
     : m_folder(folder), m_slot(slot), m_queueId(queueId) {}
 
 QueueIndex::~QueueIndex() {
-  for (const auto& [key, words] : m_windows) ::munmap(words, kWindowBytes);
+  for (const auto& [key, window] : m_windows) ::munmap(window.words, kWindowBytes);
   for (const auto& slot : m_slots)
     if (slot.load()) ::munmap(slot.load(), kSlotBytes);
 }
@@ -90,16 +92,26 @@ QueueIndex::Word* QueueIndex::window(int priority, std::uint64_t number) const {
   if (found == m_windows.end()) {
     void* mapped = mapFile(file(priority), kSlotBytes + number * kWindowBytes, kWindowBytes,
                            m_folder.pathOf(fileName(m_queueId, priority)));
-    found = m_windows.emplace(key, static_cast<Word*>(mapped)).first;
+    found = m_windows.emplace(key, Window{static_cast<Word*>(mapped)}).first;
   }
+  if (!found->second.touched && ++m_touched > kMostTouched) letGoOfPages();
+  found->second.touched = true;
   m_latest[static_cast<std::size_t>(priority)] = &*found;
-  return found->second;
+  return found->second.words;
+}
+
+/// Whoever walks through a deep queue need not hold all of its index: who looks again finds it in
+/// the file.
+void QueueIndex::letGoOfPages() const {
+  for (auto& [key, window] : m_windows)
+    if (std::exchange(window.touched, false)) ::madvise(window.words, kWindowBytes, MADV_DONTNEED);
+  m_touched = 1;
 }
 
 QueueIndex::Word& QueueIndex::entry(int priority, std::uint64_t sequence) const {
   const std::uint64_t number = sequence / kWindow;
   const Mapped* latest = m_latest[static_cast<std::size_t>(priority)].load();
-  Word* const words = latest && latest->first == keyOf(priority, number) ? latest->second
+  Word* const words = latest && latest->first == keyOf(priority, number) ? latest->second.words
                                                                          : window(priority, number);
   return words[sequence % kWindow];
 }

@@ -125,6 +125,7 @@ private:
   [[noreturn]] void failGone(int priority) const;
   PrioritySlot& mapSlot(int priority) const;
   Word* window(int priority, std::uint64_t number) const;
+  void letGoOfPages() const;
 
   const Folder& m_folder;
   QueueSlot& m_slot;
@@ -132,11 +133,15 @@ private:
   mutable std::mutex m_mutex; ///< guards what follows
   mutable std::array<File, kPriorities> m_files;
   mutable std::array<std::atomic<PrioritySlot*>, kPriorities> m_slots{};
-  mutable std::map<std::uint64_t, Word*> m_windows; ///< by priority << 56 | number
-  mutable std::array<std::atomic<std::uint64_t>, kPriorities>
-      m_room{}; ///< entries seen in the file
+  mutable std::array<std::atomic<std::uint64_t>, kPriorities> m_room{}; ///< seen in the file
+  struct Window {
+    Word* words;
+    bool touched = false;
+  };
+  mutable std::map<std::uint64_t, Window> m_windows; ///< by priority << 56 | number
+  mutable std::size_t m_touched = 0;                 ///< how many of them
   /// The window that was asked for last, for each priority; a map's elements stay where they are.
-  using Mapped = std::map<std::uint64_t, Word*>::value_type;
+  using Mapped = std::map<std::uint64_t, Window>::value_type;
   mutable std::array<std::atomic<const Mapped*>, kPriorities> m_latest{};
 };
 
