@@ -84,10 +84,10 @@ TEST_F(BadHome, WithSomethingElseInThePlaceOfAFile) {
   done({"queue", "create", "Q"});
   ASSERT_EQ(run("ferry", {"-f", "Q"}).status, 0);
   const auto pipe = [](const char* path) { return ::mkfifo(path, 0600); };
-  const auto folder = [](const char* path) { return ::mkdir(path, 0700); };
+  const auto inner = [](const char* path) { return ::mkdir(path, 0700); };
   const auto device = [](const char* path) { return ::mknod(path, S_IFCHR | 0600, makedev(1, 5)); };
   for (const std::string file : {"default", "M/manager", "M/log-0", "M/queue-1", "M/runtime"})
-    for (int (*make)(const char*) : {+pipe, +folder, +device}) {
+    for (int (*make)(const char*) : {+pipe, +inner, +device}) {
       const std::string path = home + "/" + file;
       if (file != "M/runtime") std::filesystem::remove(home + "/M/runtime");
       std::filesystem::rename(path, path + ".away");

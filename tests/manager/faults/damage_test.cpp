@@ -183,8 +183,8 @@ INSTANTIATE_TEST_SUITE_P(Files, Damage,
                          ::testing::Values(Kind{"log-0", true}, Kind{"log-1", true},
                                            Kind{"queue-1", true}, Kind{"manager", true},
                                            Kind{"index-1-0", false}, Kind{"runtime", false}),
-                         [](const auto& info) {
-                           std::string name = info.param.file;
+                         [](const auto& kind) {
+                           std::string name = kind.param.file;
                            std::replace(name.begin(), name.end(), '-', '_');
                            return name;
                          });
