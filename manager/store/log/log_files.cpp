@@ -7,13 +7,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <fcntl.h>
+#include <thread>
 
 namespace bxm {
 
 namespace {
 
 constexpr std::uint32_t kMostFree = 2;       ///< kept to be used again, beside the one for takes
+constexpr int kMostTries = 20;               ///< to find a file for takes
 constexpr std::size_t kMostReaders = 64;     ///< kept open
 constexpr std::uint32_t kLeastRoom = 65'536; ///< a file with less is full
 
@@ -79,22 +82,36 @@ std::uint32_t LogFiles::countFree() const {
   return count;
 }
 
-LogFiles::Owned LogFiles::claim(std::uint32_t owner, std::uint32_t room, bool forTakes) {
-  const std::uint32_t wanted = std::max(room, kLeastRoom);
-  std::uint32_t free = wanted <= kFileSize - kDataStart ? countFree() : 0;
+std::optional<LogFiles::Owned> LogFiles::claimPresent(std::uint32_t owner, std::uint32_t room,
+                                                      bool forTakes) {
+  const std::uint32_t free = room <= kFileSize - kDataStart ? countFree() : 0;
   for (const FileKind kind : {FileKind::kIdle, FileKind::kFree})
     for (std::uint32_t number = 0; number < m_runtime.fileLimit(); ++number) {
       FileSlot& slot = m_runtime.file(number);
-      const bool fits = roomIn(slot, kFileSize) >= wanted;
+      const bool fits = roomIn(slot, kFileSize) >= room;
       if (kind == FileKind::kFree && !forTakes && free < 2) break;
       if (!fits || !tryClaim(number, kind, FileKind::kOwned, owner)) continue;
       // Its end may have moved before it was ours.
-      if (roomIn(slot, kFileSize) >= wanted) return open(number);
+      if (roomIn(slot, kFileSize) >= room) return open(number);
       release(number, true);
     }
-  const std::uint32_t least = kDataStart + wanted;
-  const std::uint32_t number = claimAbsent(owner);
-  return make(number, std::max(kFileSize, (least + 4095) / 4096 * 4096));
+  return std::nullopt;
+}
+
+LogFiles::Owned LogFiles::claim(std::uint32_t owner, std::uint32_t room, bool forTakes) {
+  const std::uint32_t wanted = std::max(room, kLeastRoom);
+  if (!forTakes) keepOneFree(owner);
+  for (int left = forTakes ? kMostTries : 1;; --left) {
+    if (auto present = claimPresent(owner, wanted, forTakes)) return *present;
+    try {
+      const std::uint32_t least = kDataStart + wanted;
+      return make(claimAbsent(owner), std::max(kFileSize, (least + 4095) / 4096 * 4096));
+    } catch (const Failure&) {
+      if (left <= 1) throw;
+    }
+    // On a full disk all readers have one file in turns.
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
 }
 
 std::uint32_t LogFiles::claimAbsent(std::uint32_t owner) {

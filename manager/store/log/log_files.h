@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace bxm {
@@ -26,14 +27,15 @@ public:
     Generation generation = 0;
     std::uint32_t capacity = 0;
   };
-  /// A file with room for so many bytes behind what is in it. One that is kept free for takes, so
-  /// that reading makes room on a full disk, is given to nobody else.
+  /// A file with room for so many bytes behind what is in it. What is put gets one only while another
+  /// one is free for takes, so that reading makes room on a full disk.
   Owned claim(std::uint32_t owner, std::uint32_t room, bool forTakes);
   /// Nobody owns it any more. usable: it may be appended to at its end.
   void release(std::uint32_t number, bool usable);
 
   /// A file that was released is not to be appended to.
   void seal(std::uint32_t number);
+  std::uint32_t countFree() const;
   /// Makes sure that a file is free for takes.
   void keepOneFree(std::uint32_t owner);
   /// Moves a file that nobody owns to cleaning; false when somebody else does something with it.
@@ -59,7 +61,7 @@ private:
   bool tryClaim(std::uint32_t number, FileKind from, FileKind to, std::uint32_t owner);
   Owned open(std::uint32_t number);
   Owned make(std::uint32_t number, std::uint32_t capacity);
-  std::uint32_t countFree() const;
+  std::optional<Owned> claimPresent(std::uint32_t owner, std::uint32_t room, bool forTakes);
   std::uint32_t claimAbsent(std::uint32_t owner);
 
   struct Reader {

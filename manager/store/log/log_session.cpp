@@ -147,6 +147,7 @@ Committed LogSession::commitDurably(PutBatch& puts, bool withTakes, BXLONG& reas
     puts.clear();
     return result;
   }
+  m_unsettled.reclaimSoon(); // what was written of it
   if (withTakes)
     backout(puts);
   else

@@ -31,6 +31,10 @@ struct LogWriter::Rest {
 
 void LogWriter::close() {
   done();
+  letGo();
+}
+
+void LogWriter::letGo() {
   if (!m_owned.file) return;
   seal(m_owned); // says what is on the disk, and need not be there itself
   BXM_KILL_POINT("file-closed");
@@ -53,6 +57,10 @@ void LogWriter::done() {
     m_files.release(owned.number, true);
   }
   m_held.clear();
+  const bool onlyTakes =
+      !m_pieces.empty() &&
+      std::none_of(m_pieces.begin(), m_pieces.end(), [](const Piece& p) { return p.count > 0; });
+  if (onlyTakes && m_files.countFree() == 0) letGo(); // it may be the only one that others can have
 }
 
 // ---- A unit of work -----------------------------------------------------------------------------

@@ -64,6 +64,7 @@ private:
   void expectInPlace() const;
   bool voidFinal();
   void forget();
+  void letGo();
   void seal(const LogFiles::Owned& owned) const;
   FileSlot& slotOf(const LogFiles::Owned& owned) const {
     return m_files.runtime().file(owned.number);

@@ -202,7 +202,7 @@ void dieAtEveryStorageCall(const std::string& how, bool syncFull) {
 }
 
 TEST(ProcessDeath, AtEveryStepLeavesAllOrNothingOfTheCallItInterrupts) {
-  for (const char* point : kPoints) dieAtEveryPassOf(point, false);
+  for (const char* point : kPoints) dieAtEveryPassOf(point, false, kScript, 10);
 }
 
 TEST(ProcessDeath, AtEveryCallThatWritesToTheDiskLeavesAllOrNothing) {
