@@ -127,10 +127,6 @@ void LogFiles::release(std::uint32_t number, bool usable) {
   slot.state = FileState{usable && room ? FileKind::kIdle : FileKind::kSealed, 0}.packed();
 }
 
-void LogFiles::seal(std::uint32_t number) {
-  tryClaim(number, FileKind::kIdle, FileKind::kSealed, 0);
-}
-
 LogFiles::Owned LogFiles::open(std::uint32_t number) {
   Owned owned;
   owned.number = number;

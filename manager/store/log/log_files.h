@@ -27,14 +27,12 @@ public:
     Generation generation = 0;
     std::uint32_t capacity = 0;
   };
-  /// A file with room for so many bytes behind what is in it. What is put gets one only while another
-  /// one is free for takes, so that reading makes room on a full disk.
+  /// A file with room for so many bytes behind what is in it. What is put gets one only while
+  /// another one is free for takes, so that reading makes room on a full disk.
   Owned claim(std::uint32_t owner, std::uint32_t room, bool forTakes);
   /// Nobody owns it any more. usable: it may be appended to at its end.
   void release(std::uint32_t number, bool usable);
 
-  /// A file that was released is not to be appended to.
-  void seal(std::uint32_t number);
   std::uint32_t countFree() const;
   /// Makes sure that a file is free for takes.
   void keepOneFree(std::uint32_t owner);
