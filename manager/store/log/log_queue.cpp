@@ -197,7 +197,7 @@ Found LogQueue::scan(const std::optional<Position>& after, Visit visit) {
       solid = false;
     }
     Step step = Step::kGoOn;
-    std::uint64_t end = slot.tail.load();
+    std::uint64_t end = std::min(slot.tail.load(), index.readyOf(priority));
     while (step != Step::kDone && (at < end || at < (end = index.endOf(priority)))) {
       Word& entry = index.entry(priority, at);
       Candidate candidate{{priority, at}, &entry, entry.load(), {}};
