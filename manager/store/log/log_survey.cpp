@@ -52,6 +52,7 @@ void LogSurvey::read(const LogScan& scan, LogFile& file) {
 void LogSurvey::add(const RecordView& record, LogScan::Known known, LogFile& file) {
   const RecordHeader& header = record.header();
   m_lastNumber = std::max({m_lastNumber, header.number, header.generation});
+  file.behind = std::max(file.behind, record.place().offset + header.length);
   const bool sound = record.isSound();
   // What nothing says to have been flushed may be a commit that never returned.
   if (known == LogScan::Known::kLast && !record.isWhole()) {

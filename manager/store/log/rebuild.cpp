@@ -132,6 +132,8 @@ private:
   void enter(std::uint32_t queue, int priority, Place place, std::int64_t expiry);
   void setUp(const LogSurvey::LogFile& file);
   void seal(const LogSurvey::LogFile& file) const;
+  void clear(const LogSurvey::LogFile& file) const;
+  void write(const LogSurvey::LogFile& file, std::string_view bytes, std::uint32_t at) const;
 
   LogFiles& m_files;
   Runtime& m_runtime;
@@ -222,15 +224,26 @@ void Rebuild::setUp(const LogSurvey::LogFile& file) {
     slot.state = FileState{FileKind::kFree, 0}.packed();
   else
     m_files.release(file.number, true);
-  if (file.generation != 0 && file.sealed < file.end) seal(file);
+  if (file.generation == 0) return;
+  if (file.behind > file.end) clear(file);
+  if (file.sealed < file.end) seal(file);
 }
 
 /// What was found to count counts from now on without the files that say so.
 void Rebuild::seal(const LogSurvey::LogFile& file) const {
+  write(file, encodeSeal(file.generation, file.end), kSealAt);
+}
+
+/// Pieces that do not count, behind the next commit, would say that it had been flushed.
+void Rebuild::clear(const LogSurvey::LogFile& file) const {
+  write(file, std::string(file.behind - file.end, '\0'), file.end);
+}
+
+void Rebuild::write(const LogSurvey::LogFile& file, std::string_view bytes,
+                    std::uint32_t at) const {
   const std::string name = LogFiles::fileName(file.number);
   const File opened = m_folder.open(name, Folder::Access::kWrite);
-  const std::string bytes = encodeSeal(file.generation, file.end);
-  int error = opened ? opened.write(bytes.data(), bytes.size(), kSealAt) : ENOENT;
+  int error = opened ? opened.write(bytes.data(), bytes.size(), at) : ENOENT;
   if (!error) error = opened.sync();
   if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_folder.pathOf(name));
 }
