@@ -86,7 +86,7 @@ TEST(FullDisk, RefusesPutsAndLosesNothing) {
 
 /// Small messages need the most beside themselves: for who takes them, and for their deletion.
 TEST(FullDisk, LetsEverySmallMessageBeRead) {
-  const SmallDisk disk("12m");
+  const SmallDisk disk("16m");
   NEEDS_MOUNT(disk);
   const auto ferry = [&](const std::string& what, int lines = 0) {
     support::Process program({support::binDir() + "/ferry", what, "Q", "-T"});

@@ -126,12 +126,12 @@ protected:
 };
 
 TEST_F(PowerCut, KeepsWhatWasCommittedAndBringsBackFewOfTheLastMessagesRead) {
-  cut(false, static_cast<std::size_t>(setting("FAULTS_CUTS", 120)));
+  cut(false, static_cast<std::size_t>(setting("FAULTS_CUTS", 60)));
   expectCompleteRecording();
 }
 
 TEST_F(PowerCut, BringsNothingBackWithFullSynchronisation) {
-  cut(true, static_cast<std::size_t>(setting("FAULTS_CUTS", 50)));
+  cut(true, static_cast<std::size_t>(setting("FAULTS_CUTS", 30)));
   expectCompleteRecording();
 }
 
