@@ -165,6 +165,8 @@ Committed LogSession::writeUnit(PutBatch& puts, bool withTakes, BXLONG& reason) 
   beginUnit(number);
   BXM_KILL_POINT("commit-before");
   const auto takes = withTakes ? takesOf() : std::vector<TakeGroup>();
+  Publication publication(*m_store, connection());
+  for (const auto& [id, counts] : puts.counts()) publication.expect(id);
   const LogWriter::Runs runs = [&puts](const auto& visit) { puts.forEachRun(visit); };
   const auto written = m_writer.write({number, takes, runs, &connection().place}, reason);
   if (written != LogWriter::Result::kDone) {
@@ -173,7 +175,7 @@ Committed LogSession::writeUnit(PutBatch& puts, bool withTakes, BXLONG& reason) 
   }
   BXM_KILL_POINT("commit-after");
   try {
-    publish(puts);
+    publish(puts, publication);
   } catch (const std::exception&) { // whoever finds this connection dead goes on
     m_lost = true;
     puts.clear();
@@ -248,11 +250,11 @@ void LogSession::giveRoomBack() {
   m_promised.clear();
 }
 
-void LogSession::publish(const PutBatch& puts) {
-  Publication publication(*m_store, connection());
+/// Needs no memory: the unit is on the disk.
+void LogSession::publish(const PutBatch& puts, Publication& publication) {
   auto piece = m_writer.pieces().begin();
   std::uint32_t at = 0;
-  puts.forEachRun([&](std::string_view run, bool) {
+  const auto visit = [&](std::string_view run, bool) {
     forEachItem(run, [&](const ItemHeader& item, std::string_view payload) {
       while (at == piece->size) {
         ++piece;
@@ -261,7 +263,8 @@ void LogSession::publish(const PutBatch& puts) {
       publication.add({piece->items.file, piece->items.offset + at}, item, payload);
       at += static_cast<std::uint32_t>(itemSize(item.size));
     });
-  });
+  };
+  puts.forEachRun(std::ref(visit));
   for (const LogWriter::Piece& each : m_writer.pieces())
     m_store->runtime().file(each.items.file).total.fetch_add(each.count);
   publication.announce();

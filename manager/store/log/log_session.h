@@ -13,6 +13,8 @@
 
 namespace bxm {
 
+class Publication;
+
 /// One connection to an embedded manager.
 class LogSession : public StoreSession {
 public:
@@ -58,7 +60,7 @@ private:
   std::vector<TakeGroup> takesOf() const;
   void promiseRoom(const PutBatch& puts);
   void giveRoomBack();
-  void publish(const PutBatch& puts);
+  void publish(const PutBatch& puts, Publication& publication);
   void uncount(PutBatch& puts);
   void dropQuietQueues();
 

@@ -23,7 +23,7 @@ public:
     Generation generation = 0; ///< 0: its header is damaged
     std::uint64_t size = 0;
     std::uint32_t sealed = 0;
-    std::uint32_t end = kDataStart; ///< of what counts
+    std::uint32_t end = kDataStart;    ///< of what counts
     std::uint32_t behind = kDataStart; ///< the end of all records, whether they count or not
     std::uint32_t total = 0;
     std::uint32_t takes = 0;                ///< groups, and copies

@@ -13,6 +13,8 @@ public:
   Publication(LogStore& store, ConnectionSlot& connection)
       : m_store(store), m_connection(connection), m_entered(connection.published.load()) {}
 
+  /// Makes sure that add needs no memory for messages of a queue.
+  void expect(std::uint32_t queue) { shareOf(queue); }
   /// The messages in their order, from the first on; those that were entered are passed over.
   void add(Place place, const ItemHeader& item, std::string_view payload);
   /// Wakes who waits for them.

@@ -142,7 +142,7 @@ void QueueIndex::promise(int priority, std::uint64_t count) {
   if (!file(priority).isNamed()) failGone(priority);
   const std::uint64_t end = slot.promised.fetch_add(count) + count;
   const std::uint64_t ready = readyOf(priority);
-  if (end <= ready) return;
+  if (end <= ready) return mapFor(priority, count, end);
   const std::uint64_t more = std::clamp(ready, kFirstRoom, kMostRoom);
   const std::uint64_t wanted = (end + more + kFirstRoom - 1) / kFirstRoom * kFirstRoom;
   int error = 0;
@@ -161,6 +161,18 @@ void QueueIndex::promise(int priority, std::uint64_t count) {
                   "cannot extend " + m_folder.pathOf(fileName(m_queueId, priority)));
   }
   raiseTo(slot.ready, wanted);
+  mapFor(priority, count, end);
+}
+
+/// Where as many entries as were promised are going to be.
+void QueueIndex::mapFor(int priority, std::uint64_t count, std::uint64_t end) {
+  try {
+    for (std::uint64_t number = (end - count) / kWindow; number <= (end - 1) / kWindow; ++number)
+      window(priority, number);
+  } catch (...) {
+    giveBack(priority, count);
+    throw;
+  }
 }
 
 void QueueIndex::giveBack(int priority, std::uint64_t count) {

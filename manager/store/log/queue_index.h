@@ -125,6 +125,7 @@ private:
   [[noreturn]] void failGone(int priority) const;
   PrioritySlot& mapSlot(int priority) const;
   Word* window(int priority, std::uint64_t number) const;
+  void mapFor(int priority, std::uint64_t count, std::uint64_t end);
   void letGoOfPages() const;
 
   const Folder& m_folder;
