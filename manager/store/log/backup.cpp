@@ -269,9 +269,9 @@ std::vector<std::string> Backup::finish() {
   for (const LogSurvey::LogFile& each : survey.files()) {
     const std::string name = LogFiles::fileName(each.number);
     const File file = m_target.open(name, Folder::Access::kWrite);
-    const std::string seal = encodeSeal(each.generation, each.end);
+    const Seal seal = makeSeal(each.generation, each.end);
     const bool wanted = each.generation != 0 && each.sealed < each.end;
-    sync(name, file, wanted ? file.write(seal.data(), seal.size(), kSealAt) : 0);
+    sync(name, file, wanted ? file.write(&seal, sizeof seal, kSealAt) : 0);
   }
   m_target.sync();
   BXM_KILL_POINT("backup-synced");

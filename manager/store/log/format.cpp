@@ -52,10 +52,10 @@ std::optional<FileHeader> decodeFileHeader(std::string_view bytes, std::uint32_t
   return right ? std::optional(header) : std::nullopt;
 }
 
-std::string encodeSeal(Generation generation, std::uint32_t end) {
+Seal makeSeal(Generation generation, std::uint32_t end) {
   Seal seal{generation, end, 0};
   seal.crc = crcBefore(seal, seal.crc);
-  return bytesOf(seal);
+  return seal;
 }
 
 std::optional<Seal> decodeSeal(std::string_view bytes) {

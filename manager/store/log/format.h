@@ -102,7 +102,7 @@ std::string encodeFileHeader(std::uint32_t file, std::uint64_t storeId, Generati
 /// nullopt when the bytes are no header of this file and store.
 std::optional<FileHeader> decodeFileHeader(std::string_view bytes, std::uint32_t file,
                                            std::uint64_t storeId);
-std::string encodeSeal(Generation generation, std::uint32_t end);
+Seal makeSeal(Generation generation, std::uint32_t end);
 /// nullopt when the bytes are none.
 std::optional<Seal> decodeSeal(std::string_view bytes);
 

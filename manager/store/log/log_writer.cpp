@@ -45,8 +45,8 @@ void LogWriter::letGo() {
 /// What the seal covers counts, also when the last piece of its unit is in a file that has been
 /// freed since.
 void LogWriter::seal(const LogFiles::Owned& owned) const {
-  const std::string seal = encodeSeal(owned.generation, slotOf(owned).end.load());
-  owned.file->write(seal.data(), seal.size(), kSealAt);
+  const Seal seal = makeSeal(owned.generation, slotOf(owned).end.load());
+  owned.file->write(&seal, sizeof seal, kSealAt);
 }
 
 void LogWriter::done() {

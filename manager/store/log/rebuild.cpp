@@ -231,7 +231,8 @@ void Rebuild::setUp(const LogSurvey::LogFile& file) {
 
 /// What was found to count counts from now on without the files that say so.
 void Rebuild::seal(const LogSurvey::LogFile& file) const {
-  write(file, encodeSeal(file.generation, file.end), kSealAt);
+  const Seal seal = makeSeal(file.generation, file.end);
+  write(file, {reinterpret_cast<const char*>(&seal), sizeof seal}, kSealAt);
 }
 
 /// Pieces that do not count, behind the next commit, would say that it had been flushed.

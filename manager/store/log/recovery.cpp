@@ -339,8 +339,8 @@ bool Recovery::findEnd(std::uint32_t number, const Closed& closed) const {
       [](auto, auto) {});
   slot.end = end;
   const File file = m_store.folder().open(LogFiles::fileName(number), Folder::Access::kWrite);
-  const std::string seal = encodeSeal(scan.generation(), end);
-  int error = file ? file.write(seal.data(), seal.size(), kSealAt) : ENOENT;
+  const Seal seal = makeSeal(scan.generation(), end);
+  int error = file ? file.write(&seal, sizeof seal, kSealAt) : ENOENT;
   if (!error) error = file.sync();
   if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write a log file");
   return usable;

@@ -122,9 +122,9 @@ void StoreRepair::mendHeader(std::uint32_t number, const FileSlot& slot) {
   const File file = m_broken.open(LogFiles::fileName(number), Folder::Access::kWrite);
   if (!file || generation == 0 || LogScan(file, number, storeId).generation() != 0) return;
   const std::string header = encodeFileHeader(number, storeId, generation);
-  const std::string seal = encodeSeal(generation, slot.end.load());
+  const Seal seal = makeSeal(generation, slot.end.load());
   int error = file.write(header.data(), header.size(), 0);
-  if (!error) error = file.write(seal.data(), seal.size(), kSealAt);
+  if (!error) error = file.write(&seal, sizeof seal, kSealAt);
   if (!error) error = file.sync();
   if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_broken.pathOf("log files"));
   change(m_broken.pathOf(LogFiles::fileName(number)) + " has a header again");
