@@ -101,11 +101,12 @@ Committed LogSession::commit(PutBatch& puts, BXLONG& reason) {
     backout(puts);
     return Committed::kFailed;
   }
-  return commitTakes(reason);
+  commitTakes();
+  return Committed::kDone;
 }
 
 /// A commit of gets is decided by one store: from then on whoever recovers finishes it.
-Committed LogSession::commitTakes(BXLONG&) {
+void LogSession::commitTakes() {
   BXM_KILL_POINT("commit-takes-begin");
   for (auto& [id, queue] : m_queues)
     queue->access().getsNext = queue->access().gets.load() + queue->taken().size();
@@ -116,7 +117,6 @@ Committed LogSession::commitTakes(BXLONG&) {
   BXM_KILL_POINT("commit-takes-consumed");
   connection().phase = Phase::kNone;
   m_store->settler().added(m_unsettled);
-  return Committed::kDone;
 }
 
 /// Of a connection that could not enter what it had written into the index.

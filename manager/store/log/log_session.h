@@ -50,7 +50,7 @@ public:
   std::uint32_t slot() const { return m_slot; }
 
 private:
-  Committed commitTakes(BXLONG& reason);
+  void commitTakes();
   Committed commitDurably(PutBatch& puts, bool withTakes, BXLONG& reason);
   static Committed failLost(PutBatch& puts, BXLONG& reason);
   Committed writeUnit(PutBatch& puts, bool withTakes, BXLONG& reason);
