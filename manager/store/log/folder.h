@@ -33,6 +33,7 @@ public:
   int copy(const File& from, std::uint64_t begin, std::uint64_t end) const;
   /// False when the file has no name any more.
   bool isNamed() const;
+  bool isRegular() const;
   std::uint64_t size() const;
 
 private:
