@@ -3,10 +3,11 @@
 //
 //   -i  its standard input; -e its standard error (appended)
 //   -n  starts N at once: the time until the last has ended
-//   -r  runs N one after the other: the mean time of one
+//   -r  runs N one after the other: the median time of one
 //   -m  prints its largest private and its largest anonymous memory instead, in KiB
 //
 // {} in an argument or in IN is the number of the process, from 0.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -91,13 +92,16 @@ void await(pid_t pid, const Options& options) {
 }
 
 double seconds(const Options& options) {
-  const auto begin = Clock::now();
+  std::vector<double> took;
   for (int run = 0; run < options.repeats; ++run) {
+    const auto begin = Clock::now();
     std::vector<pid_t> running;
     for (int i = 0; i < options.atOnce; ++i) running.push_back(start(options, run + i));
     for (const pid_t pid : running) await(pid, options);
+    took.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
   }
-  return std::chrono::duration<double>(Clock::now() - begin).count() / options.repeats;
+  std::nth_element(took.begin(), took.begin() + took.size() / 2, took.end());
+  return took[took.size() / 2];
 }
 
 struct Memory {

@@ -1,4 +1,4 @@
-# Start to exit of an operation on one record, as the mean of some in a row.
+# Start to exit of an operation on one record, as the median of some in a row: a flush has long tails.
 repeats=20
 
 # single METRIC COMMAND...
