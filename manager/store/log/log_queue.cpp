@@ -16,6 +16,7 @@ namespace {
 
 /// A look for what has expired is due again after so many times as long as it took.
 constexpr int kBetweenExpiryScans = 20;
+constexpr int kMostCounts = 100; ///< to find a depth that was there at one time
 
 std::int64_t coarseNow() {
   timespec now{};
@@ -56,10 +57,23 @@ std::uint64_t LogQueue::counted() {
   return depth > 0 ? static_cast<std::uint64_t>(depth) : 0;
 }
 
+std::uint64_t LogQueue::gone() const {
+  std::uint64_t gets = 0;
+  for (const AccessSlot* access : m_accesses) gets += access->gets.load();
+  return gets;
+}
+
+/// Exact where nothing is got while it is counted; for that it tries a while.
 std::uint64_t LogQueue::depth() {
   lookAfterOthers();
   dropExpired();
-  return counted();
+  std::uint64_t depth = counted();
+  for (int left = kMostCounts; left > 0; --left) {
+    const std::uint64_t before = gone();
+    depth = counted();
+    if (gone() == before) break;
+  }
+  return depth;
 }
 
 bool LogQueue::reserve() {

@@ -65,6 +65,7 @@ private:
   void consumeAlone(const Position& position);
   void dropExpired();
   std::uint64_t counted();
+  std::uint64_t gone() const;
   void lookAfterOthers();
   bool recoverOthers();
 
