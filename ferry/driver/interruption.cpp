@@ -78,7 +78,8 @@ int CInterruption::Signal_n() { return s_nSignal; }
 
 short CInterruption::Wait_n(int nDescriptor, short nEvents, long nMilliseconds) {
   const bool bForEver = nMilliseconds < 0;
-  const auto obEnd = Clock::now() + std::chrono::milliseconds(bForEver ? 0 : nMilliseconds);
+  const auto obEnd =
+      bForEver ? Clock::time_point() : Clock::now() + std::chrono::milliseconds(nMilliseconds);
   struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}};
   for (;;) {
     const int nReady = ::poll(aPoll, 2, Left_n(obEnd, bForEver));

@@ -46,6 +46,11 @@ bool WriteAll_b(const std::string_view sAll) {
   return true;
 }
 
+// Files and devices such as /dev/null always have room, and nobody leaves.
+bool HasReader_b(const struct stat& obStatus) {
+  return S_ISFIFO(obStatus.st_mode) || S_ISSOCK(obStatus.st_mode) || ::isatty(STDOUT_FILENO) != 0;
+}
+
 // A file that has reached the limit on the size of files.
 bool AtLimit_b(const struct stat& obStatus) {
   struct rlimit obLimit {};
@@ -73,7 +78,7 @@ void CStandardOutput::CutBack_v(off_t nEnd) {
 
 CStandardOutput::CStandardOutput() {
   struct stat obStatus {};
-  m_bHasReader = ::fstat(STDOUT_FILENO, &obStatus) != 0 || !S_ISREG(obStatus.st_mode);
+  m_bHasReader = ::fstat(STDOUT_FILENO, &obStatus) != 0 || HasReader_b(obStatus);
   // What can never be written to says so before the first record is taken.
   if (S_ISSOCK(obStatus.st_mode)) return;
   if (::write(STDOUT_FILENO, "", 0) < 0 || AtLimit_b(obStatus))

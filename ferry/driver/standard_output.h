@@ -31,6 +31,6 @@ public:
   static void CutBack_v(off_t nEnd);
 
 private:
-  bool m_bHasReader; // not a file
+  bool m_bHasReader; // somebody at the other end
   std::string m_sBuffer;
 };
