@@ -9,7 +9,7 @@
 
 namespace bxm {
 
-/// Messages that were put and are not stored yet, in the order of the puts. Up to 17 MiB stay in
+/// Messages that were put and are not stored yet, in the order of the puts. Up to 26 MiB stay in
 /// memory, what is beyond goes to an unlinked file in the folder given. Not thread-safe.
 class PutBatch {
 public:

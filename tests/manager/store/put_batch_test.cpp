@@ -11,7 +11,7 @@ namespace bxm {
 
 namespace {
 
-constexpr std::size_t kBeyondMemory = 18 << 20;
+constexpr std::size_t kBeyondMemory = 27 << 20;
 
 std::vector<std::size_t> sizesIn(const PutBatch& batch) {
   std::vector<std::size_t> sizes;
