@@ -49,6 +49,7 @@ void Unsettled::settle() {
   const std::lock_guard turn(m_turn);
   const std::size_t begin = m_settled, end = m_added.load(std::memory_order_acquire);
   if (begin == end) return;
+  const auto start = Clock::now();
   m_begun = end;
   Runtime& runtime = m_store.runtime();
   std::vector<TakeGroup> takes;
@@ -71,6 +72,24 @@ void Unsettled::settle() {
   for (std::size_t i = begin; i < end; ++i) markGone(at(i));
   if (dropLive(runtime, takes)) m_reclaimDue = true;
   m_settled = end;
+  pace(start, end - begin);
+}
+
+/// Settling begins early, so that what is got meanwhile has room. Where it takes so long that the
+/// connection has to wait for it in any case, fewer flushes are faster: it settles all at once when
+/// there is no room.
+void Unsettled::pace(Clock::time_point begin, std::size_t count) {
+  const auto took = Clock::now() - begin;
+  const auto apart = begin - std::exchange(m_lastBegin, begin) - m_waited.exchange({});
+  const double meanwhile = static_cast<double>(count) * static_cast<double>(took.count()) /
+                           static_cast<double>(std::max<std::int64_t>(apart.count(), 1));
+  m_urgentAt = meanwhile < kMost ? kMost / 2 : SIZE_MAX;
+}
+
+void Unsettled::waitForRoom() {
+  const auto begin = Clock::now();
+  settle();
+  m_waited = m_waited.load() + (Clock::now() - begin);
 }
 
 void Unsettled::markGone(const Got& got) const {
@@ -114,7 +133,7 @@ void Settler::leave(Unsettled& member) {
 }
 
 void Settler::added(const Unsettled& member) noexcept {
-  const bool hurry = member.waiting() >= Unsettled::kMost / 2;
+  const bool hurry = member.isUrgent();
   if (m_dirty && (!hurry || m_hurry)) return; // the thread knows
   {
     const std::lock_guard guard(m_mutex);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -46,13 +47,13 @@ public:
 
   /// To be called before add: settles when there is no room. Throws Failure as settle does.
   void makeRoom(std::size_t count) {
-    if (size() + count > kMost) settle();
+    if (size() + count > kMost) waitForRoom();
   }
   /// The share must live until it is settled.
   void add(QueueShare& share, const std::uint64_t* positions, std::size_t count);
   std::size_t size() const { return m_added - m_settled; }
-  /// Of these, what no settling is at work on.
-  std::size_t waiting() const { return m_added - m_begun; }
+  /// True when settling is due at once.
+  bool isUrgent() const { return m_added - m_begun >= m_urgentAt; }
   /// Logs all of it and waits for the disk. Throws Failure; it then waits on.
   void settle();
   /// Gives space back that has become empty; see reclaim.h.
@@ -61,12 +62,15 @@ public:
   void reclaimSoon();
 
 private:
+  using Clock = std::chrono::steady_clock;
   struct Got {
     QueueShare* share;
     std::uint64_t position; ///< packed
   };
   const Got& at(std::size_t number) const { return m_ring[number % kRing]; }
   void markGone(const Got& got) const;
+  void waitForRoom();
+  void pace(Clock::time_point begin, std::size_t count);
 
   static constexpr std::size_t kRing = 1024;
   static_assert(kRing >= kMost);
@@ -77,6 +81,9 @@ private:
   std::array<Got, kRing> m_ring;
   std::atomic<std::size_t> m_added{0}, m_begun{0}, m_settled{0};
   std::atomic<bool> m_reclaimDue{false};
+  std::atomic<std::size_t> m_urgentAt{kMost / 2}; ///< so many wait when settling begins
+  std::atomic<Clock::duration> m_waited{};        ///< for room, since the last settling began
+  Clock::time_point m_lastBegin = Clock::now();
 };
 
 /// Settles what all connections of a process have got, before it has waited for 100 ms.
