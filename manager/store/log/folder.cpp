@@ -16,6 +16,11 @@ namespace bxm {
 
 // ---- File ---------------------------------------------------------------------------------------
 
+namespace {
+/// In one call: above 4 MiB ext4 (Linux 6.18) is five times as slow.
+constexpr std::size_t kMostWritten = 1 << 20;
+} // namespace
+
 File::~File() {
   if (m_descriptor >= 0) ::close(m_descriptor);
 }
@@ -34,8 +39,9 @@ std::size_t File::read(void* bytes, std::size_t size, std::uint64_t offset) cons
 
 int File::write(const void* bytes, std::size_t size, std::uint64_t offset) const {
   for (std::size_t done = 0; done < size;) {
-    const ssize_t n = ::pwrite(m_descriptor, static_cast<const char*>(bytes) + done, size - done,
-                               static_cast<off_t>(offset + done));
+    const ssize_t n =
+        ::pwrite(m_descriptor, static_cast<const char*>(bytes) + done,
+                 std::min(size - done, kMostWritten), static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return n < 0 ? errno : ENOSPC;
     done += static_cast<std::size_t>(n);
@@ -143,8 +149,7 @@ File Folder::open(const std::string& name, Access access) const {
                 (errno == EEXIST && access == Access::kMakeNew)))
     return file;
   if (!file) fail(errno, errno == ELOOP ? "there is a link in the place of" : "cannot open", name);
-  if (!file.isRegular())
-    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, pathOf(name) + " is not a file");
+  if (!file.isRegular()) throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, pathOf(name) + " is not a file");
   if (access == Access::kMakeNew) adopt(file, name);
   return file;
 }

@@ -15,8 +15,10 @@
 namespace bxm {
 
 constexpr std::uint32_t kFormat = 2;
-constexpr std::uint32_t kFileSize =
-    4 << 20; ///< a file for one larger message is as large as it needs
+constexpr std::uint32_t kFileSize = 4 << 20;
+/// For a large unit of work a file grows up to here, since each file costs three flushes and each
+/// part of a unit one. A file for one message that is larger is as large as it needs.
+constexpr std::uint32_t kMostGrown = 16 << 20;
 constexpr std::uint32_t kDataStart = 4096;
 /// A file used again holds old records with right checksums: what counts carries its generation. A
 /// generation is a commit number, so no two uses of any file ever have the same.

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <thread>
+#include <unistd.h>
 
 namespace bxm {
 
@@ -114,6 +115,16 @@ LogFiles::Owned LogFiles::claim(std::uint32_t owner, std::uint32_t room, bool fo
   }
 }
 
+std::uint32_t LogFiles::grow(Owned& owned, std::size_t wanted) const {
+  const FileSlot& slot = m_runtime.file(owned.number);
+  while (wanted > kFileSize && roomIn(slot, owned.capacity) < wanted &&
+         owned.capacity + kFileSize <= kMostGrown &&
+         countFree() > 0 && // the room may be needed for takes
+         ::posix_fallocate(owned.file->get(), owned.capacity, kFileSize) == 0)
+    owned.capacity += kFileSize;
+  return roomIn(slot, owned.capacity);
+}
+
 std::uint32_t LogFiles::claimAbsent(std::uint32_t owner) {
   for (std::uint32_t number = 0;; ++number) {
     m_runtime.growFiles(number);
@@ -205,7 +216,9 @@ void LogFiles::makeFree(std::uint32_t number) {
   if (error)
     failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_folder.pathOf(fileName(number)));
   BXM_KILL_POINT("free-synced");
-  const bool usual = writable && writable.size() == kFileSize;
+  // Behind the flush, and not on the disk itself: until then the old header needs what it tells of.
+  const bool usual = writable && writable.size() >= kFileSize &&
+                     (writable.size() == kFileSize || ::ftruncate(writable.get(), kFileSize) == 0);
   // Before the generation: who waits for that finds all of it.
   slot.end = kDataStart;
   slot.total = slot.takes = 0;

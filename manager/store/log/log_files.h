@@ -30,6 +30,9 @@ public:
   /// A file with room for so many bytes behind what is in it. What is put gets one only while
   /// another one is free for takes, so that reading makes room on a full disk.
   Owned claim(std::uint32_t owner, std::uint32_t room, bool forTakes);
+  /// Makes a file larger where more is wanted than a usual one holds, as far as may be. Returns the
+  /// room that there is.
+  std::uint32_t grow(Owned& owned, std::size_t wanted) const;
   /// Nobody owns it any more. usable: it may be appended to at its end.
   void release(std::uint32_t number, bool usable);
 

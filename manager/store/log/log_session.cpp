@@ -30,14 +30,14 @@ LogSession::~LogSession() {
   } catch (const std::exception&) {
     settled = settled && m_unsettled.size() == 0;
   }
+  if (m_lost)
+    m_writer.abandon();
+  else
+    settled = m_writer.close() && settled;
   // The entries stay marked as consumed; whoever connects next finds their owner gone.
   if (!settled)
     for (auto& [id, queue] : m_queues) queue->abandon();
   m_queues.clear();
-  if (m_lost)
-    m_writer.abandon();
-  else
-    m_writer.close();
   if (settled)
     m_store->runtime().releaseConnection(m_slot);
   else

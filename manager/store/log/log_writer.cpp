@@ -29,9 +29,18 @@ struct LogWriter::Rest {
   std::uint32_t crc = 0;
 };
 
-void LogWriter::close() {
+bool LogWriter::close() {
   done();
-  letGo();
+  const bool sealed = m_full.empty() && !m_left;
+  if (sealed) letGo();
+  abandon();
+  return sealed;
+}
+
+void LogWriter::abandon() {
+  m_full.clear();
+  m_held.clear();
+  m_owned = {};
 }
 
 void LogWriter::letGo() {
@@ -43,20 +52,27 @@ void LogWriter::letGo() {
 }
 
 /// What the seal covers counts, also when the last piece of its unit is in a file that has been
-/// freed since.
-void LogWriter::seal(const LogFiles::Owned& owned) const {
+/// freed since. 0 or errno.
+int LogWriter::seal(const LogFiles::Owned& owned) const {
   const Seal seal = makeSeal(owned.generation, slotOf(owned).end.load());
-  owned.file->write(&seal, sizeof seal, kSealAt);
+  return owned.file->write(&seal, sizeof seal, kSealAt);
+}
+
+/// In the order in which they were written: a later one may tell that what is in an earlier one
+/// counts, and who is let go of may be freed. False when the disk failed; it is tried again.
+bool LogWriter::releaseFull() {
+  for (auto owned = m_full.begin(); owned != m_full.end(); owned = m_full.erase(owned)) {
+    if (seal(*owned) != 0 || owned->file->sync() != 0) return false;
+    BXM_KILL_POINT("file-sealed");
+    m_files.release(owned->number, true);
+  }
+  return true;
 }
 
 void LogWriter::done() {
-  for (const LogFiles::Owned& owned : m_held) {
-    seal(owned);
-    owned.file->sync();
-    BXM_KILL_POINT("file-sealed");
-    m_files.release(owned.number, true);
-  }
+  std::move(m_held.begin(), m_held.end(), std::back_inserter(m_full));
   m_held.clear();
+  if (!releaseFull()) return;
   const bool onlyTakes =
       !m_pieces.empty() &&
       std::none_of(m_pieces.begin(), m_pieces.end(), [](const Piece& p) { return p.count > 0; });
@@ -98,10 +114,12 @@ void LogWriter::forget() {
     slot.end = piece->record.offset;
     dropLive(slot, piece->generation, piece->count);
   }
-  for (const LogFiles::Owned& owned : m_held) m_files.release(owned.number, false);
+  if (!m_pieces.empty()) m_held.push_back(std::exchange(m_owned, {}));
+  const bool inOrder = releaseFull();
+  for (const LogFiles::Owned& owned : m_held)
+    if (inOrder) m_files.release(owned.number, false);
+  m_left = m_left || !inOrder;
   m_held.clear();
-  if (!m_pieces.empty()) m_files.release(m_owned.number, false);
-  if (!m_pieces.empty()) m_owned = {};
   m_pieces.clear();
   m_unflushed = false;
 }
@@ -124,7 +142,8 @@ void LogWriter::writePiece(const Unit& unit, Rest& rest) {
   const std::size_t first = hasTakes           ? takesSize(unit.takes[rest.group])
                             : rest.run.empty() ? 0
                                                : itemSize(itemHeaderAt(rest.run.data()).size);
-  makeRoom(static_cast<std::uint32_t>(kHeaderSize + first), rest.run.empty());
+  makeRoom(static_cast<std::uint32_t>(kHeaderSize + first), kHeaderSize + first + rest.run.size(),
+           rest.run.empty());
   std::size_t room = m_owned.capacity - slotOf(m_owned).end.load() - kHeaderSize;
   m_buffer.assign(kHeaderSize, '\0');
   while (rest.group < unit.takes.size() && takesSize(unit.takes[rest.group]) <= room) {
@@ -183,12 +202,13 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
 
 // ---- The file -----------------------------------------------------------------------------------
 
-void LogWriter::makeRoom(std::uint32_t needed, bool forTakes) {
-  if (m_owned.file && roomIn(slotOf(m_owned), m_owned.capacity) >= needed) return expectInPlace();
+void LogWriter::makeRoom(std::uint32_t needed, std::size_t wanted, bool forTakes) {
+  if (m_owned.file && m_files.grow(m_owned, wanted) >= needed) return expectInPlace();
   if (m_unflushed) flush();
   const LogFiles::Owned next = m_files.claim(m_connection, needed, forTakes);
   if (m_owned.file) m_held.push_back(m_owned);
   m_owned = next;
+  m_files.grow(m_owned, wanted);
   if (m_count == 0) done(); // nothing of the unit is in what was held
   expectInPlace();
 }

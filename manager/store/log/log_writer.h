@@ -37,10 +37,10 @@ public:
   /// unit's messages are in the index: until then nobody takes the files for empty.
   Result write(const Unit& unit, BXLONG& reason);
   void done();
-  /// Lets go of the file.
-  void close();
-  /// Leaves it to who recovers the connection.
-  void abandon() { m_owned = {}; }
+  /// Lets go of all files. False when the disk failed: who recovers the connection goes on.
+  bool close();
+  /// Leaves them to who recovers the connection.
+  void abandon();
 
   /// Where the items of the unit stand, in the order of the runs.
   struct Piece {
@@ -57,15 +57,16 @@ private:
   void writePieces(const Unit& unit);
   void writePiece(const Unit& unit, Rest& rest);
   void chooseItems(Rest& rest, std::size_t room);
-  void makeRoom(std::uint32_t needed, bool forTakes);
+  void makeRoom(std::uint32_t needed, std::size_t wanted, bool forTakes);
   void append(const RecordHeader& header, std::string_view items, Place place);
   void zeroAhead(FileSlot& slot, std::uint32_t length) const;
   void flush();
   void expectInPlace() const;
   bool voidFinal();
   void forget();
+  bool releaseFull();
   void letGo();
-  void seal(const LogFiles::Owned& owned) const;
+  int seal(const LogFiles::Owned& owned) const;
   FileSlot& slotOf(const LogFiles::Owned& owned) const {
     return m_files.runtime().file(owned.number);
   }
@@ -75,6 +76,8 @@ private:
   std::mutex m_mutex;
   LogFiles::Owned m_owned;             ///< appended to; without a file at first
   std::vector<LogFiles::Owned> m_held; ///< full, but the unit is not in the index yet
+  std::vector<LogFiles::Owned> m_full; ///< of earlier units, to be sealed
+  bool m_left = false;                 ///< files that could not be let go of in order
   std::vector<Piece> m_pieces;
   std::string m_buffer;
   std::uint64_t m_previous = 0; ///< the unit's last piece, packed

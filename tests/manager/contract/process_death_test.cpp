@@ -98,7 +98,7 @@ TEST_P(ProcessDeath, AfterAnyNumberOfGetsGivesThemAllBack) {
 /// Processes move messages from one queue to another, each unit of work a few, and are killed at
 /// any moment: every message arrives, and none twice.
 TEST_P(ProcessDeath, AtAnyMomentMovesAMessageOnceOrNotAtAll) {
-  constexpr int kMessages = 1500;
+  constexpr int kMessages = 4000;
   ASSERT_EQ(mine.createQueue("R"), kOk);
   const Queue r = mine.open("R");
   for (const std::string& text : numbered("m", kMessages)) ASSERT_EQ(q.put(text, kPutLater), kOk);

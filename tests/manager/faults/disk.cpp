@@ -18,8 +18,9 @@ std::vector<Event> readRecording(const std::string& path) {
 }
 
 void Disk::put(std::string& bytes, const Write& write) {
-  bytes.resize(std::max(bytes.size(), write.offset + write.data.size()));
-  bytes.replace(write.offset, write.data.size(), write.data);
+  const std::size_t end = write.offset + write.data.size();
+  bytes.resize(write.cuts ? std::min(bytes.size(), end) : std::max(bytes.size(), end));
+  if (!write.cuts) bytes.replace(write.offset, write.data.size(), write.data);
 }
 
 /// Each sector of the write reaches the disk or not, or, as often, all up to one.
@@ -55,7 +56,9 @@ void Disk::apply(const Event& event) {
   case kName: m_names.at(name).push_back(m_latest.at(name)); break;
   case kRemove: m_names.at(name).push_back(kNone); break;
   case kWrite:
-    m_files[m_latest.at(name)].waiting.push_back({event.header.offset, event.data});
+  case kCut:
+    m_files[m_latest.at(name)].waiting.push_back(
+        {event.header.offset, event.data, event.header.type == kCut});
     break;
   case kSync:
     if (name.empty()) {

@@ -36,6 +36,7 @@ private:
   struct Write {
     std::uint64_t offset;
     std::string data;
+    bool cuts = false; ///< what is behind
   };
   struct File {
     std::string flushed;

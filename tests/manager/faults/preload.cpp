@@ -238,6 +238,14 @@ VISIBLE ssize_t pwrite(int file, const void* data, size_t size, off_t offset) {
   return storageWrite(file, {static_cast<const char*>(data), size}, offset);
 }
 
+VISIBLE int ftruncate(int file, off_t size) noexcept {
+  return storageCall(
+      isWatched(file), [=] { return next<int(int, off_t)>("ftruncate")(file, size); },
+      [=](int) {
+        record(faults::kCut, g_watched[file].name, static_cast<std::uint64_t>(size), "");
+      });
+}
+
 VISIBLE int fdatasync(int file) { return sync(file, "fdatasync"); }
 VISIBLE int fsync(int file) { return sync(file, "fsync"); }
 

@@ -11,6 +11,7 @@ enum EventType : char {
   kName = 'L',   ///< it has got the name
   kRemove = 'R', ///< what had the name has none any more
   kWrite = 'W',  ///< reached the system, not the disk
+  kCut = 'C',    ///< everything from the offset on was taken off the file
   kSync = 'S',   ///< everything written to the file before, or all names, have reached the disk
   kMark = 'M',   ///< the program's own remark
 };
