@@ -5,9 +5,11 @@
 namespace bxm {
 
 LogScan::LogScan(const File& file, std::uint32_t number, std::uint64_t storeId)
-    : m_number(number), m_storeId(storeId), m_bytes(file.size(), '\0') {
-  m_bytes.resize(file.read(m_bytes.data(), m_bytes.size(), 0));
-  const std::string_view bytes = m_bytes;
+    : m_number(number), m_storeId(storeId) {
+  const std::uint64_t size = file.size();
+  m_buffer = std::make_unique_for_overwrite<char[]>(size);
+  const std::string_view bytes(m_buffer.get(), file.read(m_buffer.get(), size, 0));
+  m_bytes = bytes;
   const auto header = decodeFileHeader(bytes, number, storeId);
   const auto seal = decodeSeal(bytes.substr(std::min<std::size_t>(kSealAt, bytes.size())));
   m_hasHeader = header.has_value();
@@ -22,16 +24,15 @@ LogScan::LogScan(const File& file, std::uint32_t number, std::uint64_t storeId)
 
 std::optional<RecordView> LogScan::at(std::uint32_t offset) const {
   if (offset >= m_bytes.size()) return std::nullopt;
-  return RecordView::at(std::string_view(m_bytes).substr(offset), {m_number, offset}, m_storeId,
-                        m_generation);
+  return RecordView::at(m_bytes.substr(offset), {m_number, offset}, m_storeId, m_generation);
 }
 
 /// Where the next record begins behind a place; 0 when there is none.
 std::uint32_t LogScan::nextRecord(std::uint32_t from) const {
   constexpr char kMagic[] = {'B', 'X', 'L', 'R'};
-  const std::string_view bytes = m_bytes, magic(kMagic, sizeof kMagic);
-  for (std::size_t i = bytes.find(magic, from); i != std::string_view::npos;
-       i = bytes.find(magic, i + 1))
+  const std::string_view magic(kMagic, sizeof kMagic);
+  for (std::size_t i = m_bytes.find(magic, from); i != std::string_view::npos;
+       i = m_bytes.find(magic, i + 1))
     if (i % 8 == 0 && at(static_cast<std::uint32_t>(i))) return static_cast<std::uint32_t>(i);
   return 0;
 }

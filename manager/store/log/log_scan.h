@@ -4,7 +4,8 @@
 #include "manager/store/log/format.h"
 
 #include <functional>
-#include <string>
+#include <memory>
+#include <string_view>
 
 namespace bxm {
 
@@ -40,7 +41,8 @@ private:
 
   const std::uint32_t m_number;
   const std::uint64_t m_storeId;
-  std::string m_bytes;
+  std::unique_ptr<char[]> m_buffer;
+  std::string_view m_bytes;
   bool m_hasHeader = false;
   Generation m_generation = 0;
   std::uint32_t m_sealed = 0; ///< up to here all was flushed

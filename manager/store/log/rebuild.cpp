@@ -9,6 +9,7 @@
 #include "manager/store/record.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@ namespace bxm {
 namespace {
 
 constexpr std::size_t kWindow = 64 << 10;
+constexpr std::uint32_t kPromised = 1024; ///< entries at a time: each promise asks the file system
 
 /// The records of a file, one after the other, in little memory.
 class RecordStream {
@@ -95,7 +97,10 @@ public:
       m_index[queue.id].open(m_folder, m_runtime, queue);
     enterMessages(survey);
     BXM_KILL_POINT("rebuild-entered");
-    for (auto& [id, queue] : m_index) queue.count(m_runtime);
+    for (auto& [id, queue] : m_index) {
+      queue.giveBack();
+      queue.count(m_runtime);
+    }
     for (const LogSurvey::LogFile& file : survey.files()) setUp(file);
     m_runtime.recountWanted() = 1;
   }
@@ -106,10 +111,23 @@ private:
     QueueSlot* slot = nullptr;
     std::unique_ptr<QueueIndex> index;
     std::uint64_t entered = 0;
+    std::array<std::uint32_t, kPriorities> promised{}; ///< and not entered yet
     void open(const Folder& folder, const Runtime& runtime, const QueueDefinition& queue) {
       definition = queue;
       slot = &runtime.queue(queue.slot);
       index = std::make_unique<QueueIndex>(folder, *slot, queue.id);
+    }
+    void enter(int priority, std::uint64_t word) {
+      auto& left = promised[static_cast<std::size_t>(priority)];
+      if (left == 0) index->promise(priority, left = kPromised);
+      index->enter(priority, word, nullptr);
+      --left;
+      ++entered;
+    }
+    void giveBack() const {
+      for (int priority = 0; priority < kPriorities; ++priority)
+        if (const auto left = promised[static_cast<std::size_t>(priority)]; left > 0)
+          index->giveBack(priority, left);
     }
     /// What is on the queue is counted as left by an earlier connection.
     void count(Runtime& runtime) const {
@@ -202,11 +220,9 @@ void Rebuild::enter(std::uint32_t queue, int priority, Place place, std::int64_t
     if (found == m_index.end()) return; // deleted
     m_latest = &found->second;
   }
-  m_latest->index->promise(priority, 1);
-  m_latest->index->enter(priority, Entry::available(place, expiry != 0), nullptr);
+  m_latest->enter(priority, Entry::available(place, expiry != 0));
   if (expiry != 0 && expiry < m_latest->slot->nextExpiry.load())
     m_latest->slot->nextExpiry = expiry;
-  ++m_latest->entered;
   ++m_live[place.file];
 }
 
