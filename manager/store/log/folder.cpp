@@ -44,6 +44,8 @@ int File::write(const void* bytes, std::size_t size, std::uint64_t offset) const
                  std::min(size - done, kMostWritten), static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return n < 0 ? errno : ENOSPC;
+    if (size > kMostWritten) // so that the disk is at work before it is waited for
+      ::sync_file_range(m_descriptor, static_cast<off_t>(offset + done), n, SYNC_FILE_RANGE_WRITE);
     done += static_cast<std::size_t>(n);
   }
   return 0;
