@@ -1,9 +1,5 @@
 #include "ferry/errors/bx_exception.h"
 
-#include "ferry/logging/logger.h"
-#include "ferry/logging/msg.h"
-#include "ferry/text/ucss.h"
-
 VRKBX_Exception::VRKBX_Exception() {
   m_sOriginTag = "BX";
   m_sCategory = "bx";
@@ -28,15 +24,6 @@ void VRKBX_Exception::ResetException() {
   VRK_Exception::ResetException();
   m_nOriginCode = 0;
   m_sOriginMessage.remove();
-}
-
-void VRKBX_Exception::PrintException(int severity, bool withFunction, bool withStack, bool flag) {
-  CMsg msg = NewMsg(severity);
-  UnicodeString label;
-  UCSS::ssprintf(label, u"[%s-%ld]", m_sOriginTag.c_str(), m_nOriginCode);
-  AppendErrorMsg(msg, severity, label, m_sOriginMessage, flag);
-  if (withStack) AppendStackMsg(msg, withFunction, withStack, flag);
-  CLogger::Log_v(msg);
 }
 
 void VRKBX_Exception::SetOriginMessage(const char* message) {

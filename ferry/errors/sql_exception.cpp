@@ -1,10 +1,5 @@
 #include "ferry/errors/sql_exception.h"
 
-#include "ferry/logging/logger.h"
-#include "ferry/logging/msg.h"
-#include "ferry/text/ss.h"
-#include "ferry/text/ucss.h"
-
 namespace {
 
 const char* orEmpty(const char* text) { return text ? text : ""; }
@@ -30,20 +25,6 @@ void VRKSQL_Exception::ResetException() {
   m_nOriginCode = 0;
   m_sStatement.clear();
   m_sOriginMessage.clear();
-}
-
-void VRKSQL_Exception::PrintException(int severity, bool withFunction, bool withStack, bool flag) {
-  std::string code;
-  SS::ZFill(code, ExceptionCode(0), 5);
-  std::string label = "[" + m_sOriginTag + "-" + code + "]";
-
-  CMsg msg = NewMsg(severity);
-  AppendErrorMsg(msg, severity, UnicodeString(label.c_str()),
-                 UnicodeString(m_sOriginMessage.c_str()), flag);
-  if (!m_sStatement.empty())
-    msg.AddLine_rob(u"SQL Statement%s: %s", label.c_str(), m_sStatement.c_str());
-  if (withStack) AppendStackMsg(msg, withFunction, withStack, flag);
-  CLogger::Log_v(msg);
 }
 
 void VRKSQL_Exception::SetSQLStatement(const char* statement) { m_sStatement = orEmpty(statement); }

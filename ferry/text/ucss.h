@@ -119,7 +119,9 @@ void dcpToUCS(UnicodeString& s, std::string_view text);
 std::string ucsToDCP(const UnicodeString& s);
 /// The same, for printing.
 std::string ucToString(const UnicodeString& s);
-/// To UTF-8. Throws VRK_Exception (severity 4, text: ICU's name of the error) for a lone surrogate.
+/// To UTF-8; a lone surrogate is an error.
+std::string ucsToUTF8(const UnicodeString& s, UErrorCode& status);
+/// The same; throws VRK_Exception (severity 4, text: ICU's name of the error). In ferry/errors.
 std::string ucsToUTF8(const UnicodeString& s);
 
 /// The code units of s, zero-terminated, for %S; valid until s changes or ends. It may write the

@@ -6,7 +6,6 @@
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
-#include "ferry/errors/exception.h"
 #include "ferry/text/ucss.h"
 
 namespace {
@@ -96,17 +95,13 @@ std::string ucsToDCP(const UnicodeString& s) {
 
 std::string ucToString(const UnicodeString& s) { return ucsToDCP(s); }
 
-std::string ucsToUTF8(const UnicodeString& s) {
+std::string ucsToUTF8(const UnicodeString& s, UErrorCode& status) {
   std::string text;
   if (narrowASCII(s, text)) return text;
   return narrow(s, [&](char* buffer, int32_t capacity) {
-    UErrorCode status = U_ZERO_ERROR;
     int32_t length = 0;
     u_strToUTF8(buffer, capacity, &length, s.getBuffer(), s.length(), &status);
-    if (U_FAILURE(status))
-      throw VRK_Exception::genericError("UCSS::ucsToUTF8", UnicodeString(u_errorName(status)), 0,
-                                        VRK_CRITICAL_ERROR);
-    return length;
+    return U_FAILURE(status) ? 0 : length;
   });
 }
 

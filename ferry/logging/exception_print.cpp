@@ -1,4 +1,7 @@
-#include "ferry/errors/exception.h"
+// What exceptions print; they carry no more than what they say, and know of no logger.
+
+#include "ferry/errors/bx_exception.h"
+#include "ferry/errors/sql_exception.h"
 #include "ferry/logging/logger.h"
 #include "ferry/logging/msg.h"
 #include "ferry/text/ss.h"
@@ -85,4 +88,27 @@ void VRK_Exception::AppendStackMsg(CMsg& msg, bool withFunction, bool, bool) {
                     UCSS::getConstUnicodeStringContent(entry.m_sMessage));
   }
   msg.AddLine_rob(u"}");
+}
+
+void VRKBX_Exception::PrintException(int severity, bool withFunction, bool withStack, bool flag) {
+  CMsg msg = NewMsg(severity);
+  UnicodeString label;
+  UCSS::ssprintf(label, u"[%s-%ld]", m_sOriginTag.c_str(), m_nOriginCode);
+  AppendErrorMsg(msg, severity, label, m_sOriginMessage, flag);
+  if (withStack) AppendStackMsg(msg, withFunction, withStack, flag);
+  CLogger::Log_v(msg);
+}
+
+void VRKSQL_Exception::PrintException(int severity, bool withFunction, bool withStack, bool flag) {
+  std::string code;
+  SS::ZFill(code, ExceptionCode(0), 5);
+  std::string label = "[" + m_sOriginTag + "-" + code + "]";
+
+  CMsg msg = NewMsg(severity);
+  AppendErrorMsg(msg, severity, UnicodeString(label.c_str()),
+                 UnicodeString(m_sOriginMessage.c_str()), flag);
+  if (!m_sStatement.empty())
+    msg.AddLine_rob(u"SQL Statement%s: %s", label.c_str(), m_sStatement.c_str());
+  if (withStack) AppendStackMsg(msg, withFunction, withStack, flag);
+  CLogger::Log_v(msg);
 }
