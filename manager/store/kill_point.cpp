@@ -16,8 +16,8 @@ namespace {
 struct Target {
   std::string name;
   std::atomic<int> left{1};
-  Target() {
-    const char* wanted = std::getenv("BXM_KILL_AT");
+  explicit Target(const char* variable) {
+    const char* wanted = std::getenv(variable);
     if (!wanted) return;
     name = wanted;
     const auto colon = name.find(':');
@@ -30,8 +30,9 @@ struct Target {
 } // namespace
 
 void killPoint(const char* name) {
-  static Target target;
-  if (target.name == name && --target.left == 0) ::kill(::getpid(), SIGKILL);
+  static Target killed("BXM_KILL_AT"), stopped("BXM_STOP_AT");
+  if (killed.name == name && --killed.left == 0) ::kill(::getpid(), SIGKILL);
+  if (stopped.name == name && --stopped.left == 0) ::kill(::getpid(), SIGSTOP);
 }
 
 } // namespace bxm

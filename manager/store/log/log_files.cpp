@@ -83,30 +83,32 @@ std::uint32_t LogFiles::countFree() const {
   return count;
 }
 
-std::optional<LogFiles::Owned> LogFiles::claimPresent(std::uint32_t owner, std::uint32_t room,
-                                                      bool forTakes) {
-  const std::uint32_t free = room <= kFileSize - kDataStart ? countFree() : 0;
+std::optional<LogFiles::Owned> LogFiles::claimPresent(const Wanted& wanted) {
+  const std::uint32_t free = wanted.room <= kFileSize - kDataStart ? countFree() : 0;
+  const auto suits = [&wanted](const FileSlot& slot) {
+    return roomIn(slot, kFileSize) >= wanted.room &&
+           (wanted.forTakes || slot.lastNumber.load() < wanted.number);
+  };
   for (const FileKind kind : {FileKind::kIdle, FileKind::kFree})
     for (std::uint32_t number = 0; number < m_runtime.fileLimit(); ++number) {
       FileSlot& slot = m_runtime.file(number);
-      const bool fits = roomIn(slot, kFileSize) >= room;
-      if (kind == FileKind::kFree && !forTakes && free < 2) break;
-      if (!fits || !tryClaim(number, kind, FileKind::kOwned, owner)) continue;
+      if (kind == FileKind::kFree && !wanted.forTakes && free < 2) break;
+      if (!suits(slot) || !tryClaim(number, kind, FileKind::kOwned, wanted.owner)) continue;
       // Its end may have moved before it was ours.
-      if (roomIn(slot, kFileSize) >= room) return open(number);
+      if (suits(slot)) return open(number);
       release(number, true);
     }
   return std::nullopt;
 }
 
-LogFiles::Owned LogFiles::claim(std::uint32_t owner, std::uint32_t room, bool forTakes) {
-  const std::uint32_t wanted = std::max(room, kLeastRoom);
-  if (!forTakes) keepOneFree(owner);
-  for (int left = forTakes ? kMostTries : 1;; --left) {
-    if (auto present = claimPresent(owner, wanted, forTakes)) return *present;
+LogFiles::Owned LogFiles::claim(Wanted wanted) {
+  wanted.room = std::max(wanted.room, kLeastRoom);
+  if (!wanted.forTakes) keepOneFree(wanted.owner);
+  for (int left = wanted.forTakes ? kMostTries : 1;; --left) {
+    if (auto present = claimPresent(wanted)) return *present;
     try {
-      const std::uint32_t least = kDataStart + wanted;
-      return make(claimAbsent(owner), std::max(kFileSize, (least + 4095) / 4096 * 4096));
+      const std::uint32_t least = kDataStart + wanted.room;
+      return make(claimAbsent(wanted.owner), std::max(kFileSize, (least + 4095) / 4096 * 4096));
     } catch (const Failure&) {
       if (left <= 1) throw;
     }
@@ -176,6 +178,7 @@ LogFiles::Owned LogFiles::make(std::uint32_t number, std::uint32_t capacity) {
     m_folder.sync();
     BXM_KILL_POINT("file-made");
     slot.end = slot.allocated = kDataStart;
+    slot.lastNumber = 0;
     slot.total = slot.takes = 0;
     slot.waitsGeneration = 0;
     startLive(slot, owned.generation, 0);
@@ -221,6 +224,7 @@ void LogFiles::makeFree(std::uint32_t number) {
                      (writable.size() == kFileSize || ::ftruncate(writable.get(), kFileSize) == 0);
   // Before the generation: who waits for that finds all of it.
   slot.end = kDataStart;
+  slot.lastNumber = 0;
   slot.total = slot.takes = 0;
   slot.waitsGeneration = 0;
   startLive(slot, next, 0);

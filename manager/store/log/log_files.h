@@ -27,9 +27,16 @@ public:
     Generation generation = 0;
     std::uint32_t capacity = 0;
   };
-  /// A file with room for so many bytes behind what is in it. What is put gets one only while
-  /// another one is free for takes, so that reading makes room on a full disk.
-  Owned claim(std::uint32_t owner, std::uint32_t room, bool forTakes);
+  /// A file with room for so many bytes behind what is in it. What is put gets one in which all is
+  /// of earlier commits, since a boot enters messages as they stand there, and only while another
+  /// one is free for takes, so that reading makes room on a full disk.
+  struct Wanted {
+    std::uint32_t owner;
+    std::uint64_t number; ///< of the commit
+    std::uint32_t room;
+    bool forTakes;
+  };
+  Owned claim(Wanted wanted);
   /// Makes a file larger where more is wanted than a usual one holds, as far as may be. Returns the
   /// room that there is.
   std::uint32_t grow(Owned& owned, std::size_t wanted) const;
@@ -62,7 +69,7 @@ private:
   bool tryClaim(std::uint32_t number, FileKind from, FileKind to, std::uint32_t owner);
   Owned open(std::uint32_t number);
   Owned make(std::uint32_t number, std::uint32_t capacity);
-  std::optional<Owned> claimPresent(std::uint32_t owner, std::uint32_t room, bool forTakes);
+  std::optional<Owned> claimPresent(const Wanted& wanted);
   std::uint32_t claimAbsent(std::uint32_t owner);
 
   struct Reader {

@@ -142,8 +142,9 @@ void LogWriter::writePiece(const Unit& unit, Rest& rest) {
   const std::size_t first = hasTakes           ? takesSize(unit.takes[rest.group])
                             : rest.run.empty() ? 0
                                                : itemSize(itemHeaderAt(rest.run.data()).size);
-  makeRoom(static_cast<std::uint32_t>(kHeaderSize + first), kHeaderSize + first + rest.run.size(),
-           rest.run.empty());
+  makeRoom(unit.number, static_cast<std::uint32_t>(kHeaderSize + first),
+           kHeaderSize + first + rest.run.size(), rest.run.empty());
+  raiseTo(slotOf(m_owned).lastNumber, unit.number);
   std::size_t room = m_owned.capacity - slotOf(m_owned).end.load() - kHeaderSize;
   m_buffer.assign(kHeaderSize, '\0');
   while (rest.group < unit.takes.size() && takesSize(unit.takes[rest.group]) <= room) {
@@ -202,10 +203,11 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
 
 // ---- The file -----------------------------------------------------------------------------------
 
-void LogWriter::makeRoom(std::uint32_t needed, std::size_t wanted, bool forTakes) {
+void LogWriter::makeRoom(std::uint64_t number, std::uint32_t needed, std::size_t wanted,
+                         bool forTakes) {
   if (m_owned.file && m_files.grow(m_owned, wanted) >= needed) return expectInPlace();
   if (m_unflushed) flush();
-  const LogFiles::Owned next = m_files.claim(m_connection, needed, forTakes);
+  const LogFiles::Owned next = m_files.claim({m_connection, number, needed, forTakes});
   if (m_owned.file) m_held.push_back(m_owned);
   m_owned = next;
   m_files.grow(m_owned, wanted);

@@ -57,7 +57,7 @@ private:
   void writePieces(const Unit& unit);
   void writePiece(const Unit& unit, Rest& rest);
   void chooseItems(Rest& rest, std::size_t room);
-  void makeRoom(std::uint32_t needed, std::size_t wanted, bool forTakes);
+  void makeRoom(std::uint64_t number, std::uint32_t needed, std::size_t wanted, bool forTakes);
   void append(const RecordHeader& header, std::string_view items, Place place);
   void zeroAhead(FileSlot& slot, std::uint32_t length) const;
   void flush();

@@ -122,6 +122,7 @@ struct alignas(64) FileSlot {
   std::atomic<std::uint64_t> live;
   std::atomic<std::uint64_t> waitsGeneration; ///< a use of another file that it holds takes of
   std::atomic<std::uint32_t> waitsFile;
+  std::atomic<std::uint64_t> lastNumber; ///< no commit in it has a higher one
 };
 
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);

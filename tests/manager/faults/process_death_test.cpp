@@ -6,6 +6,7 @@
 #include <climits>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
 
 namespace faults {
@@ -289,6 +290,23 @@ TEST_F(Recovery, OfADeletionTellsThoseWhoHaveTheQueueOpen) {
     EXPECT_EQ(next.ask("get Q"), "2 2033") << point;
     next.words("put Q new");
   }
+}
+
+/// Between its pieces another one, with a later commit, lets go of a file that has room for more.
+TEST_F(Recovery, AfterABootKeepsTheOrderWithinALargeUnitOfWork) {
+  const std::string home = m_home.path().string();
+  Peer slow(home, {{"BXM_STOP_AT", "append-end"}}), other(home);
+  for (const char* words : {"connect", "sputn Q big 150 @300000"}) slow.words(words);
+  for (const char* words : {"connect", "put R first"}) other.words(words);
+  slow.tell("commit");
+  int status = 0;
+  ASSERT_EQ(::waitpid(slow.pid(), &status, WUNTRACED), slow.pid());
+  for (const char* words : {"put R later", "disconnect"}) other.words(words);
+  slow.signal(SIGCONT);
+  EXPECT_EQ(slow.answer(), "0 0");
+  const Queues before = look();
+  std::filesystem::remove(m_home / "DEFAULT/runtime");
+  EXPECT_EQ(look(), before);
 }
 
 TEST_F(Recovery, AfterABootMayDieAnywhere) {
