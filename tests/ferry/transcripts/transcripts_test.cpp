@@ -1,0 +1,106 @@
+// Runs the transcripts beside it: what a user types, and what must come of it.
+//
+//     == What the transcript shows
+//     # why, where that is not plain
+//     $ a command; bash runs it in a folder and with managers of the transcript's own
+//     | a line of its standard output
+//     ! a line of its standard error
+//     ? its exit status, unless that is 0
+//
+// In what is expected "..." stands for anything, over several lines too.
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+using namespace support;
+
+namespace {
+
+const char* const WORDS =
+    "ini() { printf '%s\\n' '[S]' \"$@\" > new.ini && mv new.ini ferry.ini; }\n"
+    "eventually() { for n in {1..400}; do \"$@\" >&/dev/null && return; sleep .03; done\n"
+    "  echo \"never: $*\" >&2; }\n";
+
+struct Step {
+  std::string command;
+  std::string expected;
+};
+struct Transcript {
+  std::string file;
+  int line;
+  std::string title;
+  std::vector<Step> steps;
+};
+void PrintTo(const Transcript& transcript, std::ostream* out) {
+  *out << transcript.title << " (" << transcript.file << ":" << transcript.line << ")";
+}
+
+std::string nameOf(const ::testing::TestParamInfo<Transcript>& info) {
+  std::string title = info.param.title;
+  std::erase_if(title, [](unsigned char c) { return std::isalnum(c) == 0; });
+  return info.param.file + "_" + title;
+}
+
+void readLine(std::vector<Transcript>& all, const std::string& line) {
+  if (line.starts_with("$ "))
+    all.back().steps.push_back({line.substr(2), ""});
+  else if (line.starts_with("| ") || line.starts_with("! ") || line.starts_with("? "))
+    all.back().steps.back().expected += line + "\n";
+  else
+    throw std::runtime_error(all.back().file + ": what is this? " + line);
+}
+
+std::vector<Transcript> readAll() {
+  std::vector<Transcript> all;
+  for (const auto& entry : std::filesystem::directory_iterator(TRANSCRIPTS)) {
+    if (entry.path().extension() != ".transcript") continue;
+    std::ifstream file(entry.path());
+    std::string line;
+    for (int n = 1; std::getline(file, line); ++n)
+      if (line.starts_with("== "))
+        all.push_back({entry.path().stem(), n, line.substr(3), {}});
+      else if (!line.empty() && !line.starts_with("#"))
+        readLine(all, line);
+  }
+  return all;
+}
+
+std::string prefixed(const std::string& prefix, const std::string& text) {
+  std::istringstream lines(text);
+  std::string all;
+  for (std::string line; std::getline(lines, line);) all += prefix + line + "\n";
+  return text.empty() || text.ends_with('\n') ? all : all + "(without a newline)\n";
+}
+
+std::string outcome(const Result& r) {
+  const std::string status = r.status == 0 ? "" : "? " + std::to_string(r.status) + "\n";
+  return prefixed("| ", r.out) + prefixed("! ", r.err) + status;
+}
+
+bool matches(std::string_view pattern, std::string_view text) {
+  const size_t dots = pattern.find("...");
+  if (dots == std::string_view::npos) return pattern == text;
+  if (!text.starts_with(pattern.substr(0, dots))) return false;
+  pattern.remove_prefix(dots + 3);
+  for (text.remove_prefix(dots); !matches(pattern, text); text.remove_prefix(1))
+    if (text.empty()) return false;
+  return true;
+}
+
+class Transcripts : public ::testing::TestWithParam<Transcript> {};
+
+} // namespace
+
+TEST_P(Transcripts, ShowWhatHappens) {
+  const TempFolder folder, home;
+  const std::string path = std::filesystem::absolute(binDir()).string() + ":" + std::getenv("PATH");
+  for (const auto& [command, expected] : GetParam().steps) {
+    Process bash({"/bin/bash", "-o", "pipefail", "-c", WORDS + command});
+    bash.environment("PATH", path).environment("BXM_HOME", home / "managers");
+    const std::string actual = outcome(bash.in(folder.path().string()).run());
+    if (!matches(expected, actual)) {
+      EXPECT_EQ(expected, actual) << "$ " << command;
+    }
+  }
+}
+INSTANTIATE_TEST_SUITE_P(OfTheTool, Transcripts, ::testing::ValuesIn(readAll()), nameOf);
