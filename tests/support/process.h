@@ -97,11 +97,6 @@ public:
     m_ownGroup = true;
     return *this;
   }
-  /// Leaves the program what the test has there.
-  Process& inherit(int descriptor) {
-    m_files.erase(descriptor);
-    return *this;
-  }
   Process& closed(int descriptor) { return redirect(descriptor, "", 0); }
   /// Gives the program a pipe; the test keeps the other end until close().
   Process& pipe(int descriptor) {

@@ -1,45 +1,14 @@
 // A client library without a queue manager; see recording_client.h.
 #include "tests/support/recording_client.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 using support::ClientScript;
 using support::FIRST_NESTED_BAG;
 
 namespace {
 
-const char* environment(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value ? value : "";
-}
-
-// A program that was started with these in its environment has no test in it to set up the script:
-// BX_ANSWERS "BXOPEN=2:2085 BXCMIT=0:0 ..." in the order of the calls, BX_MESSAGES (how many there
-// are to get), BX_CALLS (a file that every call is appended to).
-ClientScript scriptFromEnvironment() {
-  ClientScript script;
-  std::istringstream answers(environment("BX_ANSWERS"));
-  for (std::string answer; answers >> answer;) {
-    BXLONG completion = 0, reason = 0;
-    const size_t equals = answer.find('=');
-    std::sscanf(answer.c_str() + equals, "=%d:%d", &completion, &reason);
-    script.answer(answer.substr(0, equals), completion, reason);
-  }
-  const long count = std::atol(environment("BX_MESSAGES"));
-  for (long n = 1; n <= count; ++n) script.messages.push_back(std::to_string(n) + "\r\n");
-  return script;
-}
-
-ClientScript s_script = scriptFromEnvironment();
-
-void writeDown(const std::string& call) {
-  static std::ofstream file(environment("BX_CALLS"), std::ios::app);
-  if (file.is_open()) file << call << std::endl;
-}
+ClientScript s_script;
 
 // The reason first, as the interface promises: both may be one variable.
 template <typename... Arguments>
@@ -47,7 +16,6 @@ bool called(const char* name, BXLONG* completion, BXLONG* reason, const Argument
   std::string call = name;
   ((call += ' ', call += arguments), ...);
   s_script.calls.push_back(call);
-  writeDown(call);
   ClientScript::Codes codes;
   if (auto& answers = s_script.answers[name]; !answers.empty()) {
     codes = answers.front();

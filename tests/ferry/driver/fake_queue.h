@@ -26,24 +26,17 @@ public:
   std::chrono::microseconds m_putTakes{0};
   std::chrono::microseconds m_commitTakes{0};
   std::vector<size_t> m_units; // how many were sent in each unit of work
-  int m_lastPriority = 0;
-  long m_lastExpiry = 0;
-  UnicodeString m_lastLabel;
 
   /// How many notes of a kind there are.
   long noted(const std::string& word) const {
     return std::count(m_notes.begin(), m_notes.end(), word);
   }
 
-  int SendMsg(const UnicodeString& text, int priority, long expiry,
-              const UnicodeString& label) override {
+  int SendMsg(const UnicodeString& text, int, long, const UnicodeString&) override {
     note("put");
     m_time += m_putTakes;
     if (m_sent.size() >= m_room) return -1;
     m_sent.push_back(text);
-    m_lastPriority = priority;
-    m_lastExpiry = expiry;
-    m_lastLabel = label;
     return 0;
   }
   int ReceiveMessage(UnicodeString& text, long wait) override {
@@ -58,7 +51,10 @@ public:
   int PeekMsg(UnicodeString& text, long wait) override {
     note("peek");
     EXPECT_EQ(wait, 100);
-    if (m_cursor >= m_records.size()) return -2;
+    if (m_cursor >= m_records.size()) {
+      m_cursor = 0;
+      return -2;
+    }
     text = UnicodeString::fromUTF8(m_records[m_cursor++]);
     return 0;
   }

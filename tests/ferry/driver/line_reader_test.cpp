@@ -1,6 +1,5 @@
 #include "ferry/driver/line_reader.h"
 
-#include "ferry/errors/exception.h"
 #include "tests/support/process.h"
 
 #include <gmock/gmock.h>
@@ -15,66 +14,32 @@ namespace {
 
 constexpr size_t PIECE = 409599;
 
-/// All pieces of an input that comes at once.
-std::vector<std::string> pieces(const std::string& input) {
+/// The lengths of all pieces of an input that comes at once.
+std::vector<size_t> lengths(const std::string& input) {
   const TempFolder folder;
   writeFile(folder / "in", input);
   const int file = ::open((folder / "in").c_str(), O_RDONLY);
-  std::vector<std::string> found;
+  std::vector<size_t> found;
   {
     CLineReader reader(file, [] {});
-    for (std::string_view line; reader.Read_b(line);) found.emplace_back(line);
+    for (std::string_view line; reader.Read_b(line);) found.push_back(line.size());
   }
   ::close(file);
   return found;
 }
 
-std::vector<size_t> lengths(const std::string& input) {
-  std::vector<size_t> found;
-  for (const std::string& piece : pieces(input)) found.push_back(piece.size());
-  return found;
-}
-
 } // namespace
 
-TEST(LineReader, ReturnsLinesWithTheirNewlines) {
-  EXPECT_THAT(pieces("a\n\nb"), ElementsAre("a\n", "\n", "b"));
-  EXPECT_THAT(pieces(std::string("\0\n\0", 3)),
-              ElementsAre(std::string("\0\n", 2), std::string("\0", 1)));
-}
-
-TEST(LineReader, CutsLongLines) {
-  EXPECT_THAT(lengths(std::string(PIECE - 1, 'x') + "\ny"), ElementsAre(PIECE, 1));
-  EXPECT_THAT(lengths(std::string(PIECE, 'x') + "\ny"), ElementsAre(PIECE, 1, 1));
-  EXPECT_THAT(lengths(std::string(2 * PIECE, 'x')), ElementsAre(PIECE, PIECE));
-}
-
-TEST(LineReader, DoesNotCutACharacter) {
+TEST(LineReader, CutsLongLinesBetweenCharacters) {
   const std::string pad(PIECE - 1, 'x');
+  EXPECT_THAT(lengths(std::string("a\0\n\n\0", 5)), ElementsAre(3, 1, 1));
+  EXPECT_THAT(lengths(pad + "\ny"), ElementsAre(PIECE, 1));
+  EXPECT_THAT(lengths(pad + "x\ny"), ElementsAre(PIECE, 1, 1));
+  EXPECT_THAT(lengths(pad + "x" + pad + "x"), ElementsAre(PIECE, PIECE));
   EXPECT_THAT(lengths(pad + "\xc3\xbc"), ElementsAre(PIECE - 1, 2));
   EXPECT_THAT(lengths(pad + "\xf0\x9f\x98\x80"), ElementsAre(PIECE - 1, 4));
   EXPECT_THAT(lengths(pad.substr(2) + "\xe2\x82\xac!"), ElementsAre(PIECE, 1));
   EXPECT_THAT(lengths(std::string(PIECE + 9, '\x80')), ElementsAre(PIECE, 9)); // no text at all
-}
-
-TEST(LineReader, TellsBeforeItWaits) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  ASSERT_EQ(::write(ends[1], "one\ntw", 6), 6);
-  int waits = 0;
-  CLineReader reader(ends[0], [&] {
-    ++waits;
-    EXPECT_EQ(::write(ends[1], "o\n", 2), 2);
-  });
-  std::string_view line;
-  EXPECT_TRUE(reader.Read_b(line));
-  EXPECT_EQ(waits, 0);
-  EXPECT_TRUE(reader.Read_b(line));
-  EXPECT_EQ(line, "two\n");
-  EXPECT_EQ(waits, 1);
-  ::close(ends[1]);
-  EXPECT_FALSE(reader.Read_b(line));
-  ::close(ends[0]);
 }
 
 TEST(LineReader, EndsWithATerminalsFirstEnd) {
@@ -88,17 +53,4 @@ TEST(LineReader, EndsWithATerminalsFirstEnd) {
   EXPECT_FALSE(reader.Read_b(line));
   ::close(ours);
   ::close(theirs);
-}
-
-TEST(LineReader, ThrowsWhatCannotBeRead) {
-  const int folder = ::open("/", O_RDONLY);
-  CLineReader reader(folder, [] {});
-  std::string_view line;
-  try {
-    reader.Read_b(line);
-    ADD_FAILURE() << "read a folder";
-  } catch (const VRK_Exception& e) {
-    EXPECT_STREQ(e.what(), "Cannot read standard input: Is a directory");
-  }
-  ::close(folder);
 }

@@ -10,8 +10,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 using namespace std::chrono_literals;
 using namespace support;
 using ::testing::ElementsAre;
@@ -27,12 +25,11 @@ protected:
   ~RecordLoops() override { CFerryEx::m_sGrep.remove(); }
 
   /// Each runs a loop with this standard input, and keeps what it writes.
-  void copy(const std::string& input, long count = -1, long pause = -1, long priority = -1,
-            long expire = -1) {
-    run(input, [&] { CFerryEx::ProcessFile2Q(&m_queue, count, pause, priority, expire); });
+  void copy(const std::string& input, long count = -1) {
+    run(input, [&] { CFerryEx::ProcessFile2Q(&m_queue, count, -1, -1, -1); });
   }
-  void show(long count, bool peek = false, long pause = -1) {
-    run("", [&] { CFerryEx::ProcessQ2File(&m_queue, count, peek, pause); });
+  void show(long count, bool peek = false) {
+    run("", [&] { CFerryEx::ProcessQ2File(&m_queue, count, peek, -1); });
   }
   void clean(long count) {
     run("", [&] { CFerryEx::CleanQueue(&m_queue, count); });
@@ -64,27 +61,6 @@ protected:
 
 } // namespace
 
-TEST_F(RecordLoops, CopyLinesAsTheyAre) {
-  using namespace std::literals;
-  copy("one\r\n\ngr\xc3\xbc\xc3\x9f\na\0b\nlast"s, -1, -1, 4, 60);
-  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"one\r\n", u"\n", u"gr\u00fc\u00df\n",
-                                          UnicodeString(u"a\0b\n", 4), u"last"));
-  EXPECT_EQ(m_queue.m_lastPriority, 4);
-  EXPECT_EQ(m_queue.m_lastExpiry, 60);
-  EXPECT_EQ(m_queue.m_lastLabel, u"Ferry Message");
-  EXPECT_EQ(m_err, "(5) Records Sent.\n");
-  EXPECT_EQ(m_queue.m_notes.back(), "commit");
-}
-
-TEST_F(RecordLoops, CopyUpToACountAboveZero) {
-  for (const auto& [count, sent] :
-       {std::pair(1L, 1), {2L, 2}, {9L, 3}, {0L, 3}, {-1L, 3}, {-7L, 3}}) {
-    m_queue.m_sent.clear();
-    copy("1\n2\n3\n", count);
-    EXPECT_EQ(m_queue.GetSentCount(), sent) << count;
-  }
-}
-
 TEST_F(RecordLoops, CountOnlyWhatPassesTheFilter) {
   CFerryEx::m_sGrep = u"x";
   copy("a\nx1\nb\nx2\nx3\n", 2);
@@ -93,20 +69,25 @@ TEST_F(RecordLoops, CountOnlyWhatPassesTheFilter) {
   EXPECT_EQ(m_err, "(0) Records Sent.\n");
 }
 
-TEST_F(RecordLoops, LeaveTheRestOfAFileToTheNextProgram) {
+TEST_F(RecordLoops, TakeOnlyWhatPassesTheFilter) {
+  CFerryEx::m_sGrep = u"x";
+  m_queue.m_records = {"a", "x1", "b", "x2"};
+  show(-1, true);
+  EXPECT_EQ(m_out + m_err, "x1\nx2\n(2) Records Received.\n");
+  EXPECT_EQ(m_queue.m_records.size(), 4U);
+  show(-1);
+  EXPECT_EQ(m_out + m_err, "x1\nx2\n(2) Records Received.\n");
+  EXPECT_THAT(m_queue.m_records, ElementsAre("a", "b"));
+}
+
+TEST_F(RecordLoops, GiveBackWhatTheQueueDoesNotTake) {
+  m_queue.m_room = 1;
   run("1\n2\n3\n", [this] {
-    CFerryEx::ProcessFile2Q(&m_queue, 1, -1, -1, -1);
-    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
-  });
-  EXPECT_EQ(m_err, "(1) Records Sent.\n(2) Records Sent.\n");
-  // What the queue did not take belongs to the rest.
-  m_queue.m_room = 4;
-  run("4\n5\n6\n", [this] {
     EXPECT_THROW(CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1), VRK_Exception);
-    m_queue.m_room = 6;
+    m_queue.m_room = 3;
     CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
   });
-  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n", u"4\n", u"5\n", u"6\n"));
+  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n"));
 }
 
 TEST_F(RecordLoops, CommitAtThePaceOfTheDisk) {
@@ -142,11 +123,6 @@ TEST_F(RecordLoops, CommitWhatWaitsBehindLinesThatDoNotPass) {
   CCommitBatch::m_pNow = [] { return CCommitBatch::Clock::time_point(FakeQueue::m_time += 60ms); };
   copy("x\n" + std::string(40, '\n') + "x\n");
   EXPECT_THAT(m_queue.m_units, ElementsAre(1, 1));
-}
-
-TEST_F(RecordLoops, CommitBeforeEveryPause) {
-  copy("1\n2\n", -1, 1);
-  EXPECT_THAT(m_queue.m_notes, ElementsAre("put", "commit", "put", "commit"));
 }
 
 TEST_F(RecordLoops, CommitWhatIsRemovedOneByOne) {
@@ -224,45 +200,10 @@ TEST_F(RecordLoops, TellOfEachQueueWhatCounts) {
 }
 
 TEST_F(RecordLoops, ReadEachRecordInAUnitOfWork) {
-  m_queue.m_records = {"one\r\n", "t\nw\ro"};
+  fill(2);
   show(-1);
-  EXPECT_EQ(m_out, "one\ntwo\n");
-  EXPECT_EQ(m_err, "(2) Records Received.\n");
   EXPECT_THAT(m_queue.m_notes, ElementsAre("begin", "get", "commit", "begin", "get", "commit",
                                            "begin", "get", "rollback"));
-}
-
-TEST_F(RecordLoops, ReadUpToExactlyTheCount) {
-  fill(5);
-  show(0);
-  EXPECT_EQ(m_out + m_err, "");
-  EXPECT_THAT(m_queue.m_notes, ElementsAre());
-  show(2);
-  EXPECT_EQ(m_err, "(2) Records Received.\n");
-  show(-2);
-  EXPECT_EQ(m_out, "3\n4\n5\n");
-}
-
-TEST_F(RecordLoops, PeekWithoutTaking) {
-  fill(3);
-  show(2, true);
-  EXPECT_EQ(m_out, "1\n2\n");
-  EXPECT_EQ(m_err, "(2) Records Received.\n");
-  EXPECT_THAT(m_queue.m_notes, ElementsAre("peek", "peek"));
-}
-
-TEST_F(RecordLoops, TakeNothingForAnOutputThatCannotBeWritten) {
-  fill(3);
-  for (const bool peek : {false, true}) {
-    const Redirect out(1, "/dev/full", O_WRONLY);
-    try {
-      CFerryEx::ProcessQ2File(&m_queue, -1, peek, -1);
-      ADD_FAILURE() << "a full disk went unnoticed";
-    } catch (const VRK_Exception& e) {
-      EXPECT_STREQ(e.what(), "Cannot write to standard output: No space left on device");
-    }
-  }
-  EXPECT_EQ(m_queue.m_records.size(), 3U);
 }
 
 TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
@@ -275,33 +216,5 @@ TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
     EXPECT_EQ(m_failure, "Cannot write to standard output: File too large");
     EXPECT_EQ(m_out, room > 0 ? "1\n" : "");
     EXPECT_EQ(m_queue.m_records.size(), 1U);
-  }
-}
-
-TEST_F(RecordLoops, TakeNothingMoreWhenTheReaderIsGone) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  fill(3);
-  // The reader leaves while the second record is being waited for.
-  m_queue.m_onGet = [&] {
-    if (m_queue.noted("get") == 2) ::close(ends[0]);
-  };
-  ::signal(SIGPIPE, SIG_IGN);
-  EXPECT_THROW(
-      {
-        const Redirect out(1, ends[1]);
-        CFerryEx::ProcessQ2File(&m_queue, -1, false, -1);
-      },
-      VRK_Exception);
-  EXPECT_EQ(m_queue.m_records.size(), 1U);
-}
-
-TEST_F(RecordLoops, RemoveOneRecordForAnyCountButMinusOne) {
-  for (const auto& [count, removed] : {std::pair(0L, 1), {-2L, 1}, {1L, 1}, {3L, 3}, {-1L, 5}}) {
-    m_queue.m_records.clear();
-    fill(5);
-    clean(count);
-    EXPECT_EQ(m_err, "(" + std::to_string(removed) + ") Records Purged.\n") << count;
-    EXPECT_EQ(m_queue.m_notes.back(), "commit");
   }
 }
