@@ -31,16 +31,6 @@ TEST_F(Messages, AreSentWithPriorityAndExpiryInSeconds) {
   EXPECT_EQ(q.GetSentCount(), 6);
 }
 
-TEST_F(Messages, OfTooHighAPriorityAreSentAllTheSame) {
-  CCMEBXSer& q = openSession();
-  m_script->answer("BXPUT", BXCC_WARNING, BXRC_PRIORITY_EXCEEDS_MAXIMUM);
-  EXPECT_EQ(q.SendMsg(u"x", 12, -1, u""), 0);
-  m_script->answer("BXPUT", BXCC_FAILED, BXRC_Q_FULL);
-  const VRKBX_Exception e = thrownBy([&q] { q.SendMsg(u"x", 12, -1, u""); });
-  EXPECT_STREQ(e.Message(2), "SendMsg Failed");
-  EXPECT_EQ(e.OriginCode(), 2053);
-}
-
 TEST_F(Messages, AreReceivedUnderSyncpointWhicheverComesFirst) {
   CCMEBXSer& q = openSession();
   m_script->messages = {"one", "gr\xc3\xbc\xc3\x9f", ""};
@@ -74,14 +64,6 @@ TEST_F(Messages, ThatDoNotFitGrowTheBufferOnce) {
   EXPECT_EQ(text, large);
   EXPECT_THAT(calls(),
               ElementsAre("BXGET 2 24576", "BXGET 2 24576", "BXGET 2 49154", "BXGET 16 49154"));
-}
-
-TEST_F(Messages, AreCutAtAZeroByte) {
-  CCMEBXSer& q = openSession();
-  m_script->messages = {std::string("ab\0cd", 5)};
-  std::string text;
-  EXPECT_EQ(q.ReceiveMessage(text, 0), 0);
-  EXPECT_EQ(text, "ab");
 }
 
 TEST_F(Messages, ThatCannotBeReadAreAnErrorWithItsContext) {
