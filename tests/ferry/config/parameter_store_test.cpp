@@ -176,14 +176,18 @@ TEST(Reconcile, ChoosesTheUnion) {
   Row rows[] = {{"g", "both", "STRING", "", "d", "N", "N"},
                 {"g", "none", "STRING", "", "d", "N", "N"},
                 {"g", "second", "STRING", "", "d", "N", "N"}};
+  Row theirs[] = {{"g", "both", "INTEGER", "", "", "N", "N"},
+                  {"g", "none", "STRING", "", "other", "N", "N"},
+                  {"g", "unset", "STRING", "", "other", "N", "N"}};
   MemoryStore first({{u"g", u"both", u"1"}});
-  MemoryStore second({{u"g", u"both", u"1"}, {u"g", u"second", u"2"}, {u"g", u"new", u"3"}});
+  MemoryStore second({{u"g", u"both", u"01"}, {u"g", u"second", u"2"}, {u"g", u"new", u"3"}});
   first.declare(rows).found();
   MemoryStore chosen;
-  chosen.chooseActiveParameters(first, second.found());
-  EXPECT_EQ(chosen.value(u"g", u"both") + chosen.value(u"g", u"none") +
-                chosen.value(u"g", u"second") + chosen.value(u"g", u"new"),
-            "1d23");
+  chosen.chooseActiveParameters(first, second.declare(theirs).found());
+  std::string values;
+  for (const UChar* name : {u"both", u"none", u"second", u"new", u"unset"})
+    values += chosen.value(u"g", name) + " ";
+  EXPECT_EQ(values, "1 d 2 3 (none) ");
   for (const auto& [key, p] : chosen.parameters()) EXPECT_TRUE(p.m_bFound && p.m_bCurrent);
   EXPECT_EQ(chosen.activeGroup(), first.activeGroup());
 

@@ -32,7 +32,7 @@ TEST(CodePage, TextOfAnyLengthIsConvertedWhole) {
 // ASCII takes another way than the rest: one other character anywhere must not get lost in it.
 TEST(CodePage, BytesBecomeWhatTheLibraryMakesOfThem) {
   UnicodeString reused;
-  for (const std::string other : {"", "\u00e9", "\U0001F600", "\xff", "\xe2\x82", "\x80"})
+  for (const std::string other : {"", "\u0080", "\u00e9", "\U0001F600", "\xff", "\xe2\x82", "\x80"})
     for (size_t length = 0; length < 70; ++length)
       for (size_t at = 0; at <= length; ++at) {
         const std::string text = std::string(at, 'a') + other + std::string(length - at, '~');
@@ -40,6 +40,7 @@ TEST(CodePage, BytesBecomeWhatTheLibraryMakesOfThem) {
         ASSERT_EQ(UnicodeString::fromUTF8(text), reused) << length << " " << at;
         std::string back;
         ASSERT_EQ(reused.toUTF8String(back), UCSS::ucsToDCP(reused)) << length << " " << at;
+        ASSERT_EQ(back, UCSS::ucsToUTF8(reused)) << length << " " << at;
       }
 }
 

@@ -53,7 +53,9 @@ TEST(Formatting, ResultsOfAnyLengthAreWhole) {
     const UChar* units = text.getTerminatedBuffer();
     EXPECT_EQ(text, formatted(u"%S", units));
     EXPECT_EQ(text + u"    7", formatted(u"%S%5d", units, 7)) << length;
-    std::string narrow(static_cast<size_t>(length), 'x');
+  }
+  for (size_t length = 0; length < 200; ++length) {
+    const std::string narrow(length, 'x');
     std::string out;
     EXPECT_EQ(length, SS::ssprintf(out, "%s", narrow.c_str()));
     EXPECT_EQ(narrow, out);
