@@ -1,31 +1,24 @@
 #include "ferry/logging/logger.h"
 #include "fuzz_check.h"
+#include "tests/ferry/logging/recording_writer.h"
 
 namespace {
 
-struct SilentFactory : CLogWriterFactory {
-  struct Writer : CLogWriter {
-    void Start_v(const URIUC&) override {}
-    void Write_v(const UnicodeString&, const UnicodeString&, const UnicodeString&,
-                 const std::vector<UnicodeString>&) override {}
-    void Stop_v() override {}
-  };
-  CLogWriter* CreateWriter_pob() override { return new Writer; }
-};
-
 struct SilentLogger : CLogger {
   SilentLogger() : CLogger(u"fuzz") {
-    RegisterFactory_v(u"silent", &m_factory);
+    RegisterFactory_v(u"silent", &m_recorder);
     LoadConfig_b(u"silent://x *.*");
   }
   ~SilentLogger() override { Clear_v(); }
-  SilentFactory m_factory;
+  Recorder m_recorder;
 };
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static SilentLogger logger;
+  logger.m_recorder.m_written.clear();
+  logger.m_recorder.m_events.clear();
   const auto text = UnicodeString::fromUTF8(
       icu::StringPiece(reinterpret_cast<const char*>(data), static_cast<int32_t>(size)));
   std::vector<CLogger::Filter> filters;

@@ -97,7 +97,6 @@ public:
     m_ownGroup = true;
     return *this;
   }
-  Process& closed(int descriptor) { return redirect(descriptor, "", 0); }
   /// Gives the program a pipe; the test keeps the other end until close().
   Process& pipe(int descriptor) {
     int ends[2];
@@ -150,7 +149,7 @@ public:
 
 private:
   struct File {
-    std::string path; ///< empty: closed
+    std::string path;
     int flags = 0;
   };
   struct Pipe {
@@ -163,7 +162,6 @@ private:
     for (const auto& [descriptor, pipe] : m_pipes) ::dup2(pipe.theirs, descriptor);
     for (const auto& [descriptor, file] : m_files) {
       ::close(descriptor);
-      if (file.path.empty()) continue;
       const int opened = ::open(file.path.c_str(), file.flags, 0600);
       if (opened != descriptor) {
         ::dup2(opened, descriptor);

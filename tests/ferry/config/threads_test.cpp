@@ -1,7 +1,7 @@
 #include "ferry/config/settings.h"
 #include "ferry/logging/log_exception.h"
-#include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
+#include "tests/ferry/logging/fake_system.h"
 #include "tests/support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -49,18 +49,11 @@ struct WatchedFactory : CLogWriterFactory {
   std::atomic<int> m_writing = 0, m_misuses = 0, m_made = 0, m_stopped = 0, m_written = 0;
 };
 
-/// A clock on which hours pass between two messages.
-struct HastyClock : CLogSystem {
-  HastyClock() { Replace_v(this); }
-  ~HastyClock() override { Replace_v(nullptr); }
-  int64_t Now_n() override { return m_now += 3'600'000; }
-  std::atomic<int64_t> m_now = 1'000'000'000'000;
-};
-
 TEST(Threads, LogReconfigureAndReadSettingsAtOnce) {
   constexpr int kRounds = 200;
   support::TempFolder folder;
-  HastyClock clock;
+  FakeSystem clock;
+  clock.m_step = 3'600'000; // hours pass between two messages
   WatchedFactory factory;
   UnicodeString config = u"w://h *.*\nfile://" + UnicodeString::fromUTF8(folder / "log") +
                          u"?rotateSize=1&keep=2 *.!DBUG\nfile:///dev/full *.CRIT;filewriter.*";

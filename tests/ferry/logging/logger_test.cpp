@@ -87,7 +87,7 @@ TEST_F(LoggerTest, MessagesHaveLinesAndATime) {
   msg.AddLine_rob(u"%s %S", "narrow", u"wide").AddLine_rob(u"%d", -1);
   msg.SetTime_v(m_system.m_now - 1000 * 86400 * 40LL);
   CLogger::Log_v(msg);
-  EXPECT_THAT(written("a"), ElementsAre("NOTE cat narrow wide -1"));
+  EXPECT_THAT(written("a"), ElementsAre("NOTE cat narrow wide\n-1"));
   const UnicodeString then = m_recorder.m_time;
   msg.Set_v(u"", CSeverity::ERR);
   EXPECT_TRUE(msg.Lines_rob().empty());

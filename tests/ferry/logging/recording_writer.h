@@ -24,9 +24,10 @@ struct Recorder : CLogWriterFactory {
     }
     void Write_v(const UnicodeString& time, const UnicodeString& severity,
                  const UnicodeString& category, const std::vector<UnicodeString>& lines) override {
+      UnicodeString message = severity + u" " + UnicodeString(category, 0, category.indexOf(u':'));
+      for (const UnicodeString& line : lines) message += (&line == &lines[0] ? u" " : u"\n") + line;
       std::string text;
-      (severity + u" " + UnicodeString(category, 0, category.indexOf(u':'))).toUTF8String(text);
-      for (const UnicodeString& line : lines) (u" " + line).toUTF8String(text);
+      message.toUTF8String(text);
       m_recorder.m_written[m_host].push_back(text);
       m_recorder.m_time = time;
       if (const auto it = m_recorder.m_onWrite.find(m_host); it != m_recorder.m_onWrite.end())

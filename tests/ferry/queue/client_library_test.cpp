@@ -33,14 +33,10 @@ const char* const WITHOUT_TRIM = "libwithout_trim.so";
 } // namespace
 
 TEST_F(ClientLibrary, IsTheFirstOfFourNamesThatIsThere) {
-  provide("libbxic.so");
-  EXPECT_EQ(probe({"init", "show"}), "libbxic.so\n");
-  provide("libbxic_r.so");
-  EXPECT_EQ(probe({"init", "show"}), "libbxic_r.so\n");
-  provide("libbxm.so");
-  EXPECT_EQ(probe({"init", "show"}), "libbxm.so\n");
-  provide("libbxm_r.so");
-  EXPECT_EQ(probe({"init", "show"}), "libbxm_r.so\n");
+  for (const std::string name : {"libbxic.so", "libbxic_r.so", "libbxm.so", "libbxm_r.so"}) {
+    provide(name);
+    EXPECT_EQ(probe({"init", "show"}), name + "\n");
+  }
 }
 
 TEST_F(ClientLibrary, SaysWhyNoneLoads) {

@@ -57,7 +57,7 @@ TEST_F(Session, TellsWhyACommitFailed) {
   CCMEBXSer& q = openSession();
   m_script->answer("BXCMIT", BXCC_FAILED, BXRC_BACKED_OUT);
   EXPECT_EQ(q.CommitTran(), -1);
-  EXPECT_THAT(log(), ElementsAre("ERR bx Queue: Q1 BX error, reason code: 2003 "
+  EXPECT_THAT(log(), ElementsAre("ERR bx Queue: Q1\nBX error, reason code: 2003\n"
                                  "Error message: Work backed out"));
 }
 
