@@ -1,16 +1,12 @@
 #include "ferry/config/parameter_ini_store.h"
 #include "ferry/errors/exception.h"
 #include "tests/support/file_size_limit.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <sys/stat.h>
-#include <unistd.h>
 
 static bool g_renameFails = false;
 
@@ -38,11 +34,8 @@ protected:
       all.push_back(UCSS::ucsToUTF8(p.m_sGroup + u":" + p.m_sName + u"=" + p.value()));
     return all;
   }
-  void put(const std::string& text) { std::ofstream(m_file) << text; }
-  std::string content() const {
-    std::ifstream in(m_file);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  void put(const std::string& text) { support::writeFile(m_file, text); }
+  std::string content() const { return support::readFile(m_file); }
   std::ptrdiff_t filesInFolder() const {
     return std::distance(std::filesystem::directory_iterator(m_folder.path()), {});
   }

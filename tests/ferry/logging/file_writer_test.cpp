@@ -2,13 +2,10 @@
 #include "ferry/logging/file_writer.h"
 #include "recording_writer.h"
 #include "tests/support/file_size_limit.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -37,12 +34,9 @@ protected:
     std::getline(std::ifstream(path), line);
     return line;
   }
-  std::string content() const {
-    std::ifstream in(m_path);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string content() const { return support::readFile(m_path); }
   void put(const std::string& suffix, const std::string& text) {
-    std::ofstream(m_path + suffix) << text << "\n";
+    support::writeFile(m_path + suffix, text + "\n");
   }
 
   support::TempFolder m_folder;

@@ -20,14 +20,8 @@ public:
   std::string outline() const {
     return m_document ? outline(xmlDocGetRootElement(m_document.get())) : "not well-formed";
   }
-  std::string rootText() const { return take(xmlNodeGetContent(root())); }
-  std::string rootAttribute(const char* name) const {
-    return take(xmlGetProp(root(), reinterpret_cast<const xmlChar*>(name)));
-  }
 
 private:
-  xmlNode* root() const { return m_document ? xmlDocGetRootElement(m_document.get()) : nullptr; }
-
   static std::string take(xmlChar* text) {
     std::string result = text ? reinterpret_cast<const char*>(text) : "none";
     xmlFree(text);
