@@ -18,12 +18,12 @@ struct WatchedFactory : CLogWriterFactory {
   struct Writer : CLogWriter {
     explicit Writer(WatchedFactory& factory) : m_factory(factory) {}
     void Start_v(const URIUC&) override {
-      m_started = true;
+      m_serves = true;
       m_factory.m_misuses += m_factory.m_writing;
     }
     void Write_v(const UnicodeString&, const UnicodeString&, const UnicodeString&,
                  const std::vector<UnicodeString>& lines) override {
-      if (!m_started || m_stopped) ++m_factory.m_misuses;
+      m_factory.m_misuses += !m_serves;
       ++m_factory.m_writing;
       std::this_thread::yield();
       --m_factory.m_writing;
@@ -33,13 +33,12 @@ struct WatchedFactory : CLogWriterFactory {
       ++m_factory.m_written;
     }
     void Stop_v() override {
-      m_stopped = true;
+      m_serves = false;
       m_factory.m_misuses += m_factory.m_writing;
       ++m_factory.m_stopped;
     }
     WatchedFactory& m_factory;
-    bool m_started = false;
-    bool m_stopped = false;
+    bool m_serves = false;
   };
   CLogWriter* CreateWriter_pob() override {
     ++m_made;

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 
 using namespace std::chrono_literals;
 using namespace support;
@@ -88,6 +89,16 @@ TEST_F(RecordLoops, GiveBackWhatTheQueueDoesNotTake) {
     CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
   });
   EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n"));
+}
+
+TEST_F(RecordLoops, EndWithATerminalsFirstEnd) {
+  int ours = -1, theirs = -1;
+  ASSERT_EQ(::openpty(&ours, &theirs, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(::write(ours, "abc\4\4def\n", 9), 9);
+  const Redirect in(0, theirs);
+  CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
+  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"abc"));
+  ::close(ours);
 }
 
 TEST_F(RecordLoops, CommitAtThePaceOfTheDisk) {
