@@ -52,7 +52,7 @@ if [[ $# -gt 0 ]]; then
   done < <(find tests bench ferry manager \( -name '*.cpp' -o -name '*.c' \))
 fi
 
-lines() { find "$@" \( -name '*.cpp' -o -name '*.h' -o -name '*.sh' -o -path '*/run' \) -type f -print0 | xargs -0 cat | wc -l; }
+lines() { find "$@" \( -name '*.cpp' -o -name '*.h' -o -name '*.sh' -o -name '*.transcript' -o -path '*/run' \) -type f -print0 | xargs -0 cat | wc -l; }
 tests=$(lines tests) all=$(lines tests ferry manager include bench scripts)
 echo "tests: $tests of $all lines, $((100 * tests / all)) %"
 
