@@ -1,7 +1,8 @@
 #pragma once
 
 /// Named places at which a test can end the process as SIGKILL would. BXM_KILL_AT=name[:n] ends it
-/// at the n-th time that the place is reached, BXM_STOP_AT stops it there until SIGCONT. Compiled in only where FERRY_KILL_POINTS is set.
+/// at the n-th time that the place is reached, BXM_STOP_AT stops it there until SIGCONT. Compiled
+/// in only where FERRY_KILL_POINTS is set.
 #ifdef FERRY_KILL_POINTS
 namespace bxm {
 void killPoint(const char* name);

@@ -110,7 +110,7 @@ void Backup::findUnlogged() {
   }
   const auto add = [&](std::uint64_t word) {
     const Place place = Entry::placeOf(word);
-    addTake(m_unlogged, place, m_runtime.file(place.file).generation.load());
+    addTake(m_unlogged, m_runtime, place);
   };
   std::set<std::uint32_t> stopped; // in the middle of a unit that counts
   for (const Waiting& each : waiting) {

@@ -121,9 +121,13 @@ std::uint32_t LogFiles::grow(Owned& owned, std::size_t wanted) const {
   const FileSlot& slot = m_runtime.file(owned.number);
   while (wanted > kFileSize && roomIn(slot, owned.capacity) < wanted &&
          owned.capacity + kFileSize <= kMostGrown &&
-         countFree() > 0 && // the room may be needed for takes
-         ::posix_fallocate(owned.file->get(), owned.capacity, kFileSize) == 0)
+         countFree() > 0) { // it may be needed for takes
+    if (::posix_fallocate(owned.file->get(), owned.capacity, kFileSize) != 0) {
+      [[maybe_unused]] const int given = ::ftruncate(owned.file->get(), owned.capacity);
+      break; // on a full disk a part of it may have been there
+    }
     owned.capacity += kFileSize;
+  }
   return roomIn(slot, owned.capacity);
 }
 

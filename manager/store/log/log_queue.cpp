@@ -302,14 +302,13 @@ Found LogQueue::logged(Found found) {
 
 void LogQueue::endLastTaken(bool gone) {
   const std::uint64_t position = m_taken.back();
-  const int priority = priorityIn(position);
-  auto& entry = m_share->index.entry(priority, sequenceIn(position));
+  auto& entry = m_share->index.entry(position);
   entry = gone ? Entry::with(entry.load(), Entry::kGone, m_session.slot())
                : Entry::with(entry.load(), Entry::kAvailable, 0);
   if (gone) {
     m_access.gets = m_access.getsNext.load();
   } else {
-    lowerFloor(m_share->index.of(priority).floor, sequenceIn(position));
+    lowerFloor(m_share->index.of(priorityIn(position)).floor, sequenceIn(position));
   }
   m_taken.pop_back();
 }
@@ -353,7 +352,7 @@ void LogQueue::waitForArrival(std::uint32_t seen, std::chrono::steady_clock::tim
 
 void LogQueue::consumeTaken() {
   for (const std::uint64_t position : m_taken) {
-    auto& entry = m_share->index.entry(priorityIn(position), sequenceIn(position));
+    auto& entry = m_share->index.entry(position);
     entry = Entry::with(entry.load(), Entry::kConsumed, m_session.slot());
     BXM_KILL_POINT("consume-entry");
   }
@@ -364,10 +363,8 @@ void LogQueue::consumeTaken() {
 
 void LogQueue::markTakenGone() {
   for (const std::uint64_t position : m_taken) {
-    auto& entry = m_share->index.entry(priorityIn(position), sequenceIn(position));
-    entry = Entry::with(entry.load(), Entry::kGone, m_session.slot());
+    m_share->index.markGone(position, m_session.slot());
     BXM_KILL_POINT("commit-entry");
-    if (sequenceIn(position) % 4096 == 0) m_share->index.trim(priorityIn(position));
   }
   m_access.gets = m_access.getsNext.load();
   m_taken.clear();
@@ -378,10 +375,9 @@ void LogQueue::releaseTaken() {
   std::array<std::uint64_t, kPriorities> lowest;
   lowest.fill(UINT64_MAX);
   for (const std::uint64_t position : m_taken) {
-    const int priority = priorityIn(position);
-    auto& entry = m_share->index.entry(priority, sequenceIn(position));
+    auto& entry = m_share->index.entry(position);
     entry = Entry::with(entry.load(), Entry::kAvailable, 0);
-    auto& low = lowest[static_cast<std::size_t>(priority)];
+    auto& low = lowest[static_cast<std::size_t>(priorityIn(position))];
     low = std::min(low, sequenceIn(position));
     BXM_KILL_POINT("release-entry");
   }

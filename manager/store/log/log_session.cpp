@@ -221,10 +221,8 @@ std::vector<TakeGroup> LogSession::takesOf() const {
   std::vector<TakeGroup> takes;
   for (const auto& [id, queue] : m_queues)
     for (const std::uint64_t position : queue->taken()) {
-      const auto& index = queue->share()->index;
-      const Place place =
-          Entry::placeOf(index.entry(priorityIn(position), sequenceIn(position)).load());
-      addTake(takes, place, m_store->runtime().file(place.file).generation.load());
+      const Place place = Entry::placeOf(queue->share()->index.entry(position).load());
+      addTake(takes, m_store->runtime(), place);
     }
   return takes;
 }
@@ -273,11 +271,8 @@ void LogSession::publish(const PutBatch& puts, Publication& publication) {
 void LogSession::logLastTaken(LogQueue& queue) {
   const std::lock_guard writes(m_writer.mutex());
   Runtime& runtime = m_store->runtime();
-  const std::uint64_t position = queue.taken().back();
   std::vector<TakeGroup> takes;
-  const Place place =
-      Entry::placeOf(queue.share()->index.entry(priorityIn(position), sequenceIn(position)).load());
-  addTake(takes, place, runtime.file(place.file).generation.load());
+  addTake(takes, runtime, Entry::placeOf(queue.share()->index.entry(queue.taken().back()).load()));
   BXLONG reason = BXRC_NONE;
   const LogWriter::Runs none = [](const auto&) {};
   tellWhatComes(PutBatch(scratchFolder()), false);

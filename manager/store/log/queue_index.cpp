@@ -18,8 +18,9 @@ constexpr std::size_t kWindowBytes = QueueIndex::kWindow * sizeof(QueueIndex::Wo
 constexpr std::size_t kSlotBytes = 4096;  ///< before the entries
 constexpr std::uint64_t kFirstRoom = 512; ///< entries: a page
 constexpr std::uint64_t kMostRoom = QueueIndex::kWindow;
-constexpr std::size_t kMostTouched = 8;   ///< windows whose pages are held
-constexpr std::uint64_t kTrimmed = 65536; ///< entries given back at once
+constexpr std::size_t kMostTouched = 8;       ///< windows whose pages are held
+constexpr std::uint64_t kTrimmed = 65536;     ///< entries given back at once
+constexpr std::uint64_t kBetweenTrims = 4096; ///< messages that end, until it is looked for them
 
 std::uint64_t keyOf(int priority, std::uint64_t number) {
   return static_cast<std::uint64_t>(priority) << 56 | number;
@@ -211,6 +212,12 @@ void lowerFloor(std::atomic<std::uint64_t>& floor, std::uint64_t sequence) {
 }
 
 // ---- Trimming -----------------------------------------------------------------------------------
+
+void QueueIndex::markGone(std::uint64_t position, std::uint32_t owner) {
+  Word& word = entry(position);
+  word = Entry::with(word.load(), Entry::kGone, owner);
+  if (sequenceIn(position) % kBetweenTrims == 0) trim(priorityIn(position));
+}
 
 void QueueIndex::trim(int priority) {
   PrioritySlot& slot = of(priority);

@@ -46,6 +46,15 @@ struct Entry {
   }
 };
 
+/// A place in a queue in one word: priority << 56 | sequence.
+constexpr std::uint64_t packedPosition(int priority, std::uint64_t sequence) {
+  return static_cast<std::uint64_t>(priority) << 56 | sequence;
+}
+constexpr int priorityIn(std::uint64_t position) { return static_cast<int>(position >> 56); }
+constexpr std::uint64_t sequenceIn(std::uint64_t position) {
+  return position & ((std::uint64_t{1} << 56) - 1);
+}
+
 /// The first page of an index file. It belongs to the queue and not to its slot, which others use
 /// again: a process that was stopped over a deleted queue does no harm.
 struct PrioritySlot {
@@ -94,6 +103,12 @@ public:
 
   /// An entry below ready.
   Word& entry(int priority, std::uint64_t sequence) const;
+  /// The same, by a packed position.
+  Word& entry(std::uint64_t position) const {
+    return entry(priorityIn(position), sequenceIn(position));
+  }
+  /// Of an entry whose message's end is on the disk. Gives memory back now and then.
+  void markGone(std::uint64_t position, std::uint32_t owner);
   /// Up to here the file may be touched: what the slot says, as far as the file goes.
   std::uint64_t readyOf(int priority) const;
   /// Behind what may be filled: others may have entered messages without having said so yet.

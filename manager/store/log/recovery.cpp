@@ -124,7 +124,7 @@ void Recovery::finishSingles() {
     if (priority >= kPriorities || !share->index.mayHold(priority) ||
         sequenceIn(single - 1) >= share->index.readyOf(priority))
       continue; // damaged
-    const auto word = share->index.entry(priority, sequenceIn(single - 1)).load();
+    const auto word = share->index.entry(single - 1).load();
     if (Entry::belongsTo(word, Entry::kConsumed, m_slot) ||
         Entry::belongsTo(word, Entry::kGone, m_slot))
       access->gets = access->getsNext.load();
@@ -211,8 +211,7 @@ void Recovery::undoMoves() {
     for (const auto& [packed, origin] : copies) {
       const Place place = Place::unpacked(packed);
       if (!named.at(packed)) // where the origin is not, either, the message is gone
-        addTake(takes, place, m_runtime.file(place.file).generation.load(),
-                named.at(origin) ? TakeKind::kVoid : TakeKind::kTaken);
+        addTake(takes, m_runtime, place, named.at(origin) ? TakeKind::kVoid : TakeKind::kTaken);
     }
     log(takes);
   }
@@ -258,7 +257,7 @@ void Recovery::settle() {
       const std::uint64_t word = entry.load();
       if (!Entry::belongsTo(word, Entry::kConsumed, m_slot)) return;
       const Place place = Entry::placeOf(word);
-      addTake(takes, place, m_runtime.file(place.file).generation.load());
+      addTake(takes, m_runtime, place);
       consumed.push_back(&entry);
     });
   }

@@ -54,10 +54,8 @@ void Unsettled::settle() {
   Runtime& runtime = m_store.runtime();
   std::vector<TakeGroup> takes;
   for (std::size_t i = begin; i < end; ++i) {
-    const std::uint64_t position = at(i).position;
-    const Place place =
-        Entry::placeOf(at(i).share->index.entry(priorityIn(position), sequenceIn(position)).load());
-    addTake(takes, place, runtime.file(place.file).generation.load());
+    const auto& entry = at(i).share->index.entry(at(i).position);
+    addTake(takes, runtime, Entry::placeOf(entry.load()));
   }
   BXM_KILL_POINT("settle-begin");
   {
@@ -69,7 +67,10 @@ void Unsettled::settle() {
     m_writer.done();
   }
   BXM_KILL_POINT("settle-written");
-  for (std::size_t i = begin; i < end; ++i) markGone(at(i));
+  for (std::size_t i = begin; i < end; ++i) {
+    at(i).share->index.markGone(at(i).position, m_connection);
+    BXM_KILL_POINT("settle-entry");
+  }
   if (dropLive(runtime, takes)) m_reclaimDue = true;
   m_settled = end;
   pace(start, end - begin);
@@ -90,14 +91,6 @@ void Unsettled::waitForRoom() {
   const auto begin = Clock::now();
   settle();
   m_waited = m_waited.load() + (Clock::now() - begin);
-}
-
-void Unsettled::markGone(const Got& got) const {
-  const int priority = priorityIn(got.position);
-  auto& entry = got.share->index.entry(priority, sequenceIn(got.position));
-  entry = Entry::with(entry.load(), Entry::kGone, m_connection);
-  BXM_KILL_POINT("settle-entry");
-  if (sequenceIn(got.position) % 4096 == 0) got.share->index.trim(priority);
 }
 
 void Unsettled::reclaimIfDue() {

@@ -20,18 +20,14 @@ namespace bxm {
 class LogStore;
 struct QueueShare;
 
-/// A place in a queue in one word: priority << 56 | sequence.
-constexpr std::uint64_t packedPosition(int priority, std::uint64_t sequence) {
-  return static_cast<std::uint64_t>(priority) << 56 | sequence;
-}
-constexpr int priorityIn(std::uint64_t position) { return static_cast<int>(position >> 56); }
-constexpr std::uint64_t sequenceIn(std::uint64_t position) {
-  return position & ((std::uint64_t{1} << 56) - 1);
-}
-
 /// Adds a taken message to those of its file.
 void addTake(std::vector<TakeGroup>& takes, Place place, Generation generation,
              TakeKind kind = TakeKind::kTaken);
+/// The same, of what the file holds now.
+inline void addTake(std::vector<TakeGroup>& takes, const Runtime& runtime, Place place,
+                    TakeKind kind = TakeKind::kTaken) {
+  addTake(takes, place, runtime.file(place.file).generation.load(), kind);
+}
 /// Counts what was taken out of its files. True when one of them is empty now, or mostly.
 bool dropLive(const Runtime& runtime, const std::vector<TakeGroup>& takes);
 
@@ -68,7 +64,6 @@ private:
     std::uint64_t position; ///< packed
   };
   const Got& at(std::size_t number) const { return m_ring[number % kRing]; }
-  void markGone(const Got& got) const;
   void waitForRoom();
   void pace(Clock::time_point begin, std::size_t count);
 
