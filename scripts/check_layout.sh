@@ -16,11 +16,12 @@ declare -A may=(
   [ferry/queue]="bx ferry/text ferry/errors ferry/logging"
   [ferry/xml]="ferry/text ferry/errors"
   [ferry/driver]="ferry/text ferry/errors ferry/logging ferry/config ferry/queue"
-  [manager/store]="bx"
-  [manager/store/log]="bx manager/store"
-  [manager/engine]="bx manager/store"
-  [manager/api]="bx manager/engine"
-  [manager/admin]="bx manager/engine"
+  [manager/base]="bx"
+  [manager/store]="bx manager/base"
+  [manager/store/log]="bx manager/base manager/store"
+  [manager/engine]="bx manager/base manager/store"
+  [manager/api]="bx manager/base manager/engine"
+  [manager/admin]="bx manager/base manager/engine"
 )
 # A circle: some folders that no order puts behind what they include.
 left=" ${!may[*]} "

@@ -1,7 +1,6 @@
 #include "manager/admin/maintenance.h"
 #include "manager/admin/program.h"
-#include "manager/engine/managers.h"
-#include "manager/engine/queues.h"
+#include "manager/engine/administration.h"
 
 #include <charconv>
 #include <cstdio>

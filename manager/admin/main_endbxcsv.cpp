@@ -1,5 +1,5 @@
 #include "manager/admin/program.h"
-#include "manager/engine/managers.h"
+#include "manager/engine/administration.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #include "manager/admin/maintenance.h"
 
-#include "manager/engine/managers.h"
+#include "manager/engine/administration.h"
 
 #include <cstdio>
 

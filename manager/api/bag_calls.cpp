@@ -1,9 +1,8 @@
-#include "manager/api/connections.h"
-#include "manager/api/guard.h"
+#include "manager/api/calls.h"
 #include "manager/api/handle_table.h"
+#include "manager/base/process_local.h"
 #include "manager/engine/bag.h"
 #include "manager/engine/command.h"
-#include "manager/engine/process_local.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
-#include "manager/api/connections.h"
-#include "manager/api/guard.h"
-#include "manager/engine/names.h"
-#include "manager/engine/process_local.h"
+#include "manager/api/calls.h"
+#include "manager/base/failure.h"
+#include "manager/base/names.h"
+#include "manager/base/process_local.h"
 
 namespace bxm {
 

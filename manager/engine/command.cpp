@@ -1,7 +1,7 @@
 #include "manager/engine/command.h"
 
-#include "manager/store/failure.h"
-#include "manager/store/names.h"
+#include "manager/base/failure.h"
+#include "manager/base/names.h"
 
 #include <algorithm>
 #include <ctime>

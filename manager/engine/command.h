@@ -1,7 +1,7 @@
 #pragma once
 
+#include "manager/base/failure.h"
 #include "manager/engine/bag.h"
-#include "manager/engine/codes.h"
 #include "manager/engine/connection.h"
 
 namespace bxm {

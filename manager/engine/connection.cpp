@@ -1,9 +1,9 @@
 #include "manager/engine/connection.h"
 
+#include "manager/base/failure.h"
+#include "manager/base/names.h"
+#include "manager/base/random_number.h"
 #include "manager/store/catalog.h"
-#include "manager/store/failure.h"
-#include "manager/store/names.h"
-#include "manager/store/random_number.h"
 
 #include <atomic>
 

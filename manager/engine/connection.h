@@ -1,18 +1,24 @@
 #pragma once
 
-#include "manager/engine/codes.h"
-#include "manager/engine/open_queue.h"
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
+#include "manager/store/message.h"
 #include "manager/store/put_batch.h"
-#include "manager/store/record.h"
 #include "manager/store/store.h"
 
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 
 namespace bxm {
+
+/// A queue as one object handle has it open.
+struct OpenQueue {
+  std::shared_ptr<StoreQueue> queue;
+  bool input, browse, output;
+  std::optional<Position> cursor; ///< the message last browsed
+};
 
 /// One connection: its open queues and its unit of work. Calls may come from any thread and run one
 /// after the other. What a method throws is a Failure.

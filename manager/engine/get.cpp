@@ -1,7 +1,7 @@
 #include "manager/engine/connection.h"
 
-#include "manager/store/names.h"
-#include "manager/store/record.h"
+#include "manager/base/names.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 #include <chrono>
@@ -50,17 +50,17 @@ public:
   Verdict judge(const StoredMessage& message) override {
     if (!m_match.any()) {
       BXMD descriptor{};
-      decodeRecord(message.record, message.now, descriptor);
+      decodeMessage(message.stored, message.now, descriptor);
       if (!m_match.fits(descriptor)) return Verdict::kSkip;
     }
-    const bool fits = recordData(message.record).size() <= m_request.bufferLength;
+    const bool fits = messageData(message.stored).size() <= m_request.bufferLength;
     if (fits || (m_request.options & BXGMO_ACCEPT_TRUNCATED_MESSAGE)) return Verdict::kAccept;
     deliver(message);
     return Verdict::kRefuse;
   }
 
   void deliver(const StoredMessage& message) override {
-    const std::string_view data = decodeRecord(message.record, message.now, m_request.descriptor);
+    const std::string_view data = decodeMessage(message.stored, message.now, m_request.descriptor);
     m_request.descriptor.priority = message.position.priority;
     const std::size_t copied = std::min(data.size(), m_request.bufferLength);
     if (copied > 0) std::memcpy(m_request.buffer, data.data(), copied);

@@ -1,9 +1,8 @@
 #include "manager/engine/connection.h"
 
-#include "manager/store/clock.h"
-#include "manager/store/failure.h"
-#include "manager/store/names.h"
-#include "manager/store/record.h"
+#include "manager/base/failure.h"
+#include "manager/base/names.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 #include <cstring>
@@ -59,14 +58,14 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   BXMD stored = withDefaultTail(request.descriptor);
   stored.backoutCount = 0;
   if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
-  RecordTimes times;
+  MessageTimes times;
   times.put = clockNow();
   if (stored.expiry != BXEI_UNLIMITED)
     times.expires = times.put + std::int64_t{stored.expiry} * 100;
   const bool makesId = isZero(stored.messageId);
   if (makesId) ++m_lastId.counter;
   m_header.clear();
-  encodeRecordHeader(stored, times, m_lastId, m_header);
+  encodeMessageHeader(stored, times, m_lastId, m_header);
 
   const bool syncpoint = (request.options.options & BXPMO_SYNCPOINT) != 0;
   if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);

@@ -1,7 +1,8 @@
 #include "manager/store/put_batch.h"
 
-#include "manager/store/failure.h"
-#include "manager/store/item.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/store/message.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -26,12 +26,12 @@ public:
   struct Entry {
     std::uint32_t queue;
     int priority;
-    std::string_view record; ///< valid during the call
+    std::string_view stored; ///< valid during the call
   };
   /// Calls visit for every message in order. Throws Failure when the file cannot be read.
   void forEach(const std::function<void(const Entry&)>& visit) const;
-  /// The same in runs of whole items (see item.h), as a log holds them, each valid during the call;
-  /// last says that none follows.
+  /// The same in runs of whole items (see message.h), as a log holds them, each valid during the
+  /// call; last says that none follows.
   void forEachRun(const std::function<void(std::string_view run, bool last)>& visit) const;
 
   bool empty() const { return m_counts.empty(); }

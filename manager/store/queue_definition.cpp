@@ -1,7 +1,7 @@
 #include "manager/store/queue_definition.h"
 
-#include "manager/store/bytes.h"
-#include "manager/store/failure.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
 
 namespace bxm {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "manager/store/clock.h"
+#include "manager/store/message.h"
 #include "manager/store/put_batch.h"
 #include "manager/store/queue_definition.h"
 
@@ -29,7 +29,7 @@ struct Position {
 /// A message as the store holds it. Valid during the call that it is passed to.
 struct StoredMessage {
   Position position;
-  std::string_view record; ///< see record.h
+  std::string_view stored; ///< see message.h
   std::int64_t now = 0;    ///< the store's clock, ms since 1970; 0: this machine's
 };
 

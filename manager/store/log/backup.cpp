@@ -1,8 +1,9 @@
 #include "manager/store/log/backup.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_survey.h"
 
 #include <algorithm>

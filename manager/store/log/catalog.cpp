@@ -1,7 +1,7 @@
 #include "manager/store/catalog.h"
 
+#include "manager/base/process_local.h"
 #include "manager/store/log/home.h"
-#include "manager/store/process_local.h"
 
 #include <filesystem>
 

@@ -1,7 +1,8 @@
 #include "manager/store/log/check.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
 #include "manager/store/log/log_reader.h"
 #include "manager/store/log/log_survey.h"
 

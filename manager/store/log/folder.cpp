@@ -1,7 +1,7 @@
 #include "manager/store/log/folder.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 
 #include <algorithm>
 #include <cerrno>

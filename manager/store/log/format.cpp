@@ -1,8 +1,8 @@
 #include "manager/store/log/format.h"
 
 #include "bx/bx.h"
-#include "manager/store/bytes.h"
-#include "manager/store/failure.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
 
 #include <cstring>
 
@@ -162,7 +162,7 @@ OrderKey orderOf(const RecordHeader& header, Place place, const ItemHeader& item
   return {origin.number, origin.rank};
 }
 
-std::string_view recordIn(const ItemHeader& item, std::string_view payload) {
+std::string_view storedIn(const ItemHeader& item, std::string_view payload) {
   if (!(item.flags & kItemCopied)) return payload;
   if (payload.size() < sizeof(CopyOrigin))
     throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");

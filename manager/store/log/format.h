@@ -1,6 +1,6 @@
 #pragma once
 
-#include "manager/store/item.h"
+#include "manager/store/message.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -176,6 +176,6 @@ OrderKey orderOf(const RecordHeader& header, Place place, const ItemHeader& item
 /// Of a copied item's payload that is large enough.
 CopyOrigin originOf(std::string_view payload);
 /// What the item's payload is of a message. Throws Failure 2101 when it is cut short.
-std::string_view recordIn(const ItemHeader& item, std::string_view payload);
+std::string_view storedIn(const ItemHeader& item, std::string_view payload);
 
 } // namespace bxm

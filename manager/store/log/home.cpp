@@ -1,14 +1,13 @@
 #include "manager/store/log/home.h"
 
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
+#include "manager/base/names.h"
+#include "manager/base/random_number.h"
 #include "manager/store/log/backup.h"
 #include "manager/store/log/check.h"
-#include "manager/store/log/patience.h"
 #include "manager/store/log/repair.h"
-#include "manager/store/log/stop_signals.h"
-#include "manager/store/names.h"
-#include "manager/store/random_number.h"
+#include "manager/store/log/waiting.h"
 
 #include <algorithm>
 #include <cerrno>

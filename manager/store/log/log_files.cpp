@@ -1,8 +1,8 @@
 #include "manager/store/log/log_files.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 
 #include <algorithm>
 #include <cerrno>

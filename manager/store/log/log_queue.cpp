@@ -1,10 +1,10 @@
 #include "manager/store/log/log_queue.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_session.h"
-#include "manager/store/record.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 #include <array>
@@ -105,7 +105,7 @@ void LogQueue::unreserve() { m_access.puts.fetch_sub(1); }
 // ---- Expiry -------------------------------------------------------------------------------------
 
 bool LogQueue::hasExpired(const StoredMessage& message) const {
-  const std::int64_t expiry = recordExpiry(message.record);
+  const std::int64_t expiry = messageExpiry(message.stored);
   return expiry != 0 && expiry <= clockNow();
 }
 
@@ -126,9 +126,9 @@ void LogQueue::dropExpired() {
       return;
     const auto item = m_session.reader().read(Entry::placeOf(candidate.word));
     if (!item || entry.load() != candidate.word) return;
-    candidate.message.record = recordIn(item->header, item->payload);
+    candidate.message.stored = storedIn(item->header, item->payload);
     if (!hasExpired(candidate.message)) {
-      next = std::min(next, recordExpiry(candidate.message.record));
+      next = std::min(next, messageExpiry(candidate.message.stored));
       return;
     }
     m_session.unsettled().makeRoom(1);
@@ -187,7 +187,7 @@ LogQueue::Look LogQueue::look(Candidate& candidate) {
                       m_session.store().folder().pathOf(LogFiles::fileName(place.file)) + " at " +
                       std::to_string(place.offset) + ")");
   }
-  candidate.message = {candidate.position, recordIn(item->header, item->payload), 0};
+  candidate.message = {candidate.position, storedIn(item->header, item->payload), 0};
   if (!(candidate.word & Entry::kExpires) || !hasExpired(candidate.message)) return Look::kMessage;
   m_session.unsettled().makeRoom(1);
   if (claim(candidate, false)) consumeAlone(candidate.position);

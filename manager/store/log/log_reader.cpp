@@ -1,5 +1,6 @@
 #include "manager/store/log/log_reader.h"
 
+#include "manager/base/bytes.h"
 #include "manager/store/queue_definition.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 #include "manager/store/log/log_store.h"
 
 #include "bx/bx.h"
-#include "manager/store/crc32c.h"
-#include "manager/store/failure.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/random_number.h"
 #include "manager/store/log/log_session.h"
 #include "manager/store/log/rebuild.h"
-#include "manager/store/random_number.h"
 
 #include <charconv>
 #include <sstream>

@@ -1,7 +1,8 @@
 #include "manager/store/log/log_survey.h"
 
+#include "manager/base/bytes.h"
 #include "manager/store/log/log_files.h"
-#include "manager/store/record.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 
@@ -98,7 +99,7 @@ void LogSurvey::addMessages(const RecordView& record, LogFile& file) {
     if (!(item.flags & kItemCopied) || !whole || payload.size() < sizeof(CopyOrigin)) return;
     const CopyOrigin origin = originOf(payload);
     const std::int64_t expiry =
-        item.flags & kItemExpires ? recordExpiry(recordIn(item, payload)) : 0;
+        item.flags & kItemExpires ? messageExpiry(storedIn(item, payload)) : 0;
     m_copies.push_back({{origin.number, origin.rank},
                         record.header().number,
                         place,

@@ -1,8 +1,9 @@
 #include "manager/store/log/log_writer.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "manager/store/log/publication.h"
 
-#include "manager/store/kill_point.h"
-#include "manager/store/record.h"
+#include "manager/base/kill_point.h"
+#include "manager/store/message.h"
 
 namespace bxm {
 
@@ -32,7 +32,7 @@ void Publication::add(Place place, const ItemHeader& item, std::string_view payl
   } else if (number > m_entered || !wasTried(*share, place, item.priority)) {
     if (expires) {
       std::int64_t next = share->slot.nextExpiry.load();
-      const std::int64_t expiry = recordExpiry(recordIn(item, payload));
+      const std::int64_t expiry = messageExpiry(storedIn(item, payload));
       while (expiry < next && !share->slot.nextExpiry.compare_exchange_weak(next, expiry)) {
       }
     }

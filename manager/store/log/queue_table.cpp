@@ -1,12 +1,11 @@
 #include "manager/store/log/queue_table.h"
 
 #include "bx/bx.h"
-#include "manager/store/bytes.h"
-#include "manager/store/crc32c.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
-#include "manager/store/log/patience.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/queue_index.h"
+#include "manager/store/log/waiting.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,12 +1,13 @@
 #include "manager/store/log/rebuild.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_survey.h"
-#include "manager/store/log/patience.h"
 #include "manager/store/log/queue_index.h"
-#include "manager/store/record.h"
+#include "manager/store/log/waiting.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 #include <array>
@@ -202,7 +203,7 @@ void Rebuild::enterRecord(const LogSurvey& survey, const RecordView& record) {
     if (!survey.isThere(place, header.generation)) return;
     enterCopiesBefore(survey, {header.number, rankOf(header, place)});
     const bool readable = (item.flags & kItemExpires) != 0 && crc32c(payload) == item.crc;
-    enter(item.queue, item.priority, place, readable ? recordExpiry(payload) : 0);
+    enter(item.queue, item.priority, place, readable ? messageExpiry(payload) : 0);
   });
 }
 

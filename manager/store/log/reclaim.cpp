@@ -1,7 +1,8 @@
 #include "manager/store/log/reclaim.h"
 
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_scan.h"
 
 #include <algorithm>
@@ -283,7 +284,7 @@ void Reclaim::addCopy(std::string& items, const RecordView& record, Place at,
                       const ItemHeader& item, std::string_view payload) const {
   const OrderKey key = orderOf(record.header(), at, item, payload);
   const CopyOrigin origin{key.number, key.rank, at.packed(), record.header().generation};
-  const std::string_view message = recordIn(item, payload);
+  const std::string_view message = storedIn(item, payload);
   ItemHeader copy = item;
   copy.flags |= kItemCopied;
   copy.size = static_cast<std::uint32_t>(sizeof origin + message.size());

@@ -1,11 +1,11 @@
 #include "manager/store/log/recovery.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_scan.h"
 #include "manager/store/log/publication.h"
-#include "manager/store/log/stop_signals.h"
+#include "manager/store/log/waiting.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -1,17 +1,18 @@
 #include "manager/store/log/repair.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
+#include "manager/base/random_number.h"
 #include "manager/store/log/log_reader.h"
 #include "manager/store/log/log_session.h"
 #include "manager/store/log/log_survey.h"
-#include "manager/store/log/patience.h"
 #include "manager/store/log/rebuild.h"
 #include "manager/store/log/set_aside.h"
+#include "manager/store/log/waiting.h"
+#include "manager/store/message.h"
 #include "manager/store/put_batch.h"
-#include "manager/store/random_number.h"
-#include "manager/store/record.h"
 
 #include <algorithm>
 #include <memory>
@@ -28,7 +29,7 @@ Failure inUse(const std::string& name) { return Failure(BXRC_OBJECT_IN_USE, name
 /// What a person wants to see of a message.
 std::string_view textOf(const ItemHeader& item, std::string_view payload) {
   try {
-    return recordData(recordIn(item, payload));
+    return messageData(storedIn(item, payload));
   } catch (const Failure&) {
     return payload;
   }
@@ -204,7 +205,7 @@ void StoreRepair::keepMessagesOf(const QueueDefinition& queue, LogFiles& files,
     const Place place = Entry::placeOf(entry.load());
     const auto item = reader.read(place);
     if (!item) return; // is set aside with its record
-    batch.append(queue.id, priority, "", recordIn(item->header, item->payload),
+    batch.append(queue.id, priority, "", storedIn(item->header, item->payload),
                  (item->header.flags & kItemExpires) != 0);
     ++m_said.messages;
     if (batch.bytes() >= kMostTogether) commit(session, batch);

@@ -1,10 +1,9 @@
 #include "manager/store/log/runtime.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
-#include "manager/store/log/patience.h"
-#include "manager/store/log/stop_signals.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
+#include "manager/store/log/waiting.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "manager/store/log/set_aside.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 
 #include <cerrno>
 

@@ -1,7 +1,7 @@
 #include "manager/store/log/settler.h"
 
-#include "manager/store/failure.h"
-#include "manager/store/kill_point.h"
+#include "manager/base/failure.h"
+#include "manager/base/kill_point.h"
 #include "manager/store/log/log_store.h"
 #include "manager/store/log/reclaim.h"
 

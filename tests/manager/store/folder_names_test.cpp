@@ -1,5 +1,5 @@
+#include "manager/base/names.h"
 #include "manager/store/log/home.h"
-#include "manager/store/names.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 #include "manager/store/log/home.h"
 #include "manager/store/log/log_session.h"
+#include "manager/store/message.h"
 #include "manager/store/put_batch.h"
-#include "manager/store/record.h"
 #include "tests/support/temp_folder.h"
 
 #include <gmock/gmock.h>
@@ -38,7 +38,7 @@ protected:
     for (const std::string& text : texts) {
       ASSERT_TRUE(queue->reserve());
       std::string header;
-      encodeRecordHeader(BXMD_DEFAULT, {clockNow(), 0}, {1, ++m_made}, header);
+      encodeMessageHeader(BXMD_DEFAULT, {clockNow(), 0}, {1, ++m_made}, header);
       batch.append(definition.id, 0, header, text);
     }
     BXLONG reason = 0;
@@ -49,7 +49,7 @@ protected:
   struct Text : Receiver {
     std::string text;
     Verdict judge(const StoredMessage&) override { return Verdict::kAccept; }
-    void deliver(const StoredMessage& message) override { text = recordData(message.record); }
+    void deliver(const StoredMessage& message) override { text = messageData(message.stored); }
   };
 
   static std::string take(StoreSession& session, bool syncpoint = false) {

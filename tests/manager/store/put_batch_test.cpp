@@ -1,4 +1,4 @@
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 #include "manager/store/put_batch.h"
 #include "tests/support/temp_folder.h"
 
@@ -15,7 +15,7 @@ constexpr std::size_t kBeyondMemory = 27 << 20;
 
 std::vector<std::size_t> sizesIn(const PutBatch& batch) {
   std::vector<std::size_t> sizes;
-  batch.forEach([&sizes](const PutBatch::Entry& entry) { sizes.push_back(entry.record.size()); });
+  batch.forEach([&sizes](const PutBatch::Entry& entry) { sizes.push_back(entry.stored.size()); });
   return sizes;
 }
 
@@ -29,7 +29,7 @@ TEST(PutBatch, KeepsQueuePriorityAndOrderAlsoWhereItSpills) {
   batch.forEach([&](const PutBatch::Entry& entry) {
     EXPECT_EQ(entry.queue, 1 + next % 3);
     EXPECT_EQ(entry.priority, static_cast<int>(next % 10));
-    EXPECT_EQ(entry.record, std::string(next, 'h') + data);
+    EXPECT_EQ(entry.stored, std::string(next, 'h') + data);
     ++next;
   });
   EXPECT_EQ(next, 50U);

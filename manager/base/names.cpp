@@ -1,4 +1,4 @@
-#include "manager/store/names.h"
+#include "manager/base/names.h"
 
 #include "bx/bx.h"
 

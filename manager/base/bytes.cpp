@@ -1,4 +1,4 @@
-#include "manager/store/crc32c.h"
+#include "manager/base/bytes.h"
 
 #include <array>
 #include <cstddef>

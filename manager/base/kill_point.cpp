@@ -1,4 +1,4 @@
-#include "manager/store/kill_point.h"
+#include "manager/base/kill_point.h"
 
 #ifdef FERRY_KILL_POINTS
 

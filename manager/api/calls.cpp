@@ -1,6 +1,7 @@
-#include "manager/api/guard.h"
+#include "manager/api/calls.h"
 
-#include "manager/engine/names.h"
+#include "manager/base/failure.h"
+#include "manager/base/names.h"
 
 #include <cstdio>
 #include <new>

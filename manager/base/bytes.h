@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace bxm {
 
@@ -22,5 +23,8 @@ Number takeLittle(const char*& p) {
   p += sizeof value;
   return value;
 }
+
+/// CRC-32C (Castagnoli) of bytes that follow others whose checksum is before.
+std::uint32_t crc32c(std::string_view bytes, std::uint32_t before = 0);
 
 } // namespace bxm

@@ -7,6 +7,16 @@
 
 namespace bxm {
 
+/// How a call ended, as its caller is told.
+struct Codes {
+  BXLONG completion = BXCC_OK;
+  BXLONG reason = BXRC_NONE;
+};
+
+constexpr Codes ok() { return {}; }
+constexpr Codes warning(BXLONG reason) { return {BXCC_WARNING, reason}; }
+constexpr Codes failed(BXLONG reason) { return {BXCC_FAILED, reason}; }
+
 /// What went wrong below the entry points: the reason code that the caller is told and a line for
 /// whoever looks after the store. Expected outcomes (an empty or full queue, an unknown name) are
 /// results, never a Failure.

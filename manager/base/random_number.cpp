@@ -1,6 +1,6 @@
-#include "manager/store/random_number.h"
+#include "manager/base/random_number.h"
 
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 
 #include <cerrno>
 #include <sys/random.h>

@@ -1,4 +1,4 @@
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 
 #include <cerrno>
 #include <new>

@@ -1,8 +1,7 @@
-#include "manager/store/record.h"
+#include "manager/store/message.h"
 
-#include "manager/store/bytes.h"
-#include "manager/store/clock.h"
-#include "manager/store/failure.h"
+#include "manager/base/bytes.h"
+#include "manager/base/failure.h"
 
 #include <algorithm>
 #include <array>
@@ -37,7 +36,7 @@ bool hasFormat(const BXMD& descriptor, const char* format) {
   return std::memcmp(descriptor.format, format, BX_FORMAT_LENGTH) == 0;
 }
 
-std::uint16_t flagsOf(const BXMD& descriptor, const RecordTimes& times) {
+std::uint16_t flagsOf(const BXMD& descriptor, const MessageTimes& times) {
   unsigned flags = times.expires ? kExpires : 0;
   flags |= isZero(descriptor.messageId) ? kMadeId : kGivenId;
   if (!isZero(descriptor.correlationId)) flags |= kCorrelated;
@@ -50,11 +49,11 @@ std::uint16_t flagsOf(const BXMD& descriptor, const RecordTimes& times) {
   return static_cast<std::uint16_t>(flags);
 }
 
-std::uint16_t flagsIn(std::string_view record) {
-  if (record.size() < kFixedSize || static_cast<std::uint8_t>(record[0]) != kVersion)
-    throw Failure(BXRC_OBJECT_DAMAGED, "a message record is not readable");
+std::uint16_t flagsIn(std::string_view stored) {
+  if (stored.size() < kFixedSize || static_cast<std::uint8_t>(stored[0]) != kVersion)
+    throw Failure(BXRC_OBJECT_DAMAGED, "a stored message is not readable");
   std::uint16_t flags;
-  std::memcpy(&flags, record.data() + 1, sizeof flags);
+  std::memcpy(&flags, stored.data() + 1, sizeof flags);
   return flags;
 }
 
@@ -94,8 +93,8 @@ bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]) {
   return std::memcmp(identifier, kZero, sizeof kZero) == 0;
 }
 
-void encodeRecordHeader(const BXMD& descriptor, const RecordTimes& times, const MadeId& made,
-                        std::string& out) {
+void encodeMessageHeader(const BXMD& descriptor, const MessageTimes& times, const MadeId& made,
+                         std::string& out) {
   const std::uint16_t flags = flagsOf(descriptor, times);
   appendLittle<std::uint8_t>(out, kVersion);
   appendLittle(out, flags);
@@ -114,25 +113,25 @@ void encodeRecordHeader(const BXMD& descriptor, const RecordTimes& times, const 
   if (flags & kWholeDescriptor) append(&descriptor, sizeof descriptor);
 }
 
-std::int64_t recordExpiry(std::string_view record) {
-  if (!(flagsIn(record) & kExpires)) return 0;
-  if (record.size() < kFixedSize + 8)
-    throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");
-  const char* p = record.data() + kFixedSize;
+std::int64_t messageExpiry(std::string_view stored) {
+  if (!(flagsIn(stored) & kExpires)) return 0;
+  if (stored.size() < kFixedSize + 8)
+    throw Failure(BXRC_OBJECT_DAMAGED, "a stored message is cut short");
+  const char* p = stored.data() + kFixedSize;
   return takeLittle<std::int64_t>(p);
 }
 
-std::string_view recordData(std::string_view record) {
-  const std::size_t header = kHeaderSizes[flagsIn(record) % kHeaderSizes.size()];
-  if (record.size() < header) throw Failure(BXRC_OBJECT_DAMAGED, "a message record is cut short");
-  return record.substr(header);
+std::string_view messageData(std::string_view stored) {
+  const std::size_t header = kHeaderSizes[flagsIn(stored) % kHeaderSizes.size()];
+  if (stored.size() < header) throw Failure(BXRC_OBJECT_DAMAGED, "a stored message is cut short");
+  return stored.substr(header);
 }
 
-std::string_view decodeRecord(std::string_view record, std::int64_t now, BXMD& descriptor) {
-  const std::string_view data = recordData(record);
-  const std::uint16_t flags = flagsIn(record);
+std::string_view decodeMessage(std::string_view stored, std::int64_t now, BXMD& descriptor) {
+  const std::string_view data = messageData(stored);
+  const std::uint16_t flags = flagsIn(stored);
   const BXLONG version = descriptor.version, priority = descriptor.priority;
-  const char* p = record.data() + 3;
+  const char* p = stored.data() + 3;
   const auto putTime = takeLittle<std::int64_t>(p);
   const std::int64_t expires = flags & kExpires ? takeLittle<std::int64_t>(p) : 0;
   const char* ids = p;

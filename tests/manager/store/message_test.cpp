@@ -1,6 +1,6 @@
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
+#include "manager/store/message.h"
 #include "manager/store/queue_definition.h"
-#include "manager/store/record.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ constexpr std::int64_t kPut = 1'700'000'000'123; ///< 2023-11-14 22:13:20.123 UT
 std::string encoded(const BXMD& descriptor, std::int64_t expires = 0,
                     const std::string& data = "data") {
   std::string record;
-  encodeRecordHeader(descriptor, {kPut, expires}, {0x0102030405060708, 9}, record);
+  encodeMessageHeader(descriptor, {kPut, expires}, {0x0102030405060708, 9}, record);
   return record + data;
 }
 
@@ -38,19 +38,19 @@ void expectRoundTrip(const BXMD& descriptor, std::int64_t expires = 0) {
   BXMD got = BXMD_DEFAULT;
   got.version = descriptor.version;
   got.priority = descriptor.priority;
-  EXPECT_EQ(decodeRecord(record, kPut, got), "data");
+  EXPECT_EQ(decodeMessage(record, kPut, got), "data");
   const BXMD expected = told(descriptor);
   EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
 }
 
 TEST(Record, AnOrdinaryMessageIsSmall) {
   EXPECT_EQ(encoded(ordinary()).size(), 11 + 16 + 4);
-  EXPECT_EQ(recordData(encoded(ordinary(), 0, "")), "");
+  EXPECT_EQ(messageData(encoded(ordinary(), 0, "")), "");
 }
 
 TEST(Record, AMadeIdentifierIsUniqueByConnectionAndCounter) {
   BXMD got = BXMD_DEFAULT;
-  decodeRecord(encoded(ordinary()), kPut, got);
+  decodeMessage(encoded(ordinary()), kPut, got);
   const BXBYTE expected[BX_IDENTIFIER_LENGTH] = {'B', 'X', 'M', ' ', 1, 2, 3, 4, 5, 6,
                                                  7,   8,   0,   0,   0, 0, 0, 0, 0, 9};
   EXPECT_EQ(std::memcmp(got.messageId, expected, sizeof expected), 0);
@@ -86,15 +86,15 @@ TEST(Record, KeepsEveryFieldOfADescriptor) {
 
 TEST(Record, TellsWhatIsLeftOfTheExpiry) {
   const std::string record = encoded(ordinary(), kPut + 1000);
-  EXPECT_EQ(recordExpiry(record), kPut + 1000);
-  EXPECT_EQ(recordExpiry(encoded(ordinary())), 0);
+  EXPECT_EQ(messageExpiry(record), kPut + 1000);
+  EXPECT_EQ(messageExpiry(encoded(ordinary())), 0);
   for (const auto& [now, left] : {std::pair{kPut, 10},
                                   {kPut + 1, 10},
                                   {kPut + 901, 1},
                                   {kPut + 5000, 1},
                                   {std::int64_t{1}, INT32_MAX}}) {
     BXMD got = BXMD_DEFAULT;
-    decodeRecord(record, now, got);
+    decodeMessage(record, now, got);
     EXPECT_EQ(got.expiry, left) << now;
   }
 }
@@ -106,12 +106,12 @@ TEST(Record, WhatIsCutShortIsDamaged) {
   for (std::size_t size = 0; size < record.size(); ++size) {
     const std::string cut = record.substr(0, size); // a sanitizer sees a look behind it
     BXMD got = BXMD_DEFAULT;
-    EXPECT_THROW(decodeRecord(cut, kPut, got), Failure) << size;
+    EXPECT_THROW(decodeMessage(cut, kPut, got), Failure) << size;
   }
   std::string newer = record;
   newer[0] = 2;
-  EXPECT_THROW(recordData(newer), Failure);
-  EXPECT_THROW(recordExpiry(newer.substr(0, 12)), Failure);
+  EXPECT_THROW(messageData(newer), Failure);
+  EXPECT_THROW(messageExpiry(newer.substr(0, 12)), Failure);
 }
 
 TEST(QueueDefinition, IsKeptWholeAndKnownToBeDamaged) {

@@ -1,11 +1,12 @@
-#include "manager/store/log/patience.h"
+#include "manager/store/log/waiting.h"
 
 #include "bx/bx.h"
-#include "manager/store/failure.h"
+#include "manager/base/failure.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <initializer_list>
 
 namespace bxm {
 
@@ -23,6 +24,15 @@ void Patience::wait() {
   if (::nanosleep(&some, nullptr) != 0 && errno == EINTR)
     throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, "interrupted while waiting for " + m_what);
 }
+
+StopSignalsWait::StopSignalsWait() noexcept {
+  sigset_t stops;
+  ::sigemptyset(&stops);
+  for (const int signal : {SIGTSTP, SIGTTIN, SIGTTOU}) ::sigaddset(&stops, signal);
+  ::pthread_sigmask(SIG_BLOCK, &stops, &m_before);
+}
+
+StopSignalsWait::~StopSignalsWait() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
 
 void notice(const std::string& text) { std::fprintf(stderr, "bxm: %s\n", text.c_str()); }
 

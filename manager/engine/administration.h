@@ -1,12 +1,14 @@
 #pragma once
 
+#include "bx/bx.h"
 #include "manager/store/catalog.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
-/// What the operator's programs do with managers as a whole. Everything throws a Failure whose text
-/// is made to be shown.
+/// What the operator's programs do with managers and their queues. Where a manager may be named an
+/// empty name is the default one. Everything throws a Failure whose text is made to be shown.
 namespace bxm {
 
 struct ManagerInfo {
@@ -17,7 +19,6 @@ struct ManagerInfo {
 void createManager(const std::string& name, bool makeDefault);
 void deleteManager(const std::string& name);
 std::vector<ManagerInfo> listManagers();
-/// An empty name is the default manager.
 void switchCommandServer(const std::string& name, bool runs);
 /// full: commits of gets wait for the disk, too.
 void setManagerSync(const std::string& name, bool full);
@@ -33,5 +34,18 @@ ManagerRepair repairManager(const std::string& name);
 std::vector<std::string> backUpManager(const std::string& name, const std::string& target);
 /// Makes a manager of such a copy.
 void restoreManager(const std::string& source, const std::string& name);
+
+struct QueueInfo {
+  std::string name;
+  BXLONG maxDepth = 0;
+  BXLONG maxMessageLength = 0;
+  std::uint64_t depth = 0;
+};
+
+/// Of the info the name and the two limits are used; 0 leaves a limit at its default.
+void createLocalQueue(const std::string& manager, const QueueInfo& queue);
+/// Deletes a queue with all that is on it.
+void deleteLocalQueue(const std::string& manager, const std::string& name);
+std::vector<QueueInfo> listLocalQueues(const std::string& manager);
 
 } // namespace bxm

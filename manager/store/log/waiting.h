@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <string>
 
 namespace bxm {
@@ -19,6 +20,19 @@ private:
   std::string m_what;
   std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
   bool m_told = false;
+};
+
+/// While one exists, SIGTSTP, SIGTTIN and SIGTTOU wait, as far as its thread is concerned: whoever
+/// holds a lock that others wait for must not be stopped. Ends in the thread that it began in.
+class StopSignalsWait {
+public:
+  StopSignalsWait() noexcept;
+  ~StopSignalsWait();
+  StopSignalsWait(const StopSignalsWait&) = delete;
+  StopSignalsWait& operator=(const StopSignalsWait&) = delete;
+
+private:
+  sigset_t m_before;
 };
 
 /// A line on standard error for whoever looks after the store.
