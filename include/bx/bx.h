@@ -101,66 +101,122 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 
 /* ---- Completion and reason codes ------------------------------------------------------------ */
 
-#define BXCC_OK 0
-#define BXCC_WARNING 1
-#define BXCC_FAILED 2
+/* How a call ended: *completion. */
+#define BXCC_OK 0      /* done; the reason is BXRC_NONE */
+#define BXCC_WARNING 1 /* done, and the reason is worth a look */
+#define BXCC_FAILED 2  /* not done, unless the reason says otherwise (2124) */
 
+/*
+ * Why: *reason. Behind each number stand what it says, the calls that give it and what helps;
+ * "any" are all calls with a connection handle. Numbers are never given another meaning.
+ */
 #define BXRC_NONE 0
-#define BXRC_BACKED_OUT 2003          /* the unit of work was backed out instead of committed */
-#define BXRC_BUFFER_ERROR 2004        /* null buffer with a length above 0 */
-#define BXRC_BUFFER_LENGTH_ERROR 2005 /* negative length */
-#define BXRC_CHAR_ATTRS_TOO_SHORT 2008 /* string does not fit the buffer; the true length is told */
+
+/* BXCMIT, BXDISC: the unit of work was backed out instead of committed, all of it. Do it again. */
+#define BXRC_BACKED_OUT 2003
+/* Any with a buffer: null, with a length above 0; null for a value to return. */
+#define BXRC_BUFFER_ERROR 2004
+/* Any with a buffer: a negative length. */
+#define BXRC_BUFFER_LENGTH_ERROR 2005
+/* bxInquireString, a warning: the string was cut; *stringLength tells its true length. */
+#define BXRC_CHAR_ATTRS_TOO_SHORT 2008
+/* Any: the store went away and the unit of work was backed out. Connect again. */
 #define BXRC_CONNECTION_BROKEN 2009
-#define BXRC_DATA_LENGTH_ERROR 2010 /* null pointer for a length */
+/* BXGET: a null pointer for the message's length. */
+#define BXRC_DATA_LENGTH_ERROR 2010
+/* BXPUT: an expiry that is neither -1 nor above 0. */
 #define BXRC_EXPIRY_ERROR 2013
+/* Any: no connection of this process, or one that has ended. */
 #define BXRC_HCONN_ERROR 2018
+/* Any: no queue or bag of this process, or one that has been closed. */
 #define BXRC_HOBJ_ERROR 2019
-#define BXRC_INT_ATTRS_ERROR 2023 /* an integer item is out of its range */
+/* bxExecute, in the answer: an integer out of its range. */
+#define BXRC_INT_ATTRS_ERROR 2023
+/* BXCONN: 4,096 connections use the manager. End some. */
 #define BXRC_MAX_CONNECTIONS 2025
-#define BXRC_MD_ERROR 2026 /* no BXMD, or one of an unknown version */
+/* BXPUT, BXGET: no BXMD, or one of an unknown version. */
+#define BXRC_MD_ERROR 2026
+/* BXPUT: longer than BXIA_MAX_MESSAGE_LENGTH of the queue. */
 #define BXRC_MESSAGE_TOO_BIG_FOR_Q 2030
+/* BXPUT: longer than any queue takes, 100 MiB. */
 #define BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR 2031
+/* BXGET: nothing there, or nothing within the wait. For most programs an ordinary outcome. */
 #define BXRC_NO_MESSAGE_AVAILABLE 2033
+/* BXGET: nothing was browsed yet, or somebody took it meanwhile. Browse on. */
 #define BXRC_NO_MESSAGE_UNDER_CURSOR 2034
+/* BXCONN: no permission on the manager's folder. Any: none on a file in it. */
 #define BXRC_NOT_AUTHORIZED 2035
+/* BXGET, BXPUT: the queue was opened for something else. Open it with BXOO_*. */
 #define BXRC_NOT_OPEN_FOR_BROWSE 2036
 #define BXRC_NOT_OPEN_FOR_INPUT 2037
 #define BXRC_NOT_OPEN_FOR_OUTPUT 2039
-#define BXRC_OBJECT_IN_USE 2042 /* of no call: a manager in use is not deleted (bxadm) */
+/* Of no call: a manager in use is not deleted, repaired or restored (bxadm). */
+#define BXRC_OBJECT_IN_USE 2042
+/* BXOPEN: a BXOD of something that is no queue. */
 #define BXRC_OBJECT_TYPE_ERROR 2043
+/* BXOPEN: no BXOD, or one of an unknown version. */
 #define BXRC_OD_ERROR 2044
-#define BXRC_OPTION_NOT_VALID_FOR_TYPE 2045 /* see bxExecute */
+/* bxExecute: an argument that must be BXHB_NONE or BXHO_NONE. */
+#define BXRC_OPTION_NOT_VALID_FOR_TYPE 2045
+/* Any with options: an unknown one, or two that contradict each other. */
 #define BXRC_OPTIONS_ERROR 2046
+/* BXPUT: no BXPER_*. */
 #define BXRC_PERSISTENCE_ERROR 2047
+/* BXPUT, a warning: the priority was above 9, and the message was put at 9. */
 #define BXRC_PRIORITY_EXCEEDS_MAXIMUM 2049
+/* BXPUT: a priority below -1. */
 #define BXRC_PRIORITY_ERROR 2050
+/* BXPUT, BXGET: the queue has been deleted since it was opened. Close it. */
 #define BXRC_Q_DELETED 2052
+/* BXPUT: BXIA_MAX_DEPTH is reached, uncommitted messages counted. Wait until some are got. */
 #define BXRC_Q_FULL 2053
+/* bxExecute, in the answer: a deletion without BXPO_YES. */
 #define BXRC_Q_NOT_EMPTY 2055
+/* Any: no disk space. Free some and do it again; getting messages frees some, too. */
 #define BXRC_STORAGE_FULL 2056
+/* bxExecute, in the answer: a queue type that is not BXQT_LOCAL. */
 #define BXRC_Q_TYPE_ERROR 2057
+/* BXCONN: no manager of that name; bxadm manager list shows those there are. */
 #define BXRC_Q_MGR_NAME_ERROR 2058
+/* BXCONN: the manager cannot be opened; a line on standard error says why. */
 #define BXRC_Q_MGR_NOT_AVAILABLE 2059
-#define BXRC_SELECTOR_COUNT_ERROR 2065   /* no item with that index */
-#define BXRC_SELECTOR_ERROR 2067         /* no item with that selector, or one that is not known */
-#define BXRC_SELECTOR_TYPE_ERROR 2068    /* the item is of another type */
+/* bxInquire*: the bag has the selector, and no item of that index. */
+#define BXRC_SELECTOR_COUNT_ERROR 2065
+/* bxInquire*: no item has the selector. bxExecute, in the answer: it is missing, or not known. */
+#define BXRC_SELECTOR_ERROR 2067
+/* bxInquire*, and bxExecute in the answer: the item is of another type. */
+#define BXRC_SELECTOR_TYPE_ERROR 2068
+/* BXGET, a warning: the message was longer than the buffer, and was taken. */
 #define BXRC_TRUNCATED_ACCEPTED 2079
+/* BXGET: the message is longer than the buffer, and stays. Get again with *dataLength bytes. */
 #define BXRC_TRUNCATED_FAILED 2080
+/* BXOPEN, and bxExecute in the answer: no queue of that name. */
 #define BXRC_UNKNOWN_OBJECT 2085
+/* BXOPEN: a queue of another manager than the connected one. */
 #define BXRC_UNKNOWN_OBJECT_Q_MGR 2086
+/* BXGET: a wait below -1. */
 #define BXRC_WAIT_INTERVAL_ERROR 2090
+/* bxExecute, in the answer: there is a queue of that name. */
 #define BXRC_OBJECT_EXISTS 2100
+/* Any: the store is damaged. bxadm manager check tells where, repair saves the rest. */
 #define BXRC_OBJECT_DAMAGED 2101
+/* Any: memory, descriptors or table slots ran out (convention 10). */
 #define BXRC_RESOURCE_PROBLEM 2102
+/* BXBEGIN, a warning: the unit of work is the connection's own. */
 #define BXRC_NO_EXTERNAL_PARTICIPANTS 2121
-#define BXRC_OUTCOME_UNKNOWN 2124 /* the commit may have happened or not */
+/* BXCMIT, BXDISC, BXPUT, BXGET: it may count or not (convention 9). Look before doing it again. */
+#define BXRC_OUTCOME_UNKNOWN 2124
+/* BXBEGIN, BXCONNX, BXPUT, BXGET: no options structure, or one of an unknown version. */
+#define BXRC_BO_ERROR 2134
 #define BXRC_CNO_ERROR 2139
-#define BXRC_GMO_ERROR 2186 /* no BXGMO, or one of an unknown version */
-#define BXRC_PMO_ERROR 2173 /* no BXPMO, or one of an unknown version */
-#define BXRC_BO_ERROR 2134 /* no BXBO, or one of an unknown version */
+#define BXRC_PMO_ERROR 2173
+#define BXRC_GMO_ERROR 2186
+/* Any: something else; a line on standard error says what. */
 #define BXRC_UNEXPECTED 2195
+/* bxExecute: the command server is stopped; strbxcsv starts it. */
 #define BXRC_COMMAND_SERVER_NOT_AVAILABLE 2322
-#define BXRC_COMMAND_FAILED 3008 /* the answer bag holds a nested bag with the codes */
+/* bxExecute: the command was refused; the answer's nested bag holds its own codes. */
+#define BXRC_COMMAND_FAILED 3008
 
 /* ---- BXMD, the message descriptor: 364 bytes ------------------------------------------------ */
 
@@ -181,22 +237,27 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXFMT_NONE "        "
 #define BXFMT_STRING "BXSTR   "
 
+/*
+ * What is known of a message beside its data. A put stores it, a get returns it. What has no
+ * comment here is the programs' own affair: it is kept with the message and told as it was put,
+ * and the manager makes nothing of it.
+ */
 typedef struct tagBXMD {
-  BXCHAR structId[4];
-  BXLONG version;
+  BXCHAR structId[4]; /* BXMD_ID */
+  BXLONG version;     /* of version 1 nothing from groupId on is read or written */
   BXLONG report;
   BXLONG messageType;
-  BXLONG expiry; /* tenths of a second; a get tells what is left */
+  BXLONG expiry; /* tenths of a second, above 0; -1 never; a get tells what is left */
   BXLONG feedback;
-  BXLONG encoding;
-  BXLONG characterSet;
-  BXCHAR format[BX_FORMAT_LENGTH];
+  BXLONG encoding;     /* of numbers in the data; nothing is converted */
+  BXLONG characterSet; /* of the data; nothing is converted */
+  BXCHAR format[BX_FORMAT_LENGTH]; /* of the data: BXFMT_*, or any other */
   BXLONG priority;    /* 0 to 9, highest first; -1 the queue's default */
   BXLONG persistence; /* kept and told; every message is stored durably */
   BXBYTE messageId[BX_IDENTIFIER_LENGTH]; /* zero: made by the put, which returns it here */
-  BXBYTE correlationId[BX_IDENTIFIER_LENGTH];
+  BXBYTE correlationId[BX_IDENTIFIER_LENGTH]; /* names another message, for gets that match it */
   BXLONG backoutCount; /* always 0 */
-  BXCHAR replyToQueue[BX_NAME_LENGTH];
+  BXCHAR replyToQueue[BX_NAME_LENGTH]; /* blank-padded, like all texts here */
   BXCHAR replyToManager[BX_NAME_LENGTH];
   BXCHAR userId[12];
   BXBYTE accountingToken[32];
@@ -220,11 +281,12 @@ typedef struct tagBXMD {
 #define BXOD_VERSION_1 1
 #define BXOT_QUEUE 1
 
+/* Which queue to open. Only read. */
 typedef struct tagBXOD {
-  BXCHAR structId[4];
-  BXLONG version;
-  BXLONG objectType;
-  BXCHAR objectName[BX_NAME_LENGTH];
+  BXCHAR structId[4]; /* BXOD_ID */
+  BXLONG version;     /* BXOD_VERSION_1 */
+  BXLONG objectType;  /* BXOT_QUEUE */
+  BXCHAR objectName[BX_NAME_LENGTH];  /* the queue's */
   BXCHAR managerName[BX_NAME_LENGTH]; /* blank, or the connected manager's */
 } BXOD;
 
@@ -235,32 +297,33 @@ typedef struct tagBXOD {
 #define BXGMO_VERSION_2 2 /* matchOptions is used; version 1 always matches both identifiers */
 #define BXGMO_VERSION_3 3 /* returnedLength is set */
 
-#define BXGMO_NO_WAIT 0
-#define BXGMO_WAIT 1
-#define BXGMO_SYNCPOINT 2
-#define BXGMO_NO_SYNCPOINT 4
-#define BXGMO_BROWSE_FIRST 16
-#define BXGMO_BROWSE_NEXT 32
-#define BXGMO_ACCEPT_TRUNCATED_MESSAGE 64
-#define BXGMO_MESSAGE_UNDER_CURSOR 256
-#define BXGMO_FAIL_IF_QUIESCING 8192
+#define BXGMO_NO_WAIT 0                   /* 2033 at once where nothing is there */
+#define BXGMO_WAIT 1                      /* 2033 only after waitInterval */
+#define BXGMO_SYNCPOINT 2                 /* taken in the unit of work */
+#define BXGMO_NO_SYNCPOINT 4              /* gone at once; so without either of the two */
+#define BXGMO_BROWSE_FIRST 16             /* not with SYNCPOINT, the next one, or UNDER_CURSOR */
+#define BXGMO_BROWSE_NEXT 32              /* the first one, where nothing was browsed yet */
+#define BXGMO_ACCEPT_TRUNCATED_MESSAGE 64 /* 2079 instead of 2080 */
+#define BXGMO_MESSAGE_UNDER_CURSOR 256    /* never waits; BXMO_* still hold */
+#define BXGMO_FAIL_IF_QUIESCING 8192      /* accepted; managers end with their programs */
 
-#define BXMO_NONE 0
+#define BXMO_NONE 0                 /* the first message, whatever the descriptor holds */
 #define BXMO_MATCH_MESSAGE_ID 1     /* a zero identifier in the descriptor matches any */
-#define BXMO_MATCH_CORRELATION_ID 2
+#define BXMO_MATCH_CORRELATION_ID 2 /* likewise; with both, both must match */
 
-#define BXWI_UNLIMITED (-1)
+#define BXWI_UNLIMITED (-1) /* a wait without an end */
 
+/* How to get a message, and what came of it. */
 typedef struct tagBXGMO {
-  BXCHAR structId[4];
-  BXLONG version;
-  BXLONG options;
+  BXCHAR structId[4]; /* BXGMO_ID */
+  BXLONG version;     /* nothing is read or written that a higher one adds */
+  BXLONG options;     /* BXGMO_* */
   BXLONG waitInterval; /* milliseconds, used with BXGMO_WAIT */
   BXLONG reserved1;
   BXLONG reserved2;
   BXCHAR resolvedQueueName[BX_NAME_LENGTH]; /* set with a message: the queue it came from */
   /* version 2 */
-  BXLONG matchOptions;
+  BXLONG matchOptions; /* BXMO_* */
   BXCHAR reserved3[4];
   /* version 3 */
   BXBYTE reserved4[16];
@@ -271,15 +334,16 @@ typedef struct tagBXGMO {
 
 #define BXPMO_ID "PMO "
 #define BXPMO_VERSION_1 1
-#define BXPMO_NONE 0
-#define BXPMO_SYNCPOINT 2
-#define BXPMO_NO_SYNCPOINT 4
-#define BXPMO_FAIL_IF_QUIESCING 8192
+#define BXPMO_NONE 0         /* no syncpoint */
+#define BXPMO_SYNCPOINT 2    /* part of the unit of work */
+#define BXPMO_NO_SYNCPOINT 4 /* on the disk when the call returns; not with the one before */
+#define BXPMO_FAIL_IF_QUIESCING 8192 /* accepted, as with gets */
 
+/* How to put a message, and where it went. */
 typedef struct tagBXPMO {
-  BXCHAR structId[4];
-  BXLONG version;
-  BXLONG options;
+  BXCHAR structId[4]; /* BXPMO_ID */
+  BXLONG version;     /* BXPMO_VERSION_1 */
+  BXLONG options;     /* BXPMO_* */
   BXLONG timeout; /* not used; -1 */
   BXCHAR resolvedQueueName[BX_NAME_LENGTH]; /* both set by a put, blank-padded ... */
   BXCHAR resolvedManagerName[BX_NAME_LENGTH]; /* ... to the queue and manager it went to */
@@ -295,10 +359,11 @@ typedef struct tagBXPMO {
 #define BXCNO_HANDLE_SHARE_BLOCK 64
 #define BXCNO_HANDLE_SHARE_NO_BLOCK 128
 
+/* How to connect; a null pointer does as well. */
 typedef struct tagBXCNO {
-  BXCHAR structId[4];
-  BXLONG version;
-  BXLONG options;
+  BXCHAR structId[4]; /* BXCNO_ID */
+  BXLONG version;     /* 1 to 4; they are alike */
+  BXLONG options;     /* one of BXCNO_* at most */
   BXLONG reserved[13];
 } BXCNO;
 
@@ -306,10 +371,11 @@ typedef struct tagBXCNO {
 #define BXBO_VERSION_1 1
 #define BXBO_NONE 0
 
+/* For BXBEGIN; a null pointer does as well. */
 typedef struct tagBXBO {
-  BXCHAR structId[4];
-  BXLONG version;
-  BXLONG options;
+  BXCHAR structId[4]; /* BXBO_ID */
+  BXLONG version;     /* BXBO_VERSION_1 */
+  BXLONG options;     /* BXBO_NONE */
 } BXBO;
 
 /* ---- Initialisers --------------------------------------------------------------------------- */
@@ -368,10 +434,10 @@ BXENTRY void BXDISC(BXHCONN* connection, BXLONG* completion, BXLONG* reason);
 
 /* ---- Queues --------------------------------------------------------------------------------- */
 
-#define BXOO_INPUT_SHARED 2
-#define BXOO_BROWSE 8
-#define BXOO_OUTPUT 16
-#define BXOO_FAIL_IF_QUIESCING 8192
+#define BXOO_INPUT_SHARED 2         /* for gets; others may get, too */
+#define BXOO_BROWSE 8               /* for browses; with the above for gets under the cursor, too */
+#define BXOO_OUTPUT 16              /* for puts */
+#define BXOO_FAIL_IF_QUIESCING 8192 /* accepted, as with gets */
 #define BXCO_NONE 0
 
 /*
@@ -503,11 +569,19 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 
 #define BX_NULL_TERMINATED (-1) /* a length: the string ends at its zero byte */
 
-/* bxCreateBag, bxDeleteBag - make an empty bag; delete one with the bags nested in it. */
+/*
+ * bxCreateBag, bxDeleteBag - make an empty bag; delete one with the bags nested in it, whose
+ * handles end, too. options: BXCBO_ADMIN_BAG. A nested bag is not deleted by itself: 2019.
+ */
 BXENTRY void bxCreateBag(BXLONG options, BXHBAG* bag, BXLONG* completion, BXLONG* reason);
 BXENTRY void bxDeleteBag(BXHBAG* bag, BXLONG* completion, BXLONG* reason);
 
-/* bxAddInteger, bxAddString, bxAddInquiry - append an item; an inquiry asks for an attribute. */
+/*
+ * bxAddInteger, bxAddString, bxAddInquiry - append an item; an inquiry asks for an attribute.
+ *
+ * length: of the string in bytes, or BX_NULL_TERMINATED; below that it is 2005. Selectors are not
+ * looked at here: bxExecute refuses those that a command does not know.
+ */
 BXENTRY void bxAddInteger(BXHBAG bag, BXLONG selector, BXLONG value, BXLONG* completion,
                           BXLONG* reason);
 BXENTRY void bxAddString(BXHBAG bag, BXLONG selector, BXLONG length, const BXCHAR* buffer,
