@@ -11,6 +11,44 @@
 #include <mutex>
 #include <string>
 
+/// The embedded store: one manager in one folder, used by any number of processes at once.
+///
+/// Its words, and where each is defined. On the disk, see docs/storage-format.md:
+///
+///   log file     log-<n>: what connections have committed, appended to by its *owner* (format.h)
+///   generation   one use of a log file; files are used again (format.h)
+///   record       one append: what one commit took and put, or a *piece* of it where it spans
+///                several files; the last piece makes all of them count (format.h)
+///   item         a message in a record: a header and the message's stored form (message.h)
+///   take         what a record says of messages that were got: they are gone (format.h)
+///   seal         up to where a file is known to be on the disk (format.h)
+///   number       of a commit: the order of all commits of a manager (runtime.h)
+///   place        file and offset of an item or a record, 48 bits (format.h)
+///   copy         an item that was moved from its *origin*, to free that one's file (format.h)
+///
+/// In shared memory, made anew at a boot:
+///
+///   runtime      tables of *slots* for connections, accesses, queues and log files (runtime.h)
+///   connection   a slot that its process holds a lock on while it lives (runtime.h)
+///   access       what one connection has put to and got from one queue (runtime.h)
+///   index        of a queue: for each priority an array of *entries*, a word for each message: its
+///                state and place (queue_index.h)
+///   position     priority and *sequence*, an entry's number (queue_index.h)
+///   floor        below it no message is available, so no scan looks (queue_index.h)
+///   promise      room in an index for what a commit is about to enter (queue_index.h)
+///   phase        how far a connection is with a commit, for who finds it dead (runtime.h)
+///   live         how many messages of a log file are not gone; with none left it is freed
+///                (log_files.h)
+///
+/// What is done with them:
+///
+///   publish      to enter the messages of a commit that is on the disk (publication.h)
+///   claim        to take a message: one compare-and-swap on its entry (log_queue.h)
+///   settle       to log what was got, many messages at once (settler.h)
+///   reclaim      to free log files of which nothing is needed any more (reclaim.h)
+///   recover      to finish or undo what a dead process was in the middle of (recovery.h)
+///   rebuild      to make runtime and index from the logs, after a boot (rebuild.h)
+///   survey       to read all logs and see which records count (log_survey.h)
 namespace bxm {
 
 class LogSession;
