@@ -69,6 +69,8 @@ private:
   Codes commitUnitOfWork();
   Codes getMessage(OpenQueue& queue, GetRequest& request);
   Codes store(OpenQueue& queue, const PutRequest& request, int priority);
+  MessageTimes encodeHeader(const BXMD& descriptor, const QueueDefinition& definition);
+  Codes storeSingle();
   static Codes codesOf(Committed committed, BXLONG reason);
 
   std::mutex m_mutex;

@@ -55,17 +55,9 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
 
 Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priority) {
   const QueueDefinition& definition = queue.queue->definition();
-  BXMD stored = withDefaultTail(request.descriptor);
-  stored.backoutCount = 0;
-  if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
-  MessageTimes times;
-  times.put = clockNow();
-  if (stored.expiry != BXEI_UNLIMITED)
-    times.expires = times.put + std::int64_t{stored.expiry} * 100;
-  const bool makesId = isZero(stored.messageId);
+  const bool makesId = isZero(request.descriptor.messageId);
   if (makesId) ++m_lastId.counter;
-  m_header.clear();
-  encodeMessageHeader(stored, times, m_lastId, m_header);
+  const MessageTimes times = encodeHeader(request.descriptor, definition);
 
   const bool syncpoint = (request.options.options & BXPMO_SYNCPOINT) != 0;
   if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);
@@ -76,18 +68,34 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
     queue.queue->unreserve();
     throw;
   }
-  if (!syncpoint) {
-    BXLONG reason = BXRC_NONE;
-    const Committed committed = m_session->put(m_single, reason);
-    if (committed == Committed::kQueueGone) return failed(BXRC_Q_DELETED);
-    if (committed != Committed::kDone) return codesOf(committed, reason);
-  }
+  if (!syncpoint)
+    if (const Codes codes = storeSingle(); codes.completion != BXCC_OK) return codes;
   if (makesId) m_lastId.writeTo(request.descriptor.messageId);
   request.descriptor.priority = priority;
   setPutTime(request.descriptor, times.put);
   padInto(request.options.resolvedQueueName, BX_NAME_LENGTH, definition.name);
   padInto(request.options.resolvedManagerName, BX_NAME_LENGTH, m_manager);
   return ok();
+}
+
+/// Into m_header.
+MessageTimes Connection::encodeHeader(const BXMD& descriptor, const QueueDefinition& definition) {
+  BXMD stored = withDefaultTail(descriptor);
+  stored.backoutCount = 0;
+  if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
+  MessageTimes times;
+  times.put = clockNow();
+  if (stored.expiry != BXEI_UNLIMITED)
+    times.expires = times.put + std::int64_t{stored.expiry} * 100;
+  m_header.clear();
+  encodeMessageHeader(stored, times, m_lastId, m_header);
+  return times;
+}
+
+Codes Connection::storeSingle() {
+  BXLONG reason = BXRC_NONE;
+  const Committed committed = m_session->put(m_single, reason);
+  return committed == Committed::kQueueGone ? failed(BXRC_Q_DELETED) : codesOf(committed, reason);
 }
 
 } // namespace bxm

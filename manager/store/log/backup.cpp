@@ -26,10 +26,9 @@ constexpr std::chrono::milliseconds kSettled{500};
 /// - A message is in the copy of its file; if it has been moved meanwhile, perhaps in two, and the
 ///   later says so. A take that the copy lacks was committed since the beginning, and with it all
 ///   that was put in the same unit.
-/// - A unit of several pieces is there as a whole or does not count: its last piece is only taken
-/// if
-///   it was there when the ends of all files were first read, and the other pieces, which are on
-///   the disk before it, up to where the ends were when they were read again. Seals make pieces
+/// - A unit of several pieces is there as a whole or does not count: its last piece is taken only
+///   if it was there when the ends of all files were first read, and the other pieces, which are
+///   on the disk before it, up to where the ends were when they were read again. Seals make pieces
 ///   count that are below, so those are read before the ends.
 /// - What was got and is not in any log yet stands in the index. Who lives logs it within a moment,
 ///   for which the beginning waits; what then is left gets a log file of its own in the copy.
@@ -55,7 +54,13 @@ private:
   };
   using Sources = std::map<std::uint32_t, Source>;
 
+  struct Seen {
+    std::shared_ptr<QueueShare> share; ///< keeps the entry mapped
+    QueueIndex::Word* entry;
+    std::uint64_t word;
+  };
   void findUnlogged();
+  std::vector<Seen> entriesIn(Entry::State state) const;
   bool pass(bool first);
   Sources look() const;
   void addPages(Sources& sources, bool sealed) const;
@@ -87,44 +92,35 @@ std::vector<std::string> Backup::run() {
 
 // ---- What is in the index alone -----------------------------------------------------------------
 
+/// What was got and is not logged after a while, either: who got it was stopped.
 void Backup::findUnlogged() {
-  struct Waiting {
-    QueueIndex::Word* entry;
-    std::uint64_t word;
-  };
-  std::vector<std::shared_ptr<QueueShare>> shares;
-  for (const QueueDefinition& queue : m_store.queues().list())
-    if (const auto share = m_store.share(queue.id, queue.slot)) shares.push_back(share);
-  std::vector<Waiting> waiting;
-  const auto forEachEntry = [&](const auto& visit) {
-    for (const auto& share : shares)
-      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) { visit(entry); });
-  };
-  forEachEntry([&](QueueIndex::Word& entry) {
-    const std::uint64_t word = entry.load();
-    if (Entry::stateOf(word) == Entry::kConsumed) waiting.push_back({&entry, word});
-  });
+  std::vector<Seen> waiting = entriesIn(Entry::kConsumed);
   const auto until = std::chrono::steady_clock::now() + kSettled;
   while (!waiting.empty() && std::chrono::steady_clock::now() < until) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    std::erase_if(waiting, [](const Waiting& each) { return each.entry->load() != each.word; });
+    std::erase_if(waiting, [](const Seen& each) { return each.entry->load() != each.word; });
   }
-  const auto add = [&](std::uint64_t word) {
-    const Place place = Entry::placeOf(word);
-    addTake(m_unlogged, m_runtime, place);
-  };
   std::set<std::uint32_t> stopped; // in the middle of a unit that counts
-  for (const Waiting& each : waiting) {
-    add(each.word);
+  for (const Seen& each : waiting) {
+    addTake(m_unlogged, m_runtime, Entry::placeOf(each.word));
     const std::uint32_t owner = Entry::ownerOf(each.word);
     if (m_runtime.connection(owner).phase.load() == Phase::kConsuming) stopped.insert(owner);
   }
-  if (!stopped.empty())
-    forEachEntry([&](QueueIndex::Word& entry) {
-      const std::uint64_t word = entry.load();
-      if (Entry::stateOf(word) == Entry::kTaken && stopped.contains(Entry::ownerOf(word)))
-        add(word);
-    });
+  if (stopped.empty()) return;
+  for (const Seen& each : entriesIn(Entry::kTaken))
+    if (stopped.contains(Entry::ownerOf(each.word)))
+      addTake(m_unlogged, m_runtime, Entry::placeOf(each.word));
+}
+
+std::vector<Backup::Seen> Backup::entriesIn(Entry::State state) const {
+  std::vector<Seen> found;
+  for (const QueueDefinition& queue : m_store.queues().list())
+    if (const auto share = m_store.share(queue.id, queue.slot))
+      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
+        const std::uint64_t word = entry.load();
+        if (Entry::stateOf(word) == state) found.push_back({share, &entry, word});
+      });
+  return found;
 }
 
 // ---- The log files ------------------------------------------------------------------------------

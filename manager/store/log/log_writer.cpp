@@ -139,14 +139,40 @@ void LogWriter::writePieces(const Unit& unit) {
 
 /// As many takes and items as fit into the file.
 void LogWriter::writePiece(const Unit& unit, Rest& rest) {
+  makeRoomFor(unit, rest);
+  FileSlot& slot = slotOf(m_owned);
+  raiseTo(slot.lastNumber, unit.number);
+  const std::size_t room = m_owned.capacity - slot.end.load() - kHeaderSize;
+  chooseTakes(unit, rest, room);
+  chooseItems(rest, room - rest.takes);
+  const bool final = rest.lastRun && rest.run.empty() && rest.group == unit.takes.size();
+  if (final && m_count > 0) flush(); // it says that the others are there
+  const Place place{m_owned.number, slot.end.load()};
+  m_pieces.push_back({place,
+                      {place.file, place.offset + kHeaderSize + rest.takes},
+                      static_cast<std::uint32_t>(rest.items.size()),
+                      rest.count,
+                      m_owned.generation});
+  addLive(slot, rest.count);
+  if (unit.place) *unit.place = place.packed();
+  append(headerOf(unit, rest, place, final), rest.items, place);
+  m_previous = place.packed();
+  m_finalWritten = final;
+  ++m_count;
+}
+
+/// For the next group of takes, or the next item, at the least.
+void LogWriter::makeRoomFor(const Unit& unit, const Rest& rest) {
   const bool hasTakes = rest.group < unit.takes.size();
   const std::size_t first = hasTakes           ? takesSize(unit.takes[rest.group])
                             : rest.run.empty() ? 0
                                                : itemSize(itemHeaderAt(rest.run.data()).size);
   makeRoom(unit.number, static_cast<std::uint32_t>(kHeaderSize + first),
            kHeaderSize + first + rest.run.size(), rest.run.empty());
-  raiseTo(slotOf(m_owned).lastNumber, unit.number);
-  std::size_t room = m_owned.capacity - slotOf(m_owned).end.load() - kHeaderSize;
+}
+
+/// Into the buffer, behind a place for the header.
+void LogWriter::chooseTakes(const Unit& unit, Rest& rest, std::size_t room) {
   m_buffer.assign(kHeaderSize, '\0');
   while (rest.group < unit.takes.size() && takesSize(unit.takes[rest.group]) <= room) {
     appendTakes(m_buffer, unit.takes[rest.group]);
@@ -155,33 +181,6 @@ void LogWriter::writePiece(const Unit& unit, Rest& rest) {
   }
   rest.takes = static_cast<std::uint32_t>(m_buffer.size() - kHeaderSize);
   rest.crc = crc32c({m_buffer.data() + kHeaderSize, rest.takes});
-  chooseItems(rest, room);
-
-  RecordHeader header;
-  const Place place{m_owned.number, slotOf(m_owned).end.load()};
-  header.length = static_cast<std::uint32_t>(kHeaderSize + rest.takes + rest.items.size());
-  header.takesSize = rest.takes;
-  header.storeId = m_files.storeId();
-  header.number = unit.number;
-  header.generation = m_owned.generation;
-  header.place = place.packed();
-  header.previous = m_previous;
-  header.piece = m_count;
-  const bool final = rest.lastRun && rest.run.empty() && rest.group == unit.takes.size();
-  header.flags = final ? RecordHeader::kFinal : 0;
-  sealRecord(header, rest.crc);
-  if (final && m_count > 0) flush(); // it says that the others are there
-  m_pieces.push_back({place,
-                      {place.file, place.offset + kHeaderSize + rest.takes},
-                      static_cast<std::uint32_t>(rest.items.size()),
-                      rest.count,
-                      m_owned.generation});
-  addLive(slotOf(m_owned), rest.count);
-  if (unit.place) *unit.place = place.packed();
-  append(header, rest.items, place);
-  m_previous = place.packed();
-  m_finalWritten = final;
-  ++m_count;
 }
 
 void LogWriter::chooseItems(Rest& rest, std::size_t room) {
@@ -200,6 +199,22 @@ void LogWriter::chooseItems(Rest& rest, std::size_t room) {
   }
   rest.items = rest.run.substr(0, size);
   rest.run.remove_prefix(size);
+}
+
+RecordHeader LogWriter::headerOf(const Unit& unit, const Rest& rest, Place place,
+                                 bool final) const {
+  RecordHeader header;
+  header.length = static_cast<std::uint32_t>(kHeaderSize + rest.takes + rest.items.size());
+  header.takesSize = rest.takes;
+  header.storeId = m_files.storeId();
+  header.number = unit.number;
+  header.generation = m_owned.generation;
+  header.place = place.packed();
+  header.previous = m_previous;
+  header.piece = m_count;
+  header.flags = final ? RecordHeader::kFinal : 0;
+  sealRecord(header, rest.crc);
+  return header;
 }
 
 // ---- The file -----------------------------------------------------------------------------------

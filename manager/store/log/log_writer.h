@@ -56,7 +56,10 @@ private:
   struct Rest; ///< of a unit, what is not written yet
   void writePieces(const Unit& unit);
   void writePiece(const Unit& unit, Rest& rest);
+  void makeRoomFor(const Unit& unit, const Rest& rest);
+  void chooseTakes(const Unit& unit, Rest& rest, std::size_t room);
   void chooseItems(Rest& rest, std::size_t room);
+  RecordHeader headerOf(const Unit& unit, const Rest& rest, Place place, bool final) const;
   void makeRoom(std::uint64_t number, std::uint32_t needed, std::size_t wanted, bool forTakes);
   void append(const RecordHeader& header, std::string_view items, Place place);
   void zeroAhead(FileSlot& slot, std::uint32_t length) const;

@@ -70,6 +70,8 @@ private:
   void addCopy(std::string& items, const RecordView& record, Place at, const ItemHeader& item,
                std::string_view payload) const;
   void moveUnit(const std::string& items, const std::vector<Named>& moved);
+  std::vector<TakeGroup> enterCopies(const std::string& items, const std::vector<Named>& moved);
+  bool enterCopy(const Named& original, Place place) const;
   LogWriter::Result write(std::uint64_t number, const std::vector<TakeGroup>& takes,
                           std::string_view items, std::atomic<std::uint64_t>* place);
 
@@ -305,6 +307,20 @@ void Reclaim::moveUnit(const std::string& items, const std::vector<Named>& moved
   if (write(number, {}, items, &mine.copyPlace) != LogWriter::Result::kDone)
     throw Failure(BXRC_STORAGE_FULL, "old messages cannot be moved");
   BXM_KILL_POINT("move-written");
+  const std::vector<TakeGroup> refused = enterCopies(items, moved);
+  m_writer.done();
+  if (!refused.empty()) {
+    if (write(m_runtime.nextNumber(), refused, {}, nullptr) != LogWriter::Result::kDone)
+      throw Failure(BXRC_STORAGE_FULL, "old messages cannot be moved");
+    dropLive(m_runtime, refused);
+    m_writer.done();
+  }
+  mine.copyPlace = 0;
+}
+
+/// Returns the copies that are void.
+std::vector<TakeGroup> Reclaim::enterCopies(const std::string& items,
+                                            const std::vector<Named>& moved) {
   std::vector<TakeGroup> refused;
   auto piece = m_writer.pieces().begin();
   std::uint32_t at = 0;
@@ -315,27 +331,24 @@ void Reclaim::moveUnit(const std::string& items, const std::vector<Named>& moved
       at = 0;
     }
     const Place place{piece->items.file, piece->items.offset + at};
-    std::uint64_t seen = next->word;
-    FileSlot& from = m_runtime.file(Entry::placeOf(seen).file);
-    const Generation generation = from.generation.load();
-    const bool expires = (seen & Entry::kExpires) != 0;
-    if (next->entry->compare_exchange_strong(seen, Entry::available(place, expires)))
-      dropLive(from, generation, 1);
-    else
-      addTake(refused, place, piece->generation, TakeKind::kVoid);
+    if (!enterCopy(*next, place)) addTake(refused, place, piece->generation, TakeKind::kVoid);
     BXM_KILL_POINT("move-entry");
     m_runtime.file(place.file).total.fetch_add(1);
     at += static_cast<std::uint32_t>(itemSize(item.size));
     ++next;
   });
-  m_writer.done();
-  if (!refused.empty()) {
-    if (write(m_runtime.nextNumber(), refused, {}, nullptr) != LogWriter::Result::kDone)
-      throw Failure(BXRC_STORAGE_FULL, "old messages cannot be moved");
-    dropLive(m_runtime, refused);
-    m_writer.done();
-  }
-  mine.copyPlace = 0;
+  return refused;
+}
+
+bool Reclaim::enterCopy(const Named& original, Place place) const {
+  std::uint64_t seen = original.word;
+  FileSlot& from = m_runtime.file(Entry::placeOf(seen).file);
+  const Generation generation = from.generation.load();
+  const bool expires = (seen & Entry::kExpires) != 0;
+  if (!original.entry->compare_exchange_strong(seen, Entry::available(place, expires)))
+    return false;
+  dropLive(from, generation, 1);
+  return true;
 }
 
 } // namespace
