@@ -91,6 +91,10 @@ public:
 private:
   void finishSingles();
   void finishUnit();
+  using Places = std::unordered_set<std::uint64_t>; ///< packed
+  void flush(const std::vector<Place>& pieces) const;
+  Places publish(const std::vector<Place>& pieces);
+  void markGone(QueueShare& share, const Places& taken) const;
   void finishTakes();
   void undoMoves();
   void giveBackEntries();
@@ -133,20 +137,35 @@ void Recovery::finishSingles() {
 }
 
 void Recovery::finishUnit() {
-  LogFiles& files = m_store.files();
-  const std::uint64_t number = m_dead.number.load();
-  const auto pieces = piecesOf(files, Place::unpacked(m_dead.place.load()), number);
+  const auto pieces =
+      piecesOf(m_store.files(), Place::unpacked(m_dead.place.load()), m_dead.number.load());
   if (pieces.empty()) return;
+  flush(pieces);
+  const Places taken = publish(pieces);
+  BXM_KILL_POINT("recover-published");
+  for (AccessSlot* access : m_accesses) {
+    const auto share = shareOf(*access);
+    if (share && !taken.empty()) markGone(*share, taken);
+    access->gets = access->getsNext.load();
+    access->committed = access->committedNext.load();
+  }
+}
+
+void Recovery::flush(const std::vector<Place>& pieces) const {
   for (const Place& place : pieces) {
-    const auto file = files.reader(place.file);
+    const auto file = m_store.files().reader(place.file);
     if (const int error = file ? file->sync() : ENOENT)
       failWithErrno(error, BXRC_UNEXPECTED, "cannot sync a log file");
   }
   m_store.folder().sync();
+}
+
+/// Returns where what the unit has taken stands.
+Recovery::Places Recovery::publish(const std::vector<Place>& pieces) {
   Publication publication(m_store, m_dead);
-  std::unordered_set<std::uint64_t> taken;
+  Places taken;
   for (const Place& place : pieces)
-    visitPiece(files, place, [&](const RecordView& record) {
+    visitPiece(m_store.files(), place, [&](const RecordView& record) {
       record.forEachMessage([&](Place at, const ItemHeader& item, std::string_view payload) {
         publication.add(at, item, payload);
       });
@@ -156,22 +175,18 @@ void Recovery::finishUnit() {
       });
     });
   publication.announce();
-  BXM_KILL_POINT("recover-published");
-  for (AccessSlot* access : m_accesses) {
-    const auto share = shareOf(*access);
-    if (share && !taken.empty())
-      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-        const std::uint64_t word = entry.load();
-        const Place place = Entry::placeOf(word);
-        if (!Entry::belongsTo(word, Entry::kTaken, m_slot) || !taken.contains(place.packed()))
-          return;
-        entry = Entry::with(word, Entry::kGone, m_slot);
-        FileSlot& file = m_runtime.file(place.file);
-        dropLive(file, file.generation.load(), 1);
-      });
-    access->gets = access->getsNext.load();
-    access->committed = access->committedNext.load();
-  }
+  return taken;
+}
+
+void Recovery::markGone(QueueShare& share, const Places& taken) const {
+  share.index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
+    const std::uint64_t word = entry.load();
+    const Place place = Entry::placeOf(word);
+    if (!Entry::belongsTo(word, Entry::kTaken, m_slot) || !taken.contains(place.packed())) return;
+    entry = Entry::with(word, Entry::kGone, m_slot);
+    FileSlot& file = m_runtime.file(place.file);
+    dropLive(file, file.generation.load(), 1);
+  });
 }
 
 void Recovery::finishTakes() {
