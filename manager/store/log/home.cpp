@@ -198,16 +198,6 @@ std::unique_ptr<StoreSession> Home::connect(std::string_view wanted) {
 
 // ---- Administration -----------------------------------------------------------------------------
 
-namespace {
-
-void syncFolder(const fs::path& path) {
-  const File folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder && ::fsync(folder.get()) != 0)
-    failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot sync the folder " + path.string());
-}
-
-} // namespace
-
 /// Never writable for others, whatever the program's mask.
 void Home::makeHome() const {
   std::error_code error;
@@ -220,7 +210,9 @@ void Home::makeHome() const {
     const fs::path& path = missing.back();
     if (::mkdir(path.c_str(), missing.size() == 1 ? 0770 : 0755) != 0 && errno != EEXIST)
       failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot make the folder " + path.string());
-    syncFolder(path.parent_path()); // a power cut must not take it away
+    // A power cut must not take it away; a folder that we may not read nobody here can sync.
+    if (const fs::path parent = path.parent_path(); ::access(parent.c_str(), R_OK) == 0)
+      Folder(parent).sync();
   }
 }
 
