@@ -9,12 +9,25 @@
 #include <sys/stat.h>
 
 static bool g_renameFails = false;
+static ino_t g_synced = 0;
 
-/// Fails on demand as for a file that is mounted by itself.
+static struct stat statOf(const std::string& path) {
+  struct stat s {};
+  stat(path.c_str(), &s);
+  return s;
+}
+
+/// Fails on demand as for a file that is mounted by itself, and for one that a crash could tear.
 extern "C" int rename(const char* from, const char* to) noexcept {
-  if (!g_renameFails) return renameat(AT_FDCWD, from, AT_FDCWD, to);
+  if (!g_renameFails && statOf(from).st_ino == g_synced)
+    return renameat(AT_FDCWD, from, AT_FDCWD, to);
   errno = EBUSY;
   return -1;
+}
+
+extern "C" int fsync(int file) {
+  g_synced = statOf("/proc/self/fd/" + std::to_string(file)).st_ino;
+  return fdatasync(file);
 }
 
 namespace {
@@ -114,11 +127,12 @@ TEST_F(IniStoreTest, WritesKeysAndValues) {
   store.initialize(u"", rows, 1);
   store.read();
   chmod(m_file.c_str(), 0640);
+  const ino_t old = statOf(m_file).st_ino;
   store.write();
   EXPECT_EQ(content(), "NONE=0\n[A]\nY=2\n[B]\nX=\u20AC\n[ZONE]\nSIZE=5\n");
-  struct stat s {};
-  stat(m_file.c_str(), &s);
-  EXPECT_EQ(s.st_mode & 0777, 0640U);
+  EXPECT_EQ(statOf(m_file).st_mode & 0777, 0640U);
+  EXPECT_NE(statOf(m_file).st_ino, old) << "not overwritten";
+  EXPECT_EQ(statOf(m_folder.path()).st_ino, g_synced) << "and there after a crash";
   EXPECT_TRUE(std::filesystem::is_symlink(link));
 }
 

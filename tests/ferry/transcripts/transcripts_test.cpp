@@ -19,7 +19,11 @@ namespace {
 const char* const WORDS =
     "ini() { printf '%s\\n' '[S]' \"$@\" > new.ini && mv new.ini ferry.ini; }\n"
     "eventually() { for n in {1..400}; do \"$@\" >&/dev/null && return; sleep .03; done\n"
-    "  echo \"never: $*\" >&2; }\n";
+    "  echo \"never: $*\" >&2; }\n"
+    // A copy of the tool has no other client library beside it.
+    "apart() { [ -x ferry ] || cp \"$(command -v ferry)\" .; LD_LIBRARY_PATH=$1 ./ferry "
+    "\"${@:2}\"; }\n"
+    "answering() { ANSWERS=$1 apart \"$CLIENTS\" \"${@:2}\"; }\n";
 
 struct Step {
   std::string command;
@@ -96,7 +100,9 @@ TEST_P(Transcripts, ShowWhatHappens) {
   const std::string path = std::filesystem::absolute(binDir()).string() + ":" + std::getenv("PATH");
   for (const auto& [command, expected] : GetParam().steps) {
     Process bash({"/bin/bash", "-o", "pipefail", "-c", WORDS + command});
-    bash.environment("PATH", path).environment("BXM_HOME", home / "managers");
+    bash.environment("PATH", path)
+        .environment("BXM_HOME", home / "managers")
+        .environment("CLIENTS", CLIENTS);
     const std::string actual = outcome(bash.in(folder.path().string()).run());
     if (!matches(expected, actual)) {
       EXPECT_EQ(expected, actual) << "$ " << command;
