@@ -5,7 +5,7 @@ set -euo pipefail
 
 build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev)
 # The tests compile the benchmark programs too, so that none of them rots.
-test=(libgtest-dev libgmock-dev clang-tidy libxml2-dev libsqlite3-dev)
+test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev)
 bench=(sqlite3 libsqlite3-dev)
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;

@@ -2,45 +2,32 @@
 
 #include "ferry/queue/queue.h"
 
-#include <algorithm>
 #include <chrono>
-#include <climits>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-/// A queue in memory that notes what it is told, in one word each: "put", "get", "peek", "begin",
-/// "commit", "rollback", "delete".
+/// A queue in memory that notes each "get" and each "commit".
 class FakeQueue : public CCMEBX {
 public:
   std::deque<std::string> m_records;
   std::vector<std::string> m_notes;
   std::vector<UnicodeString> m_sent;
-  int m_goodCommits = INT_MAX; // all others fail
-  bool m_unknown = false;      // without a word on what became of the unit of work
-  size_t m_room = SIZE_MAX;    // how many it takes
   std::function<void()> m_onGet = [] {};
   static inline std::chrono::microseconds m_time{0}; // what its own doing takes, in all queues
   std::chrono::microseconds m_putTakes{0};
   std::chrono::microseconds m_commitTakes{0};
   std::vector<size_t> m_units; // how many were sent in each unit of work
 
-  /// How many notes of a kind there are.
-  long noted(const std::string& word) const {
-    return std::count(m_notes.begin(), m_notes.end(), word);
-  }
-
   int SendMsg(const UnicodeString& text, int, long, const UnicodeString&) override {
-    note("put");
     m_time += m_putTakes;
-    if (m_sent.size() >= m_room) return -1;
     m_sent.push_back(text);
     return 0;
   }
   int ReceiveMessage(UnicodeString& text, long wait) override {
-    note("get");
+    m_notes.emplace_back("get");
     EXPECT_EQ(wait, 100);
     m_onGet();
     if (m_records.empty()) return -2;
@@ -49,7 +36,6 @@ public:
     return 0;
   }
   int PeekMsg(UnicodeString& text, long wait) override {
-    note("peek");
     EXPECT_EQ(wait, 100);
     if (m_cursor >= m_records.size()) {
       m_cursor = 0;
@@ -59,25 +45,20 @@ public:
     return 0;
   }
   int DeleteMessage() override {
-    note("delete");
     m_records.erase(m_records.begin() + static_cast<long>(m_cursor) - 1);
     m_cursor = 0;
     return 0;
   }
-  int BeginTran() override { return note("begin"); }
-  int RollbackTran() override {
-    m_sent.resize(m_committed);
-    return note("rollback");
-  }
+  int BeginTran() override { return 0; }
+  int RollbackTran() override { return 0; }
   int CommitTran() override {
-    note("commit");
+    m_notes.emplace_back("commit");
     m_time += m_commitTakes;
-    if (m_goodCommits-- <= 0) return -1;
     m_units.push_back(m_sent.size() - m_committed);
     m_committed = m_sent.size();
     return 0;
   }
-  bool IsCommitUnknown() const override { return m_unknown; }
+  bool IsCommitUnknown() const override { return false; }
 
   int Open(QTYPE) override { return 0; }
   int Close() override { return 0; }
@@ -95,10 +76,6 @@ public:
   int GetSentCount() const override { return static_cast<int>(m_sent.size()); }
 
 private:
-  int note(const std::string& word) {
-    m_notes.push_back(word);
-    return 0;
-  }
   size_t m_cursor = 0;
   size_t m_committed = 0; // of those sent
 };

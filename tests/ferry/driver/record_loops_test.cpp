@@ -81,16 +81,6 @@ TEST_F(RecordLoops, TakeOnlyWhatPassesTheFilter) {
   EXPECT_THAT(m_queue.m_records, ElementsAre("a", "b"));
 }
 
-TEST_F(RecordLoops, GiveBackWhatTheQueueDoesNotTake) {
-  m_queue.m_room = 1;
-  run("1\n2\n3\n", [this] {
-    EXPECT_THROW(CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1), VRK_Exception);
-    m_queue.m_room = 3;
-    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
-  });
-  EXPECT_THAT(m_queue.m_sent, ElementsAre(u"1\n", u"2\n", u"3\n"));
-}
-
 TEST_F(RecordLoops, EndWithATerminalsFirstEnd) {
   int ours = -1, theirs = -1;
   ASSERT_EQ(::openpty(&ours, &theirs, nullptr, nullptr, nullptr), 0);
@@ -141,80 +131,6 @@ TEST_F(RecordLoops, CommitWhatIsRemovedOneByOne) {
   m_queue.m_onGet = [] { std::this_thread::sleep_for(std::chrono::milliseconds(2)); };
   clean(-1);
   EXPECT_THAT(m_queue.m_notes, ElementsAre("get", "commit", "get", "commit", "get"));
-}
-
-TEST_F(RecordLoops, FailWithoutCountWhenACommitFails) {
-  m_queue.m_goodCommits = 0;
-  fill(2);
-  show(-1);
-  EXPECT_EQ(m_failure,
-            "Commit failed on queue FAKE: the first 0 records count, what was read since "
-            "does not");
-  EXPECT_EQ(m_out + m_err, ""); // not shown: it is still on the queue
-  clean(-1);
-  EXPECT_EQ(m_err, "");
-  m_queue.m_unknown = true;
-  fill(2);
-  show(-1);
-  EXPECT_EQ(m_out, "1\n"); // it may be gone
-  EXPECT_EQ(m_err, "");
-}
-
-TEST_F(RecordLoops, GiveBackWhatNoQueueHas) {
-  std::vector<UnicodeString> expected;
-  std::string lines;
-  for (int n = 1; n <= 3000; ++n) {
-    lines += std::to_string(n) + "\n";
-    expected.emplace_back((std::to_string(n) + "\n").c_str());
-  }
-  run(lines, [this] {
-    m_queue.m_goodCommits = 1;
-    try {
-      CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
-    } catch (const VRK_Exception& e) {
-      m_failure = e.what();
-    }
-    m_queue.m_goodCommits = INT_MAX;
-    CFerryEx::ProcessFile2Q(&m_queue, -1, -1, -1, -1);
-  });
-  EXPECT_EQ(m_failure, "Commit failed on queue FAKE: the first 1000 records count, what was sent "
-                       "since does not");
-  EXPECT_EQ(m_err, "(2000) Records Sent.\n");
-  EXPECT_EQ(m_queue.m_sent, expected);
-}
-
-TEST_F(RecordLoops, TellOfEachQueueWhatCounts) {
-  FakeQueue other;
-  m_queue.m_unknown = true;
-  std::string rest(9, '\0');
-  m_queue.m_goodCommits = 1;
-  run("1\n2\n3\n4\n", [&] {
-    try {
-      CRecordInput input({&other, &m_queue});
-      input.Batch_rob().Run_v([&, line = std::string_view()]() mutable {
-        for (const size_t queue : {1, 0, 1, 0}) {
-          input.Read_b(line);
-          input.Sent_v(queue);
-          if (line <= "2\n") input.Batch_rob().Commit_v();
-        }
-      });
-    } catch (const VRK_Exception& e) {
-      m_failure = e.what();
-    }
-    rest.resize(static_cast<size_t>(::read(STDIN_FILENO, rest.data(), rest.size())));
-  });
-  EXPECT_EQ(m_failure, "Commit interrupted on queue FAKE: the first 1 records count, whether the "
-                       "next 1 were sent is not known: look at the queue before repeating them; "
-                       "the first 1 records count on queue FAKE");
-  EXPECT_EQ(other.noted("rollback"), 1); // the fourth would be there twice
-  EXPECT_EQ(rest, "3\n4\n");
-}
-
-TEST_F(RecordLoops, ReadEachRecordInAUnitOfWork) {
-  fill(2);
-  show(-1);
-  EXPECT_THAT(m_queue.m_notes, ElementsAre("begin", "get", "commit", "begin", "get", "commit",
-                                           "begin", "get", "rollback"));
 }
 
 TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {

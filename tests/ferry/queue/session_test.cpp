@@ -124,18 +124,6 @@ TEST_F(Session, SendsTextWithTheQueuesDefaults) {
   EXPECT_EQ(m_session->GetLabel(), u"Q");
 }
 
-TEST_F(Session, SendsWithPriorityAndExpiryInSeconds) {
-  for (const auto& [seconds, tenths] :
-       {std::pair(5L, 50), {214748364L, 2147483640}, {214748365L, -1}, {INT64_MAX, -1}}) {
-    m_session->SendMsg(u"x", 7, seconds, u"");
-    m_session->CommitTran();
-    std::string data;
-    const BXMD md = taken(data);
-    EXPECT_EQ(md.priority, 7);
-    EXPECT_NEAR(md.expiry, tenths, tenths < 0 ? 0 : 40) << seconds;
-  }
-}
-
 TEST_F(Session, ReceivesUnderSyncpointWhicheverTextIsWanted) {
   send({u"one", u"gr\u00fc\u00df"});
   std::string narrow;

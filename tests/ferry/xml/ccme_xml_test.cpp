@@ -5,7 +5,6 @@
 #include "ferry/errors/exception.h"
 #include "ferry/xml/ccme_xml.h"
 #include "ferry/xml/xml_limits.h"
-#include "second_reader.h"
 
 namespace {
 
@@ -15,22 +14,20 @@ UnicodeString repeated(const UnicodeString& text, int32_t times) {
   return result;
 }
 
-std::string readBack(const UnicodeString& text) {
-  CCMEXML document(u"R");
-  document.getRoot()->setText(text);
-  document.getRoot()->setAttribute(u"a", text);
-  return SecondReader(document.dump()).outline();
-}
-
 TEST(XmlText, EveryCharacterOfTheBasicPlaneSurvivesOrIsReplaced) {
-  for (UChar32 c = 0; c <= 0xFFFF; ++c) {
-    bool fits = c >= 0x20 ? !U_IS_SURROGATE(c) && c < 0xFFFE : c == 9 || c == 10 || c == 13;
-    std::string expected;
-    UnicodeString(u"a").append(fits ? c : 0xFFFD).append(u"b").toUTF8String(expected);
-    UnicodeString text = UnicodeString(u"a").append(UChar(c)).append(u"b");
-    // All that the writer may treat apart, and a sample of the rest.
-    if (c > 0x300 && c < 0xD7F0 && c % 997) continue;
-    ASSERT_EQ("R(a=" + expected + "){" + expected + "}", readBack(text)) << std::hex << c;
+  for (UChar32 first = 0; first <= 0xFFFF; first += 256) {
+    UnicodeString text, expected;
+    for (UChar32 c = first; c < first + 256; ++c) {
+      bool fits = c >= 0x20 ? !U_IS_SURROGATE(c) && c < 0xFFFE : c == 9 || c == 10 || c == 13;
+      text.append(UChar(c)).append(u'.');
+      expected.append(fits ? c : 0xFFFD).append(u'.');
+    }
+    CCMEXML document(u"R");
+    document.getRoot()->setText(text);
+    document.getRoot()->setAttribute(u"a", text);
+    auto copy = CCMEXML::parse_pob(document.dump());
+    EXPECT_EQ(expected, copy->getRoot()->getText()) << std::hex << first;
+    EXPECT_EQ(expected, copy->getRoot()->getAttribute(u"a")) << std::hex << first;
   }
 }
 
@@ -39,8 +36,8 @@ TEST(XmlDocument, IsBuiltReadAndWritten) {
   CCMEXMLNode* child = document.getRoot()->addChild(u"C", u"one");
   child->setAttribute(u"n", u"1");
   document.getRoot()->addChild(u"D")->setText("two");
-  EXPECT_EQ("R{C(n=1){one}D{two}}", SecondReader(document.dump()).outline());
-  EXPECT_EQ("C(n=1){one}", SecondReader(document.dump(child)).outline());
+  EXPECT_EQ(u"<R><C n=\"1\">one</C><D>two</D></R>", document.dump());
+  EXPECT_EQ(u"<C n=\"1\">one</C>", document.dump(child));
 
   auto copy = CCMEXML::parse_pob(document.dump());
   std::vector<CCMEXMLNode*> children = copy->getRoot()->getChildren();
@@ -58,7 +55,7 @@ TEST(XmlDocument, WhatIsNoXmlIsRefused) {
   CCMEXML document(u"R");
   EXPECT_THROW(document.getRoot()->addChild(u"<"), VRK_Exception);
   EXPECT_THROW(document.getRoot()->setAttribute(UnicodeString(u"a\0b", 3), u""), VRK_Exception);
-  EXPECT_EQ("R{}", SecondReader(document.dump()).outline());
+  EXPECT_EQ(u"<R/>", document.dump());
   for (const UnicodeString& text :
        {UnicodeString(u""), UnicodeString(u"<a></b>"), UnicodeString(u"<a>&undefined;</a>"),
         UnicodeString(u"<!DOCTYPE a SYSTEM 'x'><a>&undefined;</a>"),
@@ -75,7 +72,7 @@ TEST(XmlDocument, EntitiesAreExpandedUpToALimit) {
       u"<!DOCTYPE r [<!ENTITY e 'a\"b'><!ENTITY f '&e;&e;'>]><r c='&e;'>&f;</r>");
   auto document = CCMEXML::parse_pob(declared);
   EXPECT_EQ(u"a\"ba\"b", document->getRoot()->getText());
-  EXPECT_EQ("r(c=a\"b){a\"ba\"b}", SecondReader(document->dump()).outline());
+  EXPECT_EQ(u"<r c=\"a&quot;b\">a\"ba\"b</r>", document->dump());
   for (int uses : {1000, 1100}) {
     UnicodeString large = u"<!DOCTYPE r [<!ENTITY e '" + repeated(u"x", 1000) + u"'>]><r>" +
                           repeated(u"&e;", uses) + u"</r>";
