@@ -32,9 +32,6 @@ protected:
   void show(long count, bool peek = false) {
     run("", [&] { CFerryEx::ProcessQ2File(&m_queue, count, peek, -1); });
   }
-  void clean(long count) {
-    run("", [&] { CFerryEx::CleanQueue(&m_queue, count); });
-  }
   template <typename Loop>
   void run(const std::string& input, Loop loop) {
     const TempFolder folder;
@@ -49,9 +46,6 @@ protected:
     }
     m_out = readFile(folder / "out");
     m_err = readFile(folder / "err");
-  }
-  void fill(int count) {
-    for (int n = 1; n <= count; ++n) m_queue.m_records.push_back(std::to_string(n));
   }
 
   FakeQueue m_queue;
@@ -127,14 +121,14 @@ TEST_F(RecordLoops, CommitWhatWaitsBehindLinesThatDoNotPass) {
 }
 
 TEST_F(RecordLoops, CommitWhatIsRemovedOneByOne) {
-  fill(2);
+  m_queue.m_records = {"1", "2"};
   m_queue.m_onGet = [] { std::this_thread::sleep_for(std::chrono::milliseconds(2)); };
-  clean(-1);
+  run("", [this] { CFerryEx::CleanQueue(&m_queue, -1); });
   EXPECT_THAT(m_queue.m_notes, ElementsAre("get", "commit", "get", "commit", "get"));
 }
 
 TEST_F(RecordLoops, StopTakingWhenARecordCannotBeWritten) {
-  fill(3);
+  m_queue.m_records = {"1", "2", "3"};
   for (const int room : {3, 0}) { // for the first record and a half, and for none
     run("", [&] {
       const FileSizeLimit limit(room);

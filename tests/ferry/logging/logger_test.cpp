@@ -6,8 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <bit>
 #include <fstream>
 #include <future>
 #include <utime.h>
@@ -191,16 +189,6 @@ TEST_F(LoggerTest, AWriterMayReloadAndLogWhileItWrites) {
   log(CSeverity::INFO, u"outer");
   EXPECT_THAT(m_recorder.m_events, ElementsAre("start b", "stop a", "delete a"));
   EXPECT_THAT(written("b"), ElementsAre("INFO mod inner"));
-}
-
-TEST_F(LoggerTest, TheVirtualFunctionsOfAWriterKeepTheirOrder) {
-  // A pointer to a virtual member holds, rounded down, its place among them.
-  const auto place = [](auto member) {
-    return std::bit_cast<std::array<uintptr_t, 2>>(member)[0] / sizeof(void*);
-  };
-  EXPECT_EQ(place(&CLogWriter::Start_v), 0U);
-  EXPECT_EQ(place(&CLogWriter::Write_v), 1U);
-  EXPECT_EQ(place(&CLogWriter::Stop_v), 2U);
 }
 
 TEST_F(LoggerTest, NoGlobalLoggerNoMessage) {

@@ -21,9 +21,9 @@ const char* const WORDS =
     "eventually() { for n in {1..400}; do \"$@\" >&/dev/null && return; sleep .03; done\n"
     "  echo \"never: $*\" >&2; }\n"
     // A copy of the tool has no other client library beside it.
-    "apart() { [ -x ferry ] || cp \"$(command -v ferry)\" .; LD_LIBRARY_PATH=$1 ./ferry "
-    "\"${@:2}\"; }\n"
-    "answering() { ANSWERS=$1 apart \"$CLIENTS\" \"${@:2}\"; }\n";
+    "apart() { [ -x bin/ferry ] || install -D \"$(command -v ferry)\" bin/ferry\n"
+    "  LD_LIBRARY_PATH=$1 bin/ferry \"${@:2}\"; }\n"
+    "answering() { ANSWERS=$1 apart \"$ANSWERING\" \"${@:2}\"; }\n";
 
 struct Step {
   std::string command;
@@ -102,7 +102,7 @@ TEST_P(Transcripts, ShowWhatHappens) {
     Process bash({"/bin/bash", "-o", "pipefail", "-c", WORDS + command});
     bash.environment("PATH", path)
         .environment("BXM_HOME", home / "managers")
-        .environment("CLIENTS", CLIENTS);
+        .environment("ANSWERING", ANSWERING);
     const std::string actual = outcome(bash.in(folder.path().string()).run());
     if (!matches(expected, actual)) {
       EXPECT_EQ(expected, actual) << "$ " << command;
