@@ -121,12 +121,6 @@ public:
     if (pipe.theirs >= 0) ::close(std::exchange(pipe.theirs, -1));
     if (pipe.ours >= 0) ::close(std::exchange(pipe.ours, -1));
   }
-  std::string read(size_t atMost) {
-    std::string text(atMost, '\0');
-    const ssize_t n = ::read(m_pipes.at(1).ours, text.data(), atMost);
-    text.resize(n > 0 ? size_t(n) : 0);
-    return text;
-  }
   void signal(int number) const { ::kill(m_pid, number); }
   pid_t pid() const { return m_pid; }
   std::string out() const { return readFile(m_folder / "1"); }

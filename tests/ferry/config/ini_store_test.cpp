@@ -120,7 +120,7 @@ TEST_F(IniStoreTest, ADeclaredParameterGainsOnlyAValue) {
 
 TEST_F(IniStoreTest, WritesKeysAndValues) {
   const char* rows[][7] = {{"Zone", "Size", "INTEGER", "", "5", "N", "N"}};
-  put("[b]\nx = \u20AC\n[A]\ny=2\n[]\nnone=0\n");
+  put("[b]\nx = \u20AC\n[A]\ny=2\nz=3\n[]\nnone=0\n");
   const std::string link = m_folder / "link";
   ASSERT_EQ(symlink("a.ini", link.c_str()), 0);
   CCMEParameterINIStore store(link);
@@ -129,7 +129,7 @@ TEST_F(IniStoreTest, WritesKeysAndValues) {
   chmod(m_file.c_str(), 0640);
   const ino_t old = statOf(m_file).st_ino;
   store.write();
-  EXPECT_EQ(content(), "NONE=0\n[A]\nY=2\n[B]\nX=\u20AC\n[ZONE]\nSIZE=5\n");
+  EXPECT_EQ(content(), "NONE=0\n[A]\nY=2\nZ=3\n[B]\nX=\u20AC\n[ZONE]\nSIZE=5\n");
   EXPECT_EQ(statOf(m_file).st_mode & 0777, 0640U);
   EXPECT_NE(statOf(m_file).st_ino, old) << "not overwritten";
   EXPECT_EQ(statOf(m_folder.path()).st_ino, g_synced) << "and there after a crash";

@@ -76,6 +76,10 @@ TEST_F(FileWriterTest, LooksAtTheSizeAtFirstAndThenOnceAMinute) {
   write(u"more");
   write(u"third");
   EXPECT_THAT(files(), ElementsAre("third", "second", "-", "-"));
+  writeMuch(u"fourth");
+  start("rotateSize=1&keep=1");
+  write(u"at first again");
+  EXPECT_THAT(files(), ElementsAre("-", "third", "-", "-"));
 }
 
 TEST_F(FileWriterTest, ExactlyTheLimitIsNotBeyondIt) {

@@ -83,10 +83,10 @@ TEST(UnicodeSearch, CharactersOfASetAreFound) {
 
 TEST(UnicodeSearch, TokensAreNeverEmpty) {
   std::vector<UnicodeString> tokens = {u"old"};
-  EXPECT_EQ(2, UCSS::Tokenize(u";a,;b,", tokens, u",;", false));
-  EXPECT_EQ((std::vector<UnicodeString>{u"a", u"b"}), tokens);
-  EXPECT_EQ(3, UCSS::Tokenize(u"c", tokens, u",", true));
-  EXPECT_EQ(u"c", tokens[2]);
+  EXPECT_EQ(3, UCSS::Tokenize(u";a,b,;c,", tokens, u",;", false));
+  EXPECT_EQ((std::vector<UnicodeString>{u"a", u"b", u"c"}), tokens);
+  EXPECT_EQ(4, UCSS::Tokenize(u"d", tokens, u",", true));
+  EXPECT_EQ(u"d", tokens[3]);
   EXPECT_EQ(1, UCSS::Tokenize(tokens[0], tokens, tokens[1]));
 }
 

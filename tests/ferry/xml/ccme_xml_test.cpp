@@ -92,6 +92,7 @@ TEST(XmlDocument, DepthIsLimited) {
   EXPECT_THROW(CCMEXML::parse_pob(nested(kMaxXmlDepth + 1)), VRK_Exception);
   CCMEXMLNode* deepest = document->getRoot()->selectNode(u"//a[not(a)]");
   EXPECT_THROW(deepest->addChild(u"a"), VRK_Exception);
+  EXPECT_NO_THROW(document->getRoot()->selectNode(u"//a[a[not(a)]]")->addChild(u"a"));
 }
 
 TEST(XmlDocument, NothingOutsideTheTextCounts) {
