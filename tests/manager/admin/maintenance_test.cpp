@@ -32,18 +32,6 @@ protected:
     for (std::string line; std::getline(lines, line);) all.push_back(line);
     return all;
   }
-  std::string pathOf(const std::string& file) const { return home + "/M/" + file; }
-  /// Changes the first file of the manager that has a text.
-  void change(const std::string& text, const std::string& into) const {
-    for (const auto& entry : std::filesystem::directory_iterator(home + "/M")) {
-      std::string bytes = support::readFile(entry.path());
-      const auto at = bytes.find(text);
-      if (at == std::string::npos || entry.path().filename() == "runtime") continue;
-      support::writeFile(entry.path(), bytes.replace(at, into.size(), into));
-      return;
-    }
-    FAIL() << "no file has " << text;
-  }
 };
 
 TEST_F(Maintenance, ABackupDuringALoadHoldsWhatWasCommitted) {
@@ -70,43 +58,6 @@ TEST_F(Maintenance, ABackupDuringALoadHoldsWhatWasCommitted) {
   EXPECT_THAT(bxadm({"manager", "restore", folder / "B", "N"}), FailsWithOneLine("N already"));
   EXPECT_THAT(bxadm({"manager", "restore", home, "O"}), FailsWithOneLine("no store"));
   EXPECT_EQ(done({"manager", "list"}), "M (default)\nN\n");
-}
-
-TEST_F(Maintenance, DamageIsFoundAndRepairedAndTheRestIsServed) {
-  struct Case {
-    std::string text, into; ///< that it is changed into
-    bool boot;
-    std::size_t first, count; ///< of the records that are lost
-    std::string queue;
-  };
-  const std::string fileHeader("BXMLOG\n\0", 8), queueFile("BXMQ");
-  for (const Case& each :
-       {Case{"record number 150", "rec\rrd", false, 149, 1, "Q"},
-        Case{"BXLR", "BXLr", true, 0, 300, "Q"}, Case{fileHeader, "?", true, 0, 0, "Q"},
-        Case{fileHeader, std::string(4096, '?'), false, 0, 0, "Q"},
-        Case{queueFile, std::string(4200, '?'), false, 0, 0, "Q"},
-        Case{queueFile, std::string(4200, '?'), true, 0, 0, "RECOVERED.1"},
-        Case{"queue manager\n", "?", true, 0, 0, "Q"}}) {
-    SCOPED_TRACE(each.text + (each.boot ? ", boot" : ""));
-    ASSERT_EQ(Load(home, 300).run().status, 0);
-    auto rest = records(300);
-    const auto lost = rest.begin() + static_cast<long>(each.first);
-    rest.erase(lost, lost + static_cast<long>(each.count));
-    change(each.text, each.into);
-    if (each.boot) std::filesystem::remove(pathOf("runtime"));
-    const auto found = bxadm({"manager", "check"});
-    EXPECT_EQ(found.status, 1);
-    EXPECT_THAT(found.out, HasSubstr(home + "/M/")) << "names the file";
-    const auto repaired = bxadm({"manager", "repair", "M"});
-    EXPECT_EQ(repaired.status, 0) << repaired.err;
-    const std::string aside = support::readFile(pathOf("damaged-1"));
-    EXPECT_EQ(aside.find("rd number 150.\",\"bytes\":\"") != std::string::npos, each.count > 0);
-    EXPECT_THAT(done({"manager", "check"}), HasSubstr(" 0 damages."));
-    EXPECT_EQ(readAll(each.queue, "M"), rest);
-    done({"manager", "delete", "M"});
-    done({"manager", "create", "M", "--default"});
-    done({"queue", "create", "Q"});
-  }
 }
 
 TEST_F(Maintenance, AManagerInUseIsCheckedAndNotRepaired) {

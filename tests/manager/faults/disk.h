@@ -27,7 +27,8 @@ public:
   void preset(const std::string& name, const std::string& bytes);
   void apply(const Event& event);
 
-  enum class Unflushed { kKept, kDropped, kTorn };
+  /// kLast: of each file, what was written last.
+  enum class Unflushed { kKept, kDropped, kTorn, kLast };
   /// What is found after the cut. inFlight, when given, is a call that had not returned.
   std::map<std::string, std::string> afterCut(Unflushed how, const Event* inFlight,
                                               std::mt19937& random) const;

@@ -159,6 +159,7 @@ public:
 
   int run() {
     if (!m_connection.connect().good()) return 1;
+    if (m_units == 0) return severalFiles();
     for (int unit = 0; unit < m_units; ++unit) {
       const int dice = m_dice.roll(12);
       if (unit == m_units / 2)
@@ -225,6 +226,25 @@ private:
     direct(m_dice.roll(4));
     mark("try" + (held.empty() ? "" : " -" + held));
     if (m_connection.commit().good()) mark("did");
+  }
+
+  /// A unit of work of three pieces, in two files. Of the second, with the last piece, all is got:
+  /// it is made free.
+  int severalFiles() {
+    std::string put;
+    for (int i = 0; i < 30; ++i) {
+      const std::string name = newName(i < 16 ? "x" : "m", 1'000'000);
+      m_connection.put("Q", name, {true, i < 16 ? 0 : 1, BXEI_UNLIMITED});
+      put += " +" + name;
+    }
+    mark("try" + put);
+    if (m_connection.commit().good()) mark("did");
+    for (const int gets : {13, 1}) {
+      direct(gets);
+      m_connection.disconnect();
+      m_connection.connect();
+    }
+    return 0;
   }
 
   std::string newName(const std::string& stem, int size) {

@@ -17,12 +17,14 @@ namespace fs = std::filesystem;
 
 class PowerCut : public ::testing::Test {
 protected:
+  PowerCut() { tell({"connect", "create Q", "disconnect"}); }
+  void tell(const std::vector<std::string>& script) const {
+    Peer peer(home());
+    for (const std::string& words : script) peer.words(words);
+  }
+
   /// Runs the load under the recorder.
-  void record(bool syncFull) {
-    Peer founder(home());
-    founder.words("connect");
-    founder.words("create Q");
-    founder.words("disconnect");
+  void record(bool syncFull, const std::string& units = "150") {
     if (syncFull) {
       support::Process alter(
           {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
@@ -31,7 +33,7 @@ protected:
     for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
     const pid_t load =
-        startClient({"power", std::to_string(m_seed), "150", syncFull ? "20" : "2500"},
+        startClient({"power", std::to_string(m_seed), units, syncFull ? "20" : "2500"},
                     {{"BXM_HOME", home()},
                      {"LD_PRELOAD", preloadLibrary()},
                      {"FAULTS_RECORD", m_folder / "recording"}},
@@ -42,13 +44,17 @@ protected:
     m_events = readRecording(m_folder / "recording");
   }
 
-  /// Opens what a cut left as a machine that has booted does, twice.
-  std::vector<std::string> found(const std::map<std::string, std::string>& files) {
+  void lay(const std::map<std::string, std::string>& files) const {
     const fs::path folder = m_folder / "cut/DEFAULT";
     fs::remove_all(folder);
     fs::create_directories(folder);
     support::writeFile(m_folder / "cut/default", "DEFAULT\n");
     for (const auto& [name, bytes] : files) support::writeFile(folder / name, bytes);
+  }
+
+  /// Opens what a cut left as a machine that has booted does, twice.
+  std::vector<std::string> found(const std::map<std::string, std::string>& files) {
+    lay(files);
     auto names = browsed();
     auto rest = names;
     rest.push_back("zother");
@@ -60,7 +66,7 @@ protected:
       booted.words("disconnect");
     }
     rest.erase(rest.begin());
-    fs::remove(folder / "runtime");
+    fs::remove(m_folder / "cut/DEFAULT/runtime");
     EXPECT_EQ(browsed(), rest) << "after another boot";
     return names;
   }
@@ -89,7 +95,7 @@ protected:
       const std::size_t share = wanted * (event.header.type == kWrite ? 1 : 2);
       std::size_t images = share / calls + (random() % calls < share % calls ? 1 : 0);
       for (; images > 0; --images, ++cuts) {
-        const auto how = static_cast<Disk::Unflushed>(random() % 3);
+        const auto how = static_cast<Disk::Unflushed>(random() % 4);
         const auto names = found(m_disk.afterCut(how, &event, random));
         EXPECT_EQ(promises.faultOf(names, event.header.micros), "")
             << "cut in event " << &event - m_events.data() << ", unflushed "
@@ -133,6 +139,55 @@ TEST_F(PowerCut, KeepsWhatWasCommittedAndBringsBackFewOfTheLastMessagesRead) {
 TEST_F(PowerCut, BringsNothingBackWithFullSynchronisation) {
   cut(true, static_cast<std::size_t>(setting("FAULTS_CUTS", 30)));
   expectCompleteRecording();
+}
+
+/// Here the power is cut in the middle of each flush before it counts, and when space is free.
+TEST_F(PowerCut, KeepsALargeUnitOfWorkThatIsInSeveralFiles) {
+  record(false, "0");
+  std::mt19937 random;
+  Promises promises(false);
+  bool done = false;
+  for (const Event& event : m_events) {
+    const auto& [type, file, offset, length, micros] = event.header;
+    if (type == kMark) promises.mark(event.data, micros);
+    done = done || (type == kMark && event.data == "did");
+    if (type == kMark) continue;
+    if (type == kSync && !done) {
+      const auto names = found(m_disk.afterCut(Disk::Unflushed::kLast, &event, random));
+      EXPECT_EQ(promises.faultOf(names, micros), "") << &event - m_events.data();
+    }
+    m_disk.apply(event);
+  }
+  const auto names = found(m_disk.afterCut(Disk::Unflushed::kDropped, nullptr, random));
+  EXPECT_EQ(promises.faultOf(names, m_events.back().header.micros), "");
+}
+
+TEST_F(PowerCut, FindsNoMoreInMemoryThanMayComeBack) {
+  Peer putter(home());
+  putter.words("connect");
+  for (const std::size_t unit : {1, 600, 1001}) {
+    for (const char* words : {"sputn Q m 1300", "commit", "depth Q"}) putter.words(words);
+    Peer reader(home(), {{"LD_PRELOAD", preloadLibrary()}, {"FAULTS_FAIL", "1+:5"}});
+    reader.words("connect");
+    const auto isDone = [&](const char* words) { return reader.ask(words)->starts_with("0 0"); };
+    std::size_t got = 0;
+    for (bool done = true; done && got < 1300;) {
+      for (std::size_t i = 0; i < unit && done; ++i) done = isDone(unit > 1 ? "sget Q" : "get Q");
+      done = done && (unit == 1 || isDone("commit"));
+      if (done) got += unit;
+    }
+    EXPECT_LE(got, 1000U) << unit << " at a time";
+    EXPECT_EQ(got > 0, unit <= 1000) << unit << " at a time";
+  }
+}
+
+TEST_F(PowerCut, FindsNothingInMemoryForLong) {
+  Peer reader(home());
+  for (const char* words : {"connect", "put Q a", "sget Q", "commit"}) reader.words(words);
+  EXPECT_TRUE(support::eventually([&] {
+    lay(durableFiles());
+    return browsed().empty();
+  }));
 }
 
 } // namespace

@@ -51,10 +51,18 @@ std::vector<std::string> spaceScript() {
   return script;
 }
 
+/// The status of a command for managers.
+int bxadm(const std::string& home, std::vector<std::string> words) {
+  words.insert(words.begin(), {support::binDir() + "/bxadm", "manager"});
+  return support::Process(std::move(words)).environment("BXM_HOME", home).run().status;
+}
 void synchroniseFully(const std::string& home) {
-  using support::Process;
-  Process program({support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
-  EXPECT_EQ(program.environment("BXM_HOME", home).run().status, 0);
+  EXPECT_EQ(bxadm(home, {"alter", "DEFAULT", "--sync", "full"}), 0);
+}
+void waitForStop(pid_t process) {
+  int status = 0;
+  ::waitpid(process, &status, WUNTRACED);
+  ASSERT_TRUE(WIFSTOPPED(status));
 }
 
 struct Look {
@@ -234,56 +242,71 @@ void dieOver(const std::string& home, const std::vector<std::string>& words,
 class Recovery : public ::testing::Test {
 protected:
   Recovery() {
-    Peer founder(m_home.path().string());
-    for (const char* words :
-         {"connect", "create Q", "create R", "sputn Q a 5", "sputn R b 2", "commit", "disconnect"})
-      founder.words(words);
+    tell({"connect", "create Q", "create R", "sputn Q a 5", "sputn R b 2", "commit", "disconnect"});
   }
-  Queues look() {
-    Peer next(m_home.path().string());
+  /// A program does what it is told and dies, unless it ends with a disconnect.
+  void tell(const std::vector<std::string>& script) const {
+    Peer peer(home());
+    for (const std::string& words : script) peer.words(words);
+  }
+  Queues look(bool boot = false) const {
+    if (boot) std::filesystem::remove(m_home / "DEFAULT/runtime");
+    Peer next(home());
     next.words("connect");
     return lookedAt(next);
   }
+  std::string home() const { return m_home.path().string(); }
   support::TempFolder m_home;
 };
 
 const std::vector<std::string> kTakes{"connect", "get Q",  "sget Q", "sget Q",
                                       "sget R",  "commit", "backout"};
 
-TEST_F(Recovery, OfABackoutMayDieAnywhere) {
-  dieOver(m_home.path().string(), kTakes, "commit-takes-begin");
-  for (const char* point : {"recover-entry", "recover-freed", "recover-settled", "recover-freed"})
-    dieOver(m_home.path().string(), {"connect"}, point);
-  EXPECT_EQ(look(), (Queues{{"Q", {"a1", "a2", "a3", "a4"}}, {"R", {"b0", "b1"}}}));
-}
+struct Chain {
+  const char* name;
+  std::vector<std::string> words;
+  const char* point;                   ///< where the process dies
+  std::vector<const char*> recoveries; ///< where those die who recover for it, one after the other
+  Queues left;
+};
 
-TEST_F(Recovery, OfADecidedCommitMayDieAnywhere) {
-  dieOver(m_home.path().string(), kTakes, "commit-takes-decided");
-  for (const char* point : {"recover-decided", "recover-settled:1"})
-    dieOver(m_home.path().string(), {"connect"}, point);
-  EXPECT_EQ(look(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b1"}}}));
-}
+class RecoveryOf : public Recovery, public ::testing::WithParamInterface<Chain> {};
 
-TEST_F(Recovery, OfACommitWithPutsMayDieAnywhere) {
-  const std::string home = m_home.path().string();
+TEST_P(RecoveryOf, MayDieAnywhere) {
+  dieOver(home(), GetParam().words, GetParam().point);
+  for (const char* point : GetParam().recoveries) dieOver(home(), {"connect"}, point);
   // What is written and not yet said to be must not be written over.
-  dieOver(home, {"connect", "sget Q", "sput R moved 0", "commit"}, "append-header");
-  for (const char* point : {"recover-published", "recover-decided", "recover-freed"})
-    dieOver(home, {"connect"}, point);
-  Peer next(home);
-  for (const char* words : {"connect", "put R later", "disconnect"}) next.words(words);
-  const Queues expected{{"Q", {"a1", "a2", "a3", "a4"}}, {"R", {"b0", "b1", "moved", "later"}}};
+  tell({"connect", "put R later", "disconnect"});
+  Queues expected = GetParam().left;
+  expected["R"].emplace_back("later");
   EXPECT_EQ(look(), expected);
-  std::filesystem::remove(m_home / "DEFAULT/runtime");
-  EXPECT_EQ(look(), expected) << "after a boot";
+  EXPECT_EQ(look(true), expected) << "after a boot";
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    , RecoveryOf,
+    ::testing::Values(Chain{"Backout",
+                            kTakes,
+                            "commit-takes-begin",
+                            {"recover-entry", "recover-freed", "recover-settled", "recover-freed"},
+                            {{"Q", {"a1", "a2", "a3", "a4"}}, {"R", {"b0", "b1"}}}},
+                      Chain{"DecidedCommit",
+                            kTakes,
+                            "commit-takes-decided",
+                            {"recover-decided", "recover-settled"},
+                            {{"Q", {"a3", "a4"}}, {"R", {"b1"}}}},
+                      Chain{"CommitWithPuts",
+                            {"connect", "sget Q", "sput R moved 0", "commit"},
+                            "append-header",
+                            {"recover-published", "recover-decided", "recover-freed"},
+                            {{"Q", {"a1", "a2", "a3", "a4"}}, {"R", {"b0", "b1", "moved"}}}}),
+    [](const auto& chain) { return std::string(chain.param.name); });
 
 TEST_F(Recovery, OfADeletionTellsThoseWhoHaveTheQueueOpen) {
-  const std::string home = m_home.path().string();
   for (const std::string point : {"delete-decided", "delete-synced"}) {
-    Peer neighbour(home), next(home);
+    Peer neighbour(home()), next(home());
     for (const char* words : {"connect", "browse Q", "get Q"}) neighbour.words(words);
-    dieOver(home, {"connect", "sputn Q more 1500", "commit", "delete Q 1"}, point);
+    dieOver(home(), {"connect", "sputn Q more 1500", "commit", "delete Q 1"}, point);
     EXPECT_EQ(neighbour.ask("get Q"), "2 2052") << point;
     EXPECT_EQ(look(), (Queues{{"R", {"b0", "b1"}}})) << point;
     for (const char* words : {"connect", "create Q"}) next.words(words);
@@ -294,36 +317,95 @@ TEST_F(Recovery, OfADeletionTellsThoseWhoHaveTheQueueOpen) {
 
 /// Between its pieces another one, with a later commit, lets go of a file that has room for more.
 TEST_F(Recovery, AfterABootKeepsTheOrderWithinALargeUnitOfWork) {
-  const std::string home = m_home.path().string();
-  Peer slow(home, {{"BXM_STOP_AT", "append-end"}}), other(home);
+  Peer slow(home(), {{"BXM_STOP_AT", "append-end"}}), other(home());
   for (const char* words : {"connect", "sputn Q big 150 @300000"}) slow.words(words);
   for (const char* words : {"connect", "put R first"}) other.words(words);
   slow.tell("commit");
-  int status = 0;
-  ASSERT_EQ(::waitpid(slow.pid(), &status, WUNTRACED), slow.pid());
+  waitForStop(slow.pid());
   for (const char* words : {"put R later", "disconnect"}) other.words(words);
   slow.signal(SIGCONT);
   EXPECT_EQ(slow.answer(), "0 0");
   const Queues before = look();
-  std::filesystem::remove(m_home / "DEFAULT/runtime");
-  EXPECT_EQ(look(), before);
+  EXPECT_EQ(look(true), before);
+}
+
+/// Nor of its pieces, once there are others in their place: two are in one file, one in another.
+TEST_F(Recovery, AfterABootFindsNothingOfHalfAUnitOfWork) {
+  Queues expected = look();
+  dieOver(home(), {"connect", "sget Q", "sputn Q big 36 @1000000", "commit"}, "append-end:3");
+  EXPECT_EQ(look(true), expected);
+  {
+    Peer one(home()), other(home());
+    for (const char* words : {"connect", "put R c"}) one.words(words);
+    for (const char* words : {"connect", "put R d"}) other.words(words);
+  }
+  expected["R"].insert(expected["R"].end(), {"c", "d"});
+  EXPECT_EQ(look(true), expected);
+  EXPECT_EQ(bxadm(home(), {"check"}), 0);
+}
+
+/// Who was stopped before it had said so tells it when the file has other messages.
+TEST_F(Recovery, OfSpaceIsNotMisledByWhatIsToldOfItsEarlierUse) {
+  Peer slow(home(), {{"BXM_STOP_AT", "settle-entry"}}), other(home());
+  for (const char* words : {"connect", "sputn Q full 10 @418000", "commit", "get R", "get R"})
+    other.words(words);
+  for (int i = 0; i < 14; ++i) other.words("get Q");
+  other.words("disconnect");
+  for (const char* words : {"connect", "get Q"}) slow.words(words);
+  waitForStop(slow.pid());
+  const std::vector<std::string> lookedOver{"connect", "create T", "delete T", "disconnect"};
+  tell(lookedOver);
+  for (const char* words : {"connect", "sputn R new 10 @418000", "commit"}) other.words(words);
+  slow.signal(SIGCONT);
+  slow.words("disconnect");
+  for (int i = 0; i < 9; ++i) other.words("get R");
+  other.words("disconnect");
+  tell(lookedOver);
+  EXPECT_EQ(look(true), (Queues{{"Q", {}}, {"R", {"new9@418000"}}}));
+}
+
+/// A file that is used again before it is copied no longer holds what the others' copies refer to.
+TEST_F(Recovery, BackupBesidesSpaceThatIsGivenBackIsWhole) {
+  const auto generation = [this] {
+    return support::readFile(m_home / "DEFAULT/log-1").substr(24, 8);
+  };
+  tell({"connect", "sputn R full 10 @418000", "commit", "disconnect"});
+  Peer mover(home()), filler(home());
+  for (const char* words : {"connect", "get Q"}) mover.words(words);
+  support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
+  backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-copied").start();
+  waitForStop(backup.pid());
+  for (int i = 0; i < 4; ++i) mover.words("get Q");
+  for (int i = 0; i < 11; ++i) mover.words("get R");
+  const std::string before = generation();
+  for (const char* words : {"sget R", "sput R moved", "commit"}) mover.words(words);
+  ASSERT_TRUE(support::eventually([&] { return generation() != before; }));
+  for (const char* words : {"connect", "sputn Q new 10 @418000", "commit"}) filler.words(words);
+  backup.signal(SIGCONT);
+  EXPECT_EQ(backup.wait().status, 0);
+  const support::TempFolder other;
+  EXPECT_EQ(bxadm(other.path().string(), {"restore", m_home / "B", "DEFAULT"}), 0);
+  support::writeFile(other / "default", "DEFAULT\n");
+  Peer restored(other.path().string());
+  restored.words("connect");
+  EXPECT_EQ(lookedAt(restored), look());
 }
 
 TEST_F(Recovery, AfterABootMayDieAnywhere) {
-  synchroniseFully(m_home.path().string());
-  dieOver(m_home.path().string(), kTakes, "backout-begin");
+  synchroniseFully(home());
+  dieOver(home(), kTakes, "backout-begin");
   for (const char* point : {"rebuild-entered", "runtime-before-seal"}) {
     std::filesystem::remove(m_home / "DEFAULT/runtime");
-    dieOver(m_home.path().string(), {"connect"}, point);
+    dieOver(home(), {"connect"}, point);
   }
   EXPECT_EQ(look(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b1"}}}));
 }
 
 TEST_F(Recovery, ServesAWaiterThoughTheCommitterDiedBeforeItSaidSo) {
-  Peer waiter(m_home.path().string());
+  Peer waiter(home());
   for (const char* words : {"connect", "get R", "get R"}) waiter.words(words);
   waiter.tell("get R 5000");
-  dieOver(m_home.path().string(), {"connect", "put R late"}, "commit-after");
+  dieOver(home(), {"connect", "put R late"}, "commit-after");
   EXPECT_LT(timed([&] { EXPECT_EQ(waiter.answer(), "0 0 late"); }), milliseconds(1000));
 }
 
