@@ -96,8 +96,11 @@ protected:
     if (ask("connect")[0] == "0") {
       ask("browse Q");
       ask("depth Q");
-      for (Names got; (got = ask("get Q")).size() > 2 || got[1] == "2101";)
-        if (got.size() > 2 && seen.names.size() < 600) seen.names.push_back(got[2]);
+      for (int left = 600; left > 0; --left) {
+        const Names got = ask("get Q");
+        if (got.size() < 3 && got[1] != "2101") break;
+        if (got.size() > 2) seen.names.push_back(got[2]);
+      }
       for (const char* words : {"put Q new", "get Q", "disconnect"}) ask(words);
     }
     seen.errors = readFile(m_home / "errors");
@@ -196,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"QueueBeforeABoot", "queue-1", "", 0, kCopies, true, 0, 185, "queue-1 is damaged",
              "queue-1 is", 0, "RECOVERED.1"},
         Case{"Manager", "manager", "", 0, "?", true, 0, 185, "manager", "DEFAULT/manager"},
-        Case{"IndexEnd", "index-1-0", "", 4096 + 8 * 100, "", false, 80, 105, "", "its index 80"},
+        Case{"IndexEnd", "index-1-0", "", 4096, "", false, 0, 185, "", "its index 0"},
         Case{"IndexEntry", "index-1-0", "", 4096 + 8 * 150, std::string(8, '\x11'), false, 130, 1,
              "is damaged", "there is none"},
         Case{"IndexBehindItsCount", "index-1-0", "", 16, "\xCC", false, 0, 0, "", ""},

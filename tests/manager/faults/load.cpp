@@ -232,14 +232,14 @@ private:
   /// it is made free.
   int severalFiles() {
     std::string put;
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < 28; ++i) {
       const std::string name = newName(i < 16 ? "x" : "m", 1'000'000);
       m_connection.put("Q", name, {true, i < 16 ? 0 : 1, BXEI_UNLIMITED});
       put += " +" + name;
     }
     mark("try" + put);
     if (m_connection.commit().good()) mark("did");
-    for (const int gets : {13, 1}) {
+    for (const int gets : {11, 1}) {
       direct(gets);
       m_connection.disconnect();
       m_connection.connect();

@@ -67,14 +67,6 @@ TEST_F(Stopped, WhileItWaitsTakesNothingUntilItGoesOn) {
   EXPECT_EQ(m_one.answer(), "0 0 e");
 }
 
-TEST_F(Stopped, AndThenKilledGivesBackWhatItHad) {
-  EXPECT_EQ(m_one.words("sget Q").at(0), "a");
-  m_one.signal(SIGSTOP);
-  m_one.signal(SIGKILL);
-  m_one.waitForDeath();
-  EXPECT_EQ(m_other.words("get Q 1000").at(0), "a");
-}
-
 // ---- At any moment ------------------------------------------------------------------------------
 
 using support::Process;
@@ -249,17 +241,6 @@ TEST_P(StoppedAtAnyMoment, HoldsNobodyUpAndLosesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Of, StoppedAtAnyMoment, ::testing::ValuesIn(kWorks),
                          [](const auto& work) { return work.param.name; });
-
-// ---- A death beside a process that waits --------------------------------------------------------
-
-TEST_F(Stopped, AWaiterGetsWhatADeadProcessHadTaken) {
-  for (const char* expected : {"a", "b", "c"}) EXPECT_EQ(m_one.words("sget Q").at(0), expected);
-  m_other.tell("get Q 5000");
-  ::usleep(100'000);
-  m_one.signal(SIGKILL);
-  m_one.waitForDeath();
-  EXPECT_LT(timed([&] { EXPECT_EQ(m_other.answer(), "0 0 a"); }), milliseconds(1000));
-}
 
 // ---- Clock --------------------------------------------------------------------------------------
 
