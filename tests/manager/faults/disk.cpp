@@ -78,8 +78,8 @@ std::map<std::string, std::string> Disk::afterCut(Unflushed how, const Event* in
   std::map<std::string, std::string> found;
   for (const auto& [name, files] : m_names) {
     const std::size_t last = files.size() - 1;
-    const std::size_t file = files[how == Unflushed::kKept || how == Unflushed::kLater ? last
-                                   : how == Unflushed::kDropped                        ? 0
+    const std::size_t file = files[how == Unflushed::kKept || how == Unflushed::kLast ? last
+                                   : how == Unflushed::kDropped                       ? 0
                                                                 : random() % files.size()];
     if (file == kNone) continue;
     std::string& bytes = found[name] = m_files[file].flushed;
@@ -90,7 +90,7 @@ std::map<std::string, std::string> Disk::afterCut(Unflushed how, const Event* in
     for (const Write& write : waiting) {
       const auto dice = random() % 3;
       if (how == Unflushed::kKept || (how == Unflushed::kTorn && dice == 0) ||
-          (how == Unflushed::kLater && &write != &waiting.front()))
+          (how == Unflushed::kLast && &waiting.back() - &write < 2))
         put(bytes, write);
       if (how == Unflushed::kTorn && dice == 1) tear(bytes, write, random);
     }

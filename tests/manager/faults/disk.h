@@ -27,8 +27,8 @@ public:
   void preset(const std::string& name, const std::string& bytes);
   void apply(const Event& event);
 
-  /// kLater: of each file, all but what was written first.
-  enum class Unflushed { kKept, kDropped, kTorn, kLater };
+  /// kLast: of each file, the last two writes: a record's header and what follows it.
+  enum class Unflushed { kKept, kDropped, kTorn, kLast };
   /// What is found after the cut. inFlight, when given, is a call that had not returned.
   std::map<std::string, std::string> afterCut(Unflushed how, const Event* inFlight,
                                               std::mt19937& random) const;

@@ -153,7 +153,7 @@ TEST_F(PowerCut, KeepsALargeUnitOfWorkThatIsInSeveralFiles) {
     done = done || (type == kMark && event.data == "did");
     if (type == kMark) continue;
     if (type == kSync && !done) {
-      const auto names = found(m_disk.afterCut(Disk::Unflushed::kLater, &event, random));
+      const auto names = found(m_disk.afterCut(Disk::Unflushed::kLast, &event, random));
       EXPECT_EQ(promises.faultOf(names, micros), "") << &event - m_events.data();
     }
     m_disk.apply(event);
