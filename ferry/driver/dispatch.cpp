@@ -1,8 +1,8 @@
 #include "ferry/driver/dispatch.h"
 
-#include "ferry/driver/ferry_ex.h"
+#include "ferry/driver/distributor.h"
 #include "ferry/driver/interruption.h"
-#include "ferry/driver/parse_ini.h"
+#include "ferry/driver/record_loops.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/driver/usage.h"

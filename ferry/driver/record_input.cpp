@@ -1,7 +1,15 @@
 #include "ferry/driver/record_input.h"
 
+#include "ferry/errors/exception.h"
+
 #include <unistd.h>
 #include <utility>
+
+namespace {
+
+const UnicodeString LABEL(u"Ferry Message");
+
+} // namespace
 
 CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
     : m_obBatch(aQueues, "sent", ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0),
@@ -27,4 +35,14 @@ void CRecordInput::Dropped_v() { m_obBatch.Pass_v(Done_n()); }
 size_t CRecordInput::Done_n() {
   const uint64_t nBegin = std::exchange(m_nDone, m_obReader.End_n());
   return m_nDone - nBegin;
+}
+
+bool Passes_b(const UnicodeString& sRecord, const UnicodeString& sGrep) {
+  return sGrep.isEmpty() || (!sGrep.isBogus() && sRecord.indexOf(sGrep) >= 0);
+}
+
+void SendRecord_v(CCMEBX& obQueue, const UnicodeString& sRecord, long nPriority, long nExpire) {
+  if (obQueue.SendMsg(sRecord, static_cast<int>(nPriority), nExpire, LABEL) == 0) return;
+  const UnicodeString sText = UnicodeString(u"Record not sent to queue ") + obQueue.GetPath();
+  throw VRK_Exception::genericError("", sText, 0, VRK_CRITICAL_ERROR);
 }

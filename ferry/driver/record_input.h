@@ -2,6 +2,7 @@
 
 #include "ferry/driver/commit_batch.h"
 #include "ferry/driver/line_reader.h"
+#include "ferry/queue/queue.h"
 
 /// The lines of standard input on their way to queues. They are committed as CCommitBatch does, and
 /// before every wait for more.
@@ -32,3 +33,9 @@ private:
   CLineReader m_obReader;
   uint64_t m_nDone = 0; // where the last line that was dealt with ends
 };
+
+/// Whether a record passes a filter; everything passes an empty one.
+bool Passes_b(const UnicodeString& sRecord, const UnicodeString& sGrep);
+
+/// Sends a record; throws VRK_Exception where the queue only tells that it did not.
+void SendRecord_v(CCMEBX& obQueue, const UnicodeString& sRecord, long nPriority, long nExpire);

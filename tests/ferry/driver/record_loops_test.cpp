@@ -1,5 +1,5 @@
-#include "ferry/driver/ferry_ex.h"
 #include "ferry/driver/record_input.h"
+#include "ferry/driver/record_loops.h"
 #include "ferry/errors/exception.h"
 #include "ferry/text/default_code_page.h"
 #include "tests/ferry/driver/fake_queue.h"

@@ -1,6 +1,6 @@
 // Memory that runs out: every allocation of one of the tool's loops fails in turn, each in a
 // process of its own. Then what was told, shown and left has to account for every record.
-#include "ferry/driver/ferry_ex.h"
+#include "ferry/driver/record_loops.h"
 #include "ferry/logging/logger.h"
 #include "ferry/queue/session.h"
 #include "ferry/text/default_code_page.h"

@@ -1,8 +1,7 @@
-#include "ferry/driver/parse_ini.h"
+#include "ferry/driver/distributor.h"
 
 #include "ferry/driver/distribution_config.h"
 #include "ferry/driver/interruption.h"
-#include "ferry/driver/record.h"
 #include "ferry/driver/record_input.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/queue/factory.h"

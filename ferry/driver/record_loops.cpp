@@ -1,7 +1,6 @@
-#include "ferry/driver/ferry_ex.h"
+#include "ferry/driver/record_loops.h"
 
 #include "ferry/driver/interruption.h"
-#include "ferry/driver/record.h"
 #include "ferry/driver/record_input.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
