@@ -2,10 +2,10 @@
 
 #include "ferry/driver/distributor.h"
 #include "ferry/driver/interruption.h"
+#include "ferry/driver/options.h"
 #include "ferry/driver/record_loops.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
-#include "ferry/driver/usage.h"
 #include "ferry/queue/factory.h"
 #include "ferry/text/ucss.h"
 

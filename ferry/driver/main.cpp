@@ -1,7 +1,68 @@
-#include "ferry/driver/run.h"
+#include "ferry/config/settings.h"
+#include "ferry/driver/dispatch.h"
+#include "ferry/driver/standard_output.h"
+#include "ferry/driver/standard_streams.h"
+#include "ferry/errors/exception.h"
+#include "ferry/logging/vrk_logger.h"
 #include "ferry/text/default_code_page.h"
+#include "ferry/text/ucss.h"
 
-int main(int argc, char** argv) {
+#include <csignal>
+#include <cstdio>
+#include <optional>
+#include <stdio_ext.h>
+
+namespace {
+
+constexpr int STATUS_FAILED = -1;
+
+// The logger outlives the handlers below, which log into it.
+int Run_n(int nCount, char** aArguments, std::optional<CVRKLogger>& obLogger) {
+  SetModuleName_v(UnicodeString(nCount > 0 ? aArguments[0] : ""));
+  UnicodeString sModule;
+  GetModuleName_b(sModule);
+  obLogger.emplace(UCSS::getConstUnicodeStringContent(sModule));
+  obLogger->LoadConfig_b(UnicodeString(u"console://stdout/?style=bare *.!DBUG"));
+  CLogger::SetGlobal_v(&*obLogger);
+  return Dispatch_n(ParseOptions(nCount, aArguments, [&obLogger] {
+    obLogger->LoadConfig_b(UnicodeString(u"console://stdout/?style=bare *.*"));
+  }));
+}
+
+void PrintError_v(const char* pWhat) {
+  if (AwaitErrorRoom_b()) std::fprintf(stderr, "ERROR: %s\n", pWhat);
+}
+
+void PrintException_v(VRK_Exception& obException) noexcept {
+  PrintError_v(obException.what());
+  const off_t nEnd = CStandardOutput::End_n();
+  try {
+    obException.PrintException(obException.Severity(), true, true, false);
+  } catch (...) {
+    PrintError_v("The log cannot be written");
+  }
+  if (std::ferror(stdout) == 0) return;
+  __fpurge(stdout); // the end of the process would try it again
+  CStandardOutput::CutBack_v(nEnd);
+}
+
+} // namespace
+
+int main(int nCount, char** aArguments) {
   UseUTF8CodePage_v();
-  return RunFerry_n(argc, argv);
+  GuardStandardStreams_v();
+  // A reader that went away, and a limit on the size of files, are errors like a full disk.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  std::optional<CVRKLogger> obLogger;
+  try {
+    return Run_n(nCount, aArguments, obLogger);
+  } catch (VRK_Exception& obException) {
+    PrintException_v(obException);
+  } catch (const std::exception& obException) {
+    PrintError_v(obException.what());
+  } catch (...) {
+    PrintError_v("UNKNOWN EXCEPTION");
+  }
+  return STATUS_FAILED;
 }

@@ -39,3 +39,6 @@ CFerryOptions ParseOptions(int nCount, const char* const* aArguments,
 /// Text as a decimal number as far as it goes, -1 when empty. What does not fit 32 bits becomes the
 /// nearest number that does.
 long ParseNumber_n(const char* pText);
+
+/// Writes the banner and the usage to standard error.
+void InvalidCommand();

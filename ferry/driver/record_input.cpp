@@ -1,15 +1,85 @@
 #include "ferry/driver/record_input.h"
 
+#include "ferry/driver/interruption.h"
+#include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
 
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
+constexpr size_t PIECE_SIZE = CLineReader::BUFFER_SIZE - 1;
+
+bool IsContinuation_b(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+size_t CharacterLength_n(char cLead) {
+  const auto n = static_cast<unsigned char>(cLead);
+  return n >= 0xF0 ? 4 : n >= 0xE0 ? 3 : n >= 0xC0 ? 2 : 1;
+}
+
+// The length of a piece of at most PIECE_SIZE bytes that does not end within a character.
+size_t WholeCharacters_n(const char* pText) {
+  size_t nLead = PIECE_SIZE - 1;
+  while (nLead > PIECE_SIZE - 4 && IsContinuation_b(pText[nLead])) --nLead;
+  return nLead + CharacterLength_n(pText[nLead]) > PIECE_SIZE ? nLead : PIECE_SIZE;
+}
+
 const UnicodeString LABEL(u"Ferry Message");
 
 } // namespace
+
+CLineReader::CLineReader(int nDescriptor, std::function<void()> obBeforeWait)
+    : m_nDescriptor(nDescriptor), m_obBeforeWait(std::move(obBeforeWait)),
+      m_pBuffer(std::make_unique_for_overwrite<char[]>(BUFFER_SIZE)) {}
+
+void CLineReader::LeaveAt_v(uint64_t nOffset) {
+  const auto nLeft = static_cast<off_t>(m_nRead - nOffset);
+  if (nLeft > 0) ::lseek(m_nDescriptor, -nLeft, SEEK_CUR);
+}
+
+bool CLineReader::Read_b(std::string_view& sLine) {
+  size_t nScanned = 0;
+  while (CInterruption::Signal_n() == 0) {
+    const std::string_view sThere(m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
+    const size_t nLength = sThere.find('\n', nScanned) + 1; // 0 when there is none
+    if (nLength > 0 && nLength <= PIECE_SIZE) return Take_b(nLength, sLine);
+    if (sThere.size() >= PIECE_SIZE) return Take_b(WholeCharacters_n(sThere.data()), sLine);
+    nScanned = sThere.size();
+    if (!Fill_b()) return Take_b(nScanned, sLine);
+  }
+  return false;
+}
+
+bool CLineReader::Take_b(size_t nLength, std::string_view& sLine) {
+  sLine = std::string_view(m_pBuffer.get() + m_nBegin, nLength);
+  m_nBegin += nLength;
+  return nLength != 0;
+}
+
+// False at the end of input. A signal, like input that went elsewhere meanwhile, fills nothing.
+bool CLineReader::Fill_b() {
+  if (m_bEnd) return false;
+  std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_nBegin, m_nEnd - m_nBegin);
+  m_nEnd -= m_nBegin;
+  m_nBegin = 0;
+  if (CInterruption::Wait_n(m_nDescriptor, POLLIN, 0) == 0) {
+    m_obBeforeWait();
+    if (CInterruption::Wait_n(m_nDescriptor, POLLIN, -1) == 0) return true;
+  }
+  const ssize_t nRead = ::read(m_nDescriptor, m_pBuffer.get() + m_nEnd, BUFFER_SIZE - m_nEnd);
+  if (nRead < 0 && errno != EINTR && errno != EAGAIN)
+    ThrowStreamError("Cannot read standard input");
+  m_bEnd = nRead == 0;
+  if (nRead > 0) {
+    m_nEnd += static_cast<size_t>(nRead);
+    m_nRead += static_cast<uint64_t>(nRead);
+  }
+  return !m_bEnd;
+}
 
 CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
     : m_obBatch(aQueues, "sent", ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0),

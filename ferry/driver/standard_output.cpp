@@ -1,7 +1,7 @@
 #include "ferry/driver/standard_output.h"
 
 #include "ferry/driver/interruption.h"
-#include "ferry/driver/stream_error.h"
+#include "ferry/driver/standard_streams.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,8 +1,11 @@
 #include "ferry/driver/standard_streams.h"
 
 #include "ferry/driver/interruption.h"
+#include "ferry/errors/exception.h"
+#include "ferry/text/ucss.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -11,7 +14,7 @@ namespace {
 
 int s_nLastWait = 1000; // milliseconds for the last notices once a signal asked for the end
 
-}
+} // namespace
 
 void GuardStandardStreams_v() {
   for (const int nDescriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -38,4 +41,11 @@ void WriteNotice_v(std::string_view sText) {
     if (nWritten > 0) sText.remove_prefix(static_cast<size_t>(nWritten));
     if (nWritten < 0 && errno != EINTR && errno != EAGAIN) return;
   }
+}
+
+void ThrowStreamError(const char* pText) {
+  const int nError = errno;
+  UnicodeString sText;
+  UCSS::ssprintf(sText, u"%s: %s", pText, std::strerror(nError));
+  throw VRK_Exception::genericError("", sText, nError, VRK_CRITICAL_ERROR);
 }

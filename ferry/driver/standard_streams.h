@@ -14,3 +14,7 @@ bool AwaitErrorRoom_b();
 /// Writes a notice to standard error. One that cannot be written is lost: it tells of what was
 /// done, and does not undo it.
 void WriteNotice_v(std::string_view sText);
+
+/// Throws a VRK_Exception of a failed call on a standard stream: the text, ": " and what errno
+/// says.
+[[noreturn]] void ThrowStreamError(const char* pText);

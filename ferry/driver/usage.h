@@ -1,4 +1,0 @@
-#pragma once
-
-/// Writes the banner and the usage to standard error.
-void InvalidCommand();
