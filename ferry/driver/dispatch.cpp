@@ -6,7 +6,7 @@
 #include "ferry/driver/record_loops.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
-#include "ferry/queue/factory.h"
+#include "ferry/queue/queue.h"
 #include "ferry/text/ucss.h"
 
 #include <memory>

@@ -4,7 +4,7 @@
 #include "ferry/driver/interruption.h"
 #include "ferry/driver/record_input.h"
 #include "ferry/driver/standard_streams.h"
-#include "ferry/queue/factory.h"
+#include "ferry/queue/queue.h"
 #include "ferry/text/ucss.h"
 
 #include <algorithm>

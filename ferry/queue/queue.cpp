@@ -1,4 +1,4 @@
-#include "ferry/queue/factory.h"
+#include "ferry/queue/queue.h"
 
 #include "ferry/queue/session.h"
 
@@ -10,7 +10,7 @@ namespace {
 
 constexpr unsigned long NEW_QUEUE_DEPTH = 500000;
 
-}
+} // namespace
 
 CCMEBX* CreateBX(UnicodeString sPath, UnicodeString sManager) {
   return new CCMEBXSer(std::move(sPath), std::move(sManager));
