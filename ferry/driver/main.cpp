@@ -3,7 +3,7 @@
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
-#include "ferry/logging/vrk_logger.h"
+#include "ferry/logging/logger.h"
 #include "ferry/text/default_code_page.h"
 #include "ferry/text/ucss.h"
 

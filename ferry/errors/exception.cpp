@@ -1,6 +1,15 @@
 #include "ferry/errors/exception.h"
 
+#include "ferry/text/ucss.h"
+
 #include <algorithm>
+
+VRK_Exception_Entry::VRK_Exception_Entry(const char* function, const KELErrorMessage& message,
+                                         int code, VRK_Severity severity)
+    : m_sFunction(function ? function : ""), m_sMessage(message.getText()),
+      m_sNarrowMessage(UCSS::ucsToDCP(message.getText())), m_nCode(code), m_nSeverity(severity),
+      m_sId(message.getId()), m_sTemplate(message.getTemplate()), m_sText(message.getText()),
+      m_aParameters(message.getParameters()) {}
 
 VRK_Exception::VRK_Exception() = default;
 
@@ -82,4 +91,12 @@ KELErrorMessage VRK_Exception::getKELErrorMessage(int index) const {
   const VRK_Exception_Entry* entry = Entry(index);
   if (!entry) return {};
   return {entry->m_sId, entry->m_sTemplate, entry->m_sText, entry->m_aParameters};
+}
+
+VRKFormat_Exception::VRKFormat_Exception() { m_sCategory = "pipeline"; }
+
+VRKFormat_Exception::VRKFormat_Exception(const char* function, const KELErrorMessage& message,
+                                         int code, VRK_Severity severity)
+    : VRK_Exception(function, message, code, severity, false) {
+  m_sCategory = "pipeline";
 }

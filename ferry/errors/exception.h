@@ -1,15 +1,44 @@
 #pragma once
 
+#include "ferry/errors/error_message.h"
+#include "ferry/text/unicode_string.h"
+
 #include <exception>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "ferry/errors/error_message.h"
-#include "ferry/errors/exception_entry.h"
-#include "ferry/errors/severity.h"
-
 class CMsg;
+
+/// How bad an error is. Any other number is printed as "UNSPECIFIED".
+enum VRK_Severity : int {
+  VRK_NO_SEVERITY = -1, // an entry that leaves the severity of its exception as it is
+  VRK_INFORMATION = 0,
+  VRK_WARNING = 1,
+  VRK_MINOR_ERROR = 2,
+  VRK_MAJOR_ERROR = 3,
+  VRK_CRITICAL_ERROR = 4
+};
+
+/// One element of an exception's error stack.
+class VRK_Exception_Entry {
+public:
+  VRK_Exception_Entry(const char* function, const KELErrorMessage& message, int code,
+                      VRK_Severity severity);
+  virtual ~VRK_Exception_Entry() = default;
+  VRK_Exception_Entry(const VRK_Exception_Entry&) = default;
+  VRK_Exception_Entry& operator=(const VRK_Exception_Entry&) = default;
+
+  std::string m_sFunction;
+  UnicodeString m_sMessage;
+  std::string m_sNarrowMessage; // m_sMessage in the default code page
+  int m_nCode;                  // 0: none
+  VRK_Severity m_nSeverity;
+  UnicodeString m_sId;
+  UnicodeString m_sTemplate;
+  UnicodeString m_sText;
+  std::vector<UnicodeString> m_aParameters;
+};
 
 /// The one kind of failure that travels through the tool: thrown by value, caught by reference.
 ///
@@ -81,4 +110,12 @@ protected:
   std::string m_sCategory; // the logger's category
   std::vector<std::unique_ptr<VRK_Exception_Entry>> m_aEntries;
   bool m_bFlag = false;
+};
+
+/// A message that is not in the format that it should be in.
+class VRKFormat_Exception : public VRK_Exception {
+public:
+  VRKFormat_Exception();
+  VRKFormat_Exception(const char* function, const KELErrorMessage& message, int code,
+                      VRK_Severity severity);
 };

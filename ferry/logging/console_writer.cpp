@@ -1,6 +1,6 @@
 #include "ferry/logging/console_writer.h"
 
-#include "ferry/logging/log_line.h"
+#include "ferry/logging/log_writer.h"
 
 std::mutex CConsoleWriter::mutex;
 

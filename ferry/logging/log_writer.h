@@ -1,9 +1,21 @@
 #pragma once
 
+#include "ferry/errors/exception.h"
 #include "ferry/logging/uriuc.h"
 #include "ferry/text/ucss.h"
 
+#include <cstdio>
 #include <vector>
+
+/// What a logging call throws when a writer failed.
+class VRKLog_Exception : public VRK_Exception {
+public:
+  using VRK_Exception::VRK_Exception;
+  /// Carries over the error stack of another exception.
+  explicit VRKLog_Exception(const VRK_Exception& obOther) : VRK_Exception(obOther) {}
+  /// What a `catch (...)` has caught, whatever it is.
+  static VRKLog_Exception Caught_ob();
+};
 
 /// One destination of log messages.
 ///
@@ -33,3 +45,10 @@ public:
   virtual CLogWriter* CreateWriter_pob() = 0;
   virtual ~CLogWriterFactory() = default;
 };
+
+/// Prints the lines of one message in the default code page, each as
+/// "time [severity] category: line" or, bare, as it is. False, and no further line,
+/// when one cannot be printed. The stream is not flushed.
+bool PrintLogLines_b(FILE* pFile, bool bBare, const UnicodeString& sTime,
+                     const UnicodeString& sSeverity, const UnicodeString& sCategory,
+                     const std::vector<UnicodeString>& obLines);

@@ -2,12 +2,12 @@
 
 #include "ferry/logging/console_writer.h"
 #include "ferry/logging/file_writer.h"
-#include "ferry/logging/log_exception.h"
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/log_tables.h"
-#include "ferry/logging/log_time.h"
+#include "ferry/logging/log_writer.h"
 #include "ferry/text/own_copy.h"
 
+#include <ctime>
 #include <optional>
 #include <pthread.h>
 
@@ -17,6 +17,16 @@ constexpr UChar kDefaultConfig[] = u"console://stdout *.!DBUG";
 
 /// The calling thread as log lines tell it, 32 bits of its identifier.
 unsigned ThreadNumber_n() { return static_cast<unsigned>(::pthread_self()); }
+
+/// As log lines show it, "03/14 15:09:26", in local time.
+UnicodeString TimeText_s(int64_t nTime) {
+  const std::time_t nSeconds = nTime / 1000;
+  std::tm obTime{};
+  ::localtime_r(&nSeconds, &obTime);
+  char aText[32];
+  const size_t nLength = std::strftime(aText, sizeof aText, "%m/%d %H:%M:%S", &obTime);
+  return UnicodeString(aText, static_cast<int32_t>(nLength), US_INV);
+}
 
 /// What one message shows in front of its lines, made when the first writer wants it.
 class CMsgTexts {
@@ -28,7 +38,7 @@ public:
   }
 
   void Write_v(CLogWriter& obWriter) {
-    if (m_sTime.isEmpty()) m_sTime = LogTimeText_s(Time_n());
+    if (m_sTime.isEmpty()) m_sTime = TimeText_s(Time_n());
     obWriter.Write_v(m_sTime, m_sSeverity, m_sCategory, m_obMsg.Lines_rob());
   }
 

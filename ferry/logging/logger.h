@@ -131,3 +131,9 @@ private:
   std::atomic<int64_t> m_nLastCheck = 0;
   std::atomic<bool> m_bLooking = false; // some thread looks at the file
 };
+
+/// The logger of the command-line tool.
+class CVRKLogger : public CLogger {
+public:
+  explicit CVRKLogger(const UChar* pModule) : CLogger(pModule) {}
+};

@@ -1,5 +1,5 @@
-#include "ferry/logging/log_exception.h"
 #include "ferry/logging/log_tables.h"
+#include "ferry/logging/log_writer.h"
 #include "ferry/logging/logger.h"
 #include "ferry/text/own_copy.h"
 #include "ferry/text/uc_string.h"

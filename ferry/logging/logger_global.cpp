@@ -1,4 +1,4 @@
-#include "ferry/logging/log_exception.h"
+#include "ferry/logging/log_writer.h"
 #include "ferry/logging/logger.h"
 
 namespace {

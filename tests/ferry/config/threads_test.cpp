@@ -1,5 +1,5 @@
 #include "ferry/config/settings.h"
-#include "ferry/logging/log_exception.h"
+#include "ferry/logging/log_writer.h"
 #include "ferry/logging/logger.h"
 #include "tests/ferry/logging/fake_system.h"
 #include "tests/support/temp_folder.h"

@@ -2,7 +2,7 @@
 #include <unicode/ustream.h>
 
 #include "ferry/errors/bx_exception.h"
-#include "ferry/errors/format_exception.h"
+#include "ferry/errors/exception.h"
 #include "ferry/errors/sql_exception.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "ferry/errors/bx_exception.h"
-#include "ferry/errors/format_exception.h"
+#include "ferry/errors/exception.h"
 #include "ferry/errors/sql_exception.h"
 #include "ferry/logging/logger.h"
 #include "tests/ferry/logging/recording_writer.h"

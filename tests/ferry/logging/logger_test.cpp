@@ -1,5 +1,5 @@
 #include "fake_system.h"
-#include "ferry/logging/vrk_logger.h"
+#include "ferry/logging/logger.h"
 #include "recording_writer.h"
 #include "tests/support/temp_folder.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ferry/logging/log_exception.h"
+#include "ferry/logging/log_writer.h"
 #include "ferry/logging/logger.h"
 
 #include <functional>
