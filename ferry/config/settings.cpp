@@ -1,6 +1,6 @@
 #include "ferry/config/settings.h"
 
-#include "ferry/text/own_copy.h"
+#include "ferry/text/unicode_string.h"
 
 #include <mutex>
 

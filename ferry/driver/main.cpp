@@ -4,7 +4,6 @@
 #include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
 #include "ferry/logging/logger.h"
-#include "ferry/text/default_code_page.h"
 #include "ferry/text/ucss.h"
 
 #include <csignal>

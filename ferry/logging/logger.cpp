@@ -5,7 +5,7 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/log_writer.h"
-#include "ferry/text/own_copy.h"
+#include "ferry/text/unicode_string.h"
 
 #include <ctime>
 #include <optional>

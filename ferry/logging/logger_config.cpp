@@ -1,8 +1,8 @@
 #include "ferry/logging/log_tables.h"
 #include "ferry/logging/log_writer.h"
 #include "ferry/logging/logger.h"
-#include "ferry/text/own_copy.h"
 #include "ferry/text/uc_string.h"
+#include "ferry/text/unicode_string.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "ferry/logging/log_system.h"
 #include "ferry/logging/logger.h"
-#include "ferry/text/own_copy.h"
 #include "ferry/text/text_file.h"
+#include "ferry/text/unicode_string.h"
 
 #include <optional>
 

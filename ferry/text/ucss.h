@@ -6,14 +6,21 @@
 #include <string_view>
 #include <vector>
 
-#include "ferry/text/constants.h"
 #include "ferry/text/unicode_string.h"
+
+/// Makes UTF-8 the process's default code page, the one that narrow text is converted from and to.
+///
+/// Call it first in main, before any text is converted and before a second thread starts. Where ICU
+/// takes the code page from the environment, LANG=C would make it US-ASCII and lose every byte
+/// above 127 of a record. ICU as usually built for Linux is fixed to UTF-8, and the call changes
+/// nothing.
+void UseUTF8CodePage_v();
 
 /// Helpers over UnicodeString.
 ///
 /// Lengths, positions and indices are in UTF-16 code units, -1 means none. A character is a code
 /// point: no function tears a surrogate pair apart. Narrow text is in the process's default code
-/// page (default_code_page.h). Nothing throws unless it says so, and nothing is shared between
+/// page (UseUTF8CodePage_v). Nothing throws unless it says so, and nothing is shared between
 /// calls, so different strings can be worked on by different threads.
 namespace UCSS {
 

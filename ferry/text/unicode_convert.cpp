@@ -57,6 +57,8 @@ bool defaultIsUTF8() { return std::strcmp(ucnv_getDefaultName(), "UTF-8") == 0; 
 
 } // namespace
 
+void UseUTF8CodePage_v() { ucnv_setDefaultName("UTF-8"); }
+
 namespace UCSS {
 
 void dcpToUCS(UnicodeString& s, std::string_view text) {

@@ -1,11 +1,8 @@
-#include "ferry/xml/ccme_xml_node.h"
 
 #include <xercesc/dom/DOM.hpp>
 
 #include "ferry/xml/ccme_xml.h"
-#include "ferry/xml/xml_errors.h"
-#include "ferry/xml/xml_limits.h"
-#include "ferry/xml/xml_text.h"
+#include "ferry/xml/xml_library.h"
 #include "ferry/xml/xpath_evaluator.h"
 
 namespace {

@@ -14,9 +14,8 @@
 #include <xalanc/XercesParserLiaison/XercesDocumentWrapper.hpp>
 #include <xercesc/dom/DOMDocument.hpp>
 
-#include "ferry/xml/xml_errors.h"
-#include "ferry/xml/xml_limits.h"
-#include "ferry/xml/xpath_expression.h"
+#include "ferry/xml/ccme_xml.h"
+#include "ferry/xml/xml_library.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ferry/text/unicode_string.h"
+#include "ferry/xml/xml_library.h"
+
 #include <memory>
 #include <vector>
 #include <xalanc/XercesParserLiaison/XercesDOMSupport.hpp>
 #include <xalanc/XercesParserLiaison/XercesParserLiaison.hpp>
 #include <xercesc/dom/DOMElement.hpp>
-
-#include "ferry/text/unicode_string.h"
-#include "ferry/xml/xml_runtime.h"
 
 /// Evaluates XPath expressions over DOM documents. An evaluator must not be shared between threads,
 /// so each thread has its own until it ends. An expression that fails leaves nothing behind in it.
@@ -28,3 +28,8 @@ private:
   xalanc::XercesParserLiaison m_obLiaison;
   xalanc::XercesDOMSupport m_obSupport{m_obLiaison};
 };
+
+/// The expression in a form that the XML libraries can be trusted with. Throws VRK_Exception when
+/// it exceeds a limit of ccme_xml.h or holds a NUL; whether it is an expression at all is left to
+/// them.
+UnicodeString safeExpression(const UnicodeString& xpath);

@@ -1,11 +1,10 @@
-#include "ferry/xml/xpath_expression.h"
+#include "ferry/xml/xpath_evaluator.h"
 
 #include <unicode/uchar.h>
 #include <vector>
 
-#include "ferry/xml/xml_errors.h"
-#include "ferry/xml/xml_limits.h"
-#include "ferry/xml/xml_text.h"
+#include "ferry/xml/ccme_xml.h"
+#include "ferry/xml/xml_library.h"
 
 namespace {
 

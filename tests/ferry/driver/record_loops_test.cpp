@@ -1,7 +1,7 @@
 #include "ferry/driver/record_input.h"
 #include "ferry/driver/record_loops.h"
 #include "ferry/errors/exception.h"
-#include "ferry/text/default_code_page.h"
+#include "ferry/text/ucss.h"
 #include "tests/ferry/driver/fake_queue.h"
 #include "tests/support/file_size_limit.h"
 #include "tests/support/process.h"

@@ -4,7 +4,6 @@
 
 #include "ferry/errors/exception.h"
 #include "ferry/xml/ccme_xml.h"
-#include "ferry/xml/xml_limits.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include "ferry/driver/record_loops.h"
 #include "ferry/logging/logger.h"
 #include "ferry/queue/session.h"
-#include "ferry/text/default_code_page.h"
+#include "ferry/text/ucss.h"
 #include "tests/manager/contract/vocabulary.h"
 #include "tests/support/process.h"
 #include "tests/support/redirect.h"

@@ -1,9 +1,17 @@
-#include "ferry/xml/xml_runtime.h"
+#include "ferry/xml/xml_library.h"
 
+#include <unicode/utf16.h>
 #include <xalanc/XPath/XPathEvaluator.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
-#include "ferry/xml/xml_errors.h"
+namespace {
+
+bool fitsXml(UChar32 c) {
+  if (c < 0x20) return c == u'\t' || c == u'\n' || c == u'\r';
+  return !U_IS_SURROGATE(c) && c != 0xFFFE && c != 0xFFFF;
+}
+
+} // namespace
 
 CXMLRuntime::CXMLRuntime() {
   xercesc::XMLPlatformUtils::Initialize();
@@ -22,4 +30,20 @@ std::shared_ptr<CXMLRuntime> CXMLRuntime::Share_rob() {
     return std::shared_ptr<CXMLRuntime>(new CXMLRuntime); // the constructor is private
   });
   return runtime;
+}
+
+UnicodeString xmlText(const UnicodeString& text) {
+  UnicodeString result;
+  for (int32_t i = 0; i < text.length();) {
+    UChar32 c = text.char32At(i);
+    i += U16_LENGTH(c);
+    result.append(fitsXml(c) ? c : UChar32{0xFFFD});
+  }
+  return result;
+}
+
+const UnicodeString& wholeText(const UnicodeString& text) {
+  if (text.indexOf(u'\0') >= 0)
+    throw xmlError("wholeText", u"Names and expressions must not contain NUL");
+  return text;
 }
