@@ -1,10 +1,9 @@
 #include "ferry/config/parameter.h"
 
-#include <unicode/locid.h>
-#include <unicode/uchar.h>
-
 #include <array>
 #include <string_view>
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
 
 namespace {
 
@@ -12,7 +11,7 @@ const std::array<const UChar*, 3> kTypeWords{u"STRING", u"INTEGER", u"BOOLEAN"};
 
 bool IsYes_b(std::string_view s) { return s == "Y" || s == "y"; }
 
-/// Upper case that does not depend on where the program runs.
+// Upper case that does not depend on where the program runs.
 UnicodeString Upper_s(UnicodeString s) { return s.toUpper(icu::Locale::getRoot()); }
 
 } // namespace

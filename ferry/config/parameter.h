@@ -2,21 +2,21 @@
 
 #include "ferry/text/ucss.h"
 
-/// One configuration parameter: what the program declares about it, and what was
-/// found in the store's back end. A plain record; copies are independent.
+/// One configuration parameter: what the program declares about it, and what was found in the
+/// store's back end. A plain record; copies are independent.
 class CCMEParameter {
 public:
   enum Type { STRING = 0, INTEGER = 1, BOOLEAN = 2 };
 
   CCMEParameter() = default;
-  /// From one row of a declaration table: group ("*" for the store's active group),
-  /// name, type word, description, default, required ("Y"), quiet ("Y").
+  /// From one row of a declaration table: group ("*" for the store's active group), name, type
+  /// word, description, default, required ("Y"), quiet ("Y").
   explicit CCMEParameter(const char* const* row);
   /// A parameter that no row declared, as the back end found it.
   CCMEParameter(const UnicodeString& sGroup, const UnicodeString& sName);
 
-  /// The key that a parameter is filed under: group ":" name, upper-cased unless the
-  /// store tells cases apart.
+  /// The key that a parameter is filed under: group ":" name, upper-cased unless the store tells
+  /// cases apart.
   static UnicodeString getKey(const UnicodeString& sGroup, const UnicodeString& sName,
                               bool bCaseSensitive);
   /// The word for a type; a word in any case for a type, unknown ones mean STRING.

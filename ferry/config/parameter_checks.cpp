@@ -1,5 +1,4 @@
 #include "ferry/config/parameter_store.h"
-
 #include "ferry/errors/exception.h"
 #include "ferry/logging/logger.h"
 
@@ -17,7 +16,7 @@ void AddLine_v(VRK_Exception& obReport, const UnicodeString& sLine) {
   obReport.appendGenericError("", sLine, 0, VRK_NO_SEVERITY);
 }
 
-/// Adds a line for every parameter that is not quiet and has the fault, under a heading.
+// Adds a line for every parameter that is not quiet and has the fault, under a heading.
 template <typename HasFault, typename Line>
 void AddFaults_v(VRK_Exception& obReport, const CCMEParameterStore::Parameters& obParameters,
                  const UnicodeString& sHeading, HasFault obHasFault, Line obLine) {
@@ -76,8 +75,8 @@ void CCMEParameterStore::handleWarnings() const {
   }
 }
 
-// Quiet parameters count for whether there is a report, but are not listed in it: when
-// nothing else is wrong, the report is its heading.
+// Quiet parameters count for whether there is a report, but are not listed in it: when nothing else
+// is wrong, the report is its heading.
 void CCMEParameterStore::handleErrors() const {
   const bool bAny =
       std::any_of(m_obParameters.begin(), m_obParameters.end(), [](const auto& obEntry) {

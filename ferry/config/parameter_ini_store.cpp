@@ -5,12 +5,11 @@
 #include "ferry/text/text_file.h"
 #include "ferry/text/uc_string.h"
 
-#include <unicode/ucnv.h>
-#include <unicode/utf8.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <unicode/ucnv.h>
+#include <unicode/utf8.h>
 
 namespace {
 
@@ -21,8 +20,8 @@ VRK_Exception Failure_ob(const UChar* pId, const UChar* pTemplate, const std::st
                        VRK_CRITICAL_ERROR, false);
 }
 
-/// Turns the pieces that fgets reads into text. A piece that a long line's end cuts
-/// off within a character gives the rest of that character to the next piece.
+// Turns the pieces that fgets reads into text. A piece that a long line's end cuts off within a
+// character gives the rest of that character to the next piece.
 class CLineDecoder {
 public:
   UnicodeString Decode_s(const char* pPiece) {

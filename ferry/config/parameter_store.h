@@ -3,15 +3,14 @@
 #include "ferry/config/parameter.h"
 #include "ferry/text/ucss.h"
 
-#include <unicode/uchar.h>
-
 #include <map>
+#include <unicode/uchar.h>
 #include <vector>
 
 /// Parameters by group and name, filled from and written to a back end.
 ///
-/// Pointers into the store stay valid until it is initialised, assigned or destroyed.
-/// A store may be read by several threads while none changes it.
+/// Pointers into the store stay valid until it is initialised, assigned or destroyed. A store may
+/// be read by several threads while none changes it.
 class CCMEParameterStore {
 public:
   /// Orders keys without regard to case.
@@ -27,17 +26,17 @@ public:
   CCMEParameterStore(const CCMEParameterStore&) = default;
   CCMEParameterStore& operator=(const CCMEParameterStore&) = default;
 
-  /// Fills the store from the back end, or writes it there. Throw VRK_Exception when
-  /// the back end refuses.
+  /// Fills the store from the back end, or writes it there. Throw VRK_Exception when the back end
+  /// refuses.
   virtual void read() = 0;
   virtual void write() = 0;
 
-  /// Empties the store and declares the rows of a table. The active group, which "*"
-  /// stands for, is the section when the back end has it, else the application's name.
+  /// Empties the store and declares the rows of a table. The active group, which "*" stands for, is
+  /// the section when the back end has it, else the application's name.
   void initialize(const UnicodeString& sSection, const char* (*table)[7], unsigned short nRowCount);
 
-  /// The parameter's value as a number when one was found, else the caller's default
-  /// (not the declared one).
+  /// The parameter's value as a number when one was found, else the caller's default (not the
+  /// declared one).
   unsigned long asULong(const UnicodeString& sGroup, const UnicodeString& sName,
                         const UnicodeString& sDefault) const;
   /// The parameter, null when there is none. A group "*" means the active group.
@@ -49,18 +48,17 @@ public:
   const Parameters& parameters() const { return m_obParameters; }
   const UnicodeString& activeGroup() const { return m_sActiveGroup; }
 
-  /// Logs, at the debug level, each parameter that fell back to its default. Never
-  /// throws, also when it cannot be logged.
+  /// Logs, at the debug level, each parameter that fell back to its default. Never throws, also
+  /// when it cannot be logged.
   void handleWarnings() const;
-  /// Throws VRK_Exception when required parameters are missing or types differ; it
-  /// lists them all.
+  /// Throws VRK_Exception when required parameters are missing or types differ; it lists them all.
   void handleErrors() const;
-  /// Throws VRK_Exception when parameters found in both stores have different values;
-  /// it lists them all, quiet ones without their values.
+  /// Throws VRK_Exception when parameters found in both stores have different values; it lists them
+  /// all, quiet ones without their values.
   void compare(const CCMEParameterStore& other) const;
-  /// Makes this store the union of two: what the first says, then what only the second
-  /// found. Throws like compare() when they disagree; this store is then unchanged.
-  /// The active group is the first store's, or the second's when that is empty.
+  /// Makes this store the union of two: what the first says, then what only the second found.
+  /// Throws like compare() when they disagree; this store is then unchanged. The active group is
+  /// the first store's, or the second's when that is empty.
   void chooseActiveParameters(const CCMEParameterStore& first, const CCMEParameterStore& second);
 
 protected:

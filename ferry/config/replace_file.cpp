@@ -21,16 +21,16 @@ bool WriteAll_b(int nFile, std::string_view sText) {
   return true;
 }
 
-/// True as well for what has no disk to be on, a pipe or a device.
+// True as well for what has no disk to be on, a pipe or a device.
 bool Sync_b(int nFile) { return ::fsync(nFile) == 0 || errno == EINVAL; }
 
-/// Closes in any case; some file systems tell of a full disk only then.
+// Closes in any case; some file systems tell of a full disk only then.
 bool WriteAndClose_b(int nFile, const std::string& sText) {
   const bool bWritten = WriteAll_b(nFile, sText) && Sync_b(nFile);
   return ::close(nFile) == 0 && bWritten;
 }
 
-/// Makes the entry of a new file last; where folders cannot be synced nothing can be done.
+// Makes the entry of a new file last; where folders cannot be synced nothing can be done.
 void SyncFolder_v(const std::string& sFile) {
   const std::string sFolder = std::filesystem::path(sFile).parent_path().string();
   const int nFolder = ::open(sFolder.empty() ? "." : sFolder.c_str(), O_RDONLY | O_CLOEXEC);
@@ -39,7 +39,7 @@ void SyncFolder_v(const std::string& sFile) {
   ::close(nFolder);
 }
 
-/// For a file that is not there yet, and for a pipe or a device.
+// For a file that is not there yet, and for a pipe or a device.
 bool WriteAnew_b(const std::string& sFile, const std::string& sText) {
   const int nFile = ::open(sFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (nFile < 0 || !WriteAndClose_b(nFile, sText)) return false;
@@ -47,8 +47,8 @@ bool WriteAnew_b(const std::string& sFile, const std::string& sText) {
   return true;
 }
 
-/// What the new text is longer by goes first: a full disk shows while the old text is
-/// whole and needs only be cut off again.
+// What the new text is longer by goes first: a full disk shows while the old text is whole and
+// needs only be cut off again.
 bool Overwrite_b(int nFile, std::string_view sText) {
   const off_t nOld = ::lseek(nFile, 0, SEEK_END);
   const auto nStart = static_cast<size_t>(std::min(nOld, static_cast<off_t>(sText.size())));
@@ -77,15 +77,15 @@ bool HasAttribute_b(const std::string& sFile, uint64_t nAttribute) {
          (obStat.stx_attributes & nAttribute) != 0;
 }
 
-/// Whether it is known beforehand that no other file can take the place of this one. An
-/// append-only folder would not even let go of the other file.
+// Whether it is known beforehand that no other file can take the place of this one. An append-only
+// folder would not even let go of the other file.
 bool IsPinned_b(const std::string& sFile) {
   return HasAttribute_b(sFile, STATX_ATTR_MOUNT_ROOT) ||
          HasAttribute_b(std::filesystem::path(sFile).parent_path().string(), STATX_ATTR_APPEND);
 }
 
-/// Owner and permissions of the file that is replaced; false when the new file would
-/// change hands, as with a file of another user that this one's group may write.
+// Owner and permissions of the file that is replaced; false when the new file would change hands,
+// as with a file of another user that this one's group may write.
 bool TakeAfter_b(int nFile, const struct stat& obOld) {
   if (obOld.st_uid != ::geteuid() || obOld.st_gid != ::getegid())
     if (::fchown(nFile, obOld.st_uid, obOld.st_gid) != 0) return false;
@@ -94,7 +94,7 @@ bool TakeAfter_b(int nFile, const struct stat& obOld) {
 
 enum class Outcome { Done, Failed, NotPossible };
 
-/// Fills the new file and puts it into the place of the old one.
+// Fills the new file and puts it into the place of the old one.
 Outcome FillAndMove_e(int nNew, const std::string& sNew, const std::string& sFile,
                       const struct stat& obOld, const std::string& sText) {
   if (!TakeAfter_b(nNew, obOld)) {

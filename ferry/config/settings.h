@@ -6,8 +6,7 @@
 #include <shared_mutex>
 #include <string>
 
-/// Named text settings. Any thread may read and write at any time; values are copied
-/// in and out.
+/// Named text settings. Any thread may read and write at any time; values are copied in and out.
 class CSettings {
 public:
   virtual ~CSettings() = default;
@@ -29,9 +28,9 @@ public:
   static CSettings obMap;
 };
 
-// Readers. The `_b` ones return false, with an empty result, when the setting was never
-// made; the `_v` ones give a default then: "UNKNOWN_APP", "UNKNOWN_VER", or nothing. The
-// narrow forms convert from and to the default code page.
+// Readers. The `_b` ones return false, with an empty result, when the setting was never made; the
+// `_v` ones give a default then: "UNKNOWN_APP", "UNKNOWN_VER", or nothing. The narrow forms convert
+// from and to the default code page.
 
 void GetAppName_v(UnicodeString& sValue);
 void GetAppName_v(std::string& sValue);

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <pthread.h>
 
-/// What a thread is to be like, set before it starts; get() goes to pthread_create.
-/// One thread works on one object at a time.
+/// What a thread is to be like, set before it starts; get() goes to pthread_create. One thread
+/// works on one object at a time.
 class CThreadAttribute {
 public:
   CThreadAttribute();

@@ -45,7 +45,7 @@ std::vector<CCMEBX*> Queues_a(const Outputs& aOutputs) {
   return aQueues;
 }
 
-/// One run of a distribution.
+// One run of a distribution.
 class CDistributor {
 public:
   CDistributor(const std::string& sSection, UnicodeString sGrep, long nCount, long nPause,

@@ -16,8 +16,8 @@ public:
   static int Signal_n();
 
   /// Waits until a poll(2) event is there on a descriptor (-1: on none), a signal has come, or the
-  /// milliseconds are over (-1: never). Returns the events, 0 when there are none. A signal
-  /// that comes just before the wait ends it too.
+  /// milliseconds are over (-1: never). Returns the events, 0 when there are none. A signal that
+  /// comes just before the wait ends it too.
   static short Wait_n(int nDescriptor, short nEvents, long nMilliseconds);
 };
 

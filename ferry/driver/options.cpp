@@ -34,8 +34,8 @@ private:
 };
 
 // The rest of the argument, or else the next one; null, after a notice, when there is none. An
-// option that is the last argument has no value even when one is attached, unless bLastIsWrong
-// is false.
+// option that is the last argument has no value even when one is attached, unless bLastIsWrong is
+// false.
 const char* COptionParser::Value_p(bool bLastIsWrong) {
   const bool bLast = m_nAt + 1 >= m_nCount;
   const char* pAttached = m_aArguments[m_nAt] + 2;

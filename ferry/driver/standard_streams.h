@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-/// Puts something harmless, which can not be used, where standard input, output or error is
-/// closed. Otherwise the next file that is opened would take its number, and records or notices
-/// would be written into a queue's store.
+/// Puts something harmless, which can not be used, where standard input, output or error is closed.
+/// Otherwise the next file that is opened would take its number, and records or notices would be
+/// written into a queue's store.
 void GuardStandardStreams_v();
 
 /// Waits for room on standard error; false when there is none soon after a signal asked for the end

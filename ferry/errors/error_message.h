@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include "ferry/text/unicode_string.h"
+
+#include <vector>
 
 class CCMEXML;
 class CCMEXMLNode;

@@ -60,9 +60,9 @@ public:
   /// Empties the stack. The severity is critical from then on, whatever is appended.
   virtual void ResetException();
 
-  // Each writes one message through the logger. severity (a VRK_Severity) chooses the message's
-  // log severity; the word printed is always the exception's own. flag is passed on unused.
-  // A logger that fails throws VRKLog_Exception.
+  // Each writes one message through the logger. severity (a VRK_Severity) chooses the message's log
+  // severity; the word printed is always the exception's own. flag is passed on unused. A logger
+  // that fails throws VRKLog_Exception.
 
   virtual void PrintException(int severity, bool withFunction, bool withStack, bool flag);
   virtual void PrintStack(int severity, bool withFunction, bool withStack, bool flag);

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <mutex>
 
-/// Writes to standard output when the host of its destination is "stdout", else to
-/// standard error; "style=bare" leaves out time, severity and category.
+/// Writes to standard output when the host of its destination is "stdout", else to standard error;
+/// "style=bare" leaves out time, severity and category.
 ///
-/// Each message is printed and flushed as one block, whatever other console writers
-/// print. A failed print is ignored: the console never fails a logging call.
+/// Each message is printed and flushed as one block, whatever other console writers print. A failed
+/// print is ignored: the console never fails a logging call.
 class CConsoleWriter : public CLogWriter {
 public:
   void Start_v(const URIUC& obDestination) override;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t kCheckInterval = 60000; // milliseconds
 
-/// A parameter as 32 bits, which a large value wraps around.
+// A parameter as 32 bits, which a large value wraps around.
 uint32_t Number_n(const URIUC& obDestination, const UnicodeString& sName, uint32_t nDefault) {
   const UnicodeString* pText = obDestination.FindQuery_pob(sName);
   return pText ? static_cast<uint32_t>(UCSS::atoi(*pText)) : nDefault;
@@ -23,7 +23,7 @@ VRKLog_Exception Failure_ob(const UChar* pTemplate, const UnicodeString& sPath) 
                           false);
 }
 
-/// Whether somebody's last line is torn, as on a disk that was full.
+// Whether somebody's last line is torn, as on a disk that was full.
 bool EndsWithinLine_b(FILE* pFile) {
   struct stat obStat {};
   char c = '\n';
@@ -35,7 +35,7 @@ std::string CopyName_s(const std::string& sPath, uint32_t nCopy) {
   return sPath + "." + std::to_string(nCopy);
 }
 
-/// The number of copies without a gap from number 0 on.
+// The number of copies without a gap from number 0 on.
 uint32_t CountCopies_n(const std::string& sPath) {
   struct stat obStat {};
   uint32_t n = 0;

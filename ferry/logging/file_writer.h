@@ -8,16 +8,15 @@
 
 /// Appends to one file, opened at the first message, and rotates it by size.
 ///
-/// Parameters of the destination: style=bare leaves out time, severity and category;
-/// rotateSize=KiB rotates a file that has grown beyond it, looked at no more than once
-/// a minute; keep=N keeps N rotated copies, without it all are kept. rotateAge=hours
-/// is accepted, but rotates nothing.
+/// Parameters of the destination: style=bare leaves out time, severity and category; rotateSize=KiB
+/// rotates a file that has grown beyond it, looked at no more than once a minute; keep=N keeps N
+/// rotated copies, without it all are kept. rotateAge=hours is accepted, but rotates nothing.
 ///
-/// Write_v throws VRKLog_Exception when the file cannot be opened or written. A failed
-/// write is also logged under the category "filewriter", which no file writer writes.
-/// The next message tries again, and starts a line of its own also where the file ends
-/// within one, whichever writer or process has torn that. Failures to rotate are ignored:
-/// logging goes on in the same file. Two writers of one path do not know of each other.
+/// Write_v throws VRKLog_Exception when the file cannot be opened or written. A failed write is
+/// also logged under the category "filewriter", which no file writer writes. The next message tries
+/// again, and starts a line of its own also where the file ends within one, whichever writer or
+/// process has torn that. Failures to rotate are ignored: logging goes on in the same file. Two
+/// writers of one path do not know of each other.
 class CFileWriter : public CLogWriter {
 public:
   static constexpr uint32_t kKeepAll = 0xFFFFFFFF;

@@ -5,11 +5,11 @@
 #include <string>
 #include <sys/stat.h>
 
-/// The clock and the file operations that logging needs, so that a test can turn
-/// the clock by hand and make an operation fail. The base class is the real thing.
+/// The clock and the file operations that logging needs, so that a test can turn the clock by hand
+/// and make an operation fail. The base class is the real thing.
 ///
-/// File operations return what the C library's functions return. Every operation may
-/// be called by several threads at once.
+/// File operations return what the C library's functions return. Every operation may be called by
+/// several threads at once.
 class CLogSystem {
 public:
   virtual ~CLogSystem() = default;
@@ -23,7 +23,7 @@ public:
 
   /// The one in force for the process.
   static CLogSystem& Get_rob();
-  /// Puts another one in force, null the real one. It is not owned and must stay
-  /// until it is replaced and no thread logs any more.
+  /// Puts another one in force, null the real one. It is not owned and must stay until it is
+  /// replaced and no thread logs any more.
   static void Replace_v(CLogSystem* pobSystem);
 };

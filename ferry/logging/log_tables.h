@@ -11,9 +11,9 @@
 
 /// The writers of one configuration and the routes to them.
 ///
-/// Built by one thread, then published and never changed again. Whoever routes a
-/// message holds a reference, so that a writer which reloads is not deleted under its
-/// own feet: the writers are stopped and deleted by whoever lets go last.
+/// Built by one thread, then published and never changed again. Whoever routes a message holds a
+/// reference, so that a writer which reloads is not deleted under its own feet: the writers are
+/// stopped and deleted by whoever lets go last.
 struct CLogTables {
   using Routes = std::map<unsigned, std::vector<size_t>>; // filter mask to writer numbers
 

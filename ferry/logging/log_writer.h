@@ -19,14 +19,14 @@ public:
 
 /// One destination of log messages.
 ///
-/// Start_v is called once, before anything else, and Stop_v once, after everything
-/// else. Write_v may be called by several threads at once, and by none while Start_v
-/// or Stop_v of any writer of the same logger runs. Whatever they throw stays within the
-/// logger, but for the VRKLog_Exception that it makes of a failed Write_v.
+/// Start_v is called once, before anything else, and Stop_v once, after everything else. Write_v
+/// may be called by several threads at once, and by none while Start_v or Stop_v of any writer of
+/// the same logger runs. Whatever they throw stays within the logger, but for the VRKLog_Exception
+/// that it makes of a failed Write_v.
 ///
-/// A writer may log from within its calls (what it logs in Start_v and Stop_v may find no
-/// writers), and reload the configuration from within Write_v. It must not wait there for
-/// another thread that logs or loads: that one may have to wait for this message.
+/// A writer may log from within its calls (what it logs in Start_v and Stop_v may find no writers),
+/// and reload the configuration from within Write_v. It must not wait there for another thread that
+/// logs or loads: that one may have to wait for this message.
 class CLogWriter {
 public:
   virtual void Start_v(const URIUC& obDestination) = 0;
@@ -46,9 +46,9 @@ public:
   virtual ~CLogWriterFactory() = default;
 };
 
-/// Prints the lines of one message in the default code page, each as
-/// "time [severity] category: line" or, bare, as it is. False, and no further line,
-/// when one cannot be printed. The stream is not flushed.
+/// Prints the lines of one message in the default code page, each as "time [severity] category:
+/// line" or, bare, as it is. False, and no further line, when one cannot be printed. The stream is
+/// not flushed.
 bool PrintLogLines_b(FILE* pFile, bool bBare, const UnicodeString& sTime,
                      const UnicodeString& sSeverity, const UnicodeString& sCategory,
                      const std::vector<UnicodeString>& obLines);

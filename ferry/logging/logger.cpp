@@ -15,10 +15,10 @@ namespace {
 
 constexpr UChar kDefaultConfig[] = u"console://stdout *.!DBUG";
 
-/// The calling thread as log lines tell it, 32 bits of its identifier.
+// The calling thread as log lines tell it, 32 bits of its identifier.
 unsigned ThreadNumber_n() { return static_cast<unsigned>(::pthread_self()); }
 
-/// As log lines show it, "03/14 15:09:26", in local time.
+// As log lines show it, "03/14 15:09:26", in local time.
 UnicodeString TimeText_s(int64_t nTime) {
   const std::time_t nSeconds = nTime / 1000;
   std::tm obTime{};
@@ -28,7 +28,7 @@ UnicodeString TimeText_s(int64_t nTime) {
   return UnicodeString(aText, static_cast<int32_t>(nLength), US_INV);
 }
 
-/// What one message shows in front of its lines, made when the first writer wants it.
+// What one message shows in front of its lines, made when the first writer wants it.
 class CMsgTexts {
 public:
   CMsgTexts(const CMsg& obMsg, const UnicodeString& sCategory, const UnicodeString& sSeverity)

@@ -10,7 +10,7 @@ namespace {
 
 constexpr UChar kCategory[] = u"logger";
 
-/// The reports of those that could not be started.
+// The reports of those that could not be started.
 std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
   std::vector<CMsg> obFailures;
   obTables.m_bStarted = true;
@@ -90,7 +90,7 @@ bool CLogger::ParseLine_b(CLogTables& obTables, UnicodeString sLine) {
   return true;
 }
 
-/// Null, and a report, when the factory cannot make one.
+// Null, and a report, when the factory cannot make one.
 std::unique_ptr<CLogWriter> CLogger::NewWriter_pob(CLogWriterFactory& obFactory,
                                                    UnicodeString sLine) {
   try {
@@ -130,8 +130,8 @@ void CLogger::Clear_v() {
   Replace_v(CLogTables::None_pob());
 }
 
-/// The old writers are stopped here, unless a message of this thread, or of one that waits
-/// to load, is still under way to them.
+// The old writers are stopped here, unless a message of this thread, or of one that waits to load,
+// is still under way to them.
 void CLogger::Replace_v(TablesPtr pobTables) { m_pobTables.swap(pobTables); }
 
 bool CLogger::ReloadConfig_b() {

@@ -15,7 +15,7 @@ std::optional<int64_t> FileTime_n(const UnicodeString& sFile) {
   return obStat.st_mtime;
 }
 
-/// The whole file, or nothing when it cannot be read to its end.
+// The whole file, or nothing when it cannot be read to its end.
 std::optional<UnicodeString> FileText_s(const UnicodeString& sFile) {
   const TextFilePtr pobFile = OpenTextFile_pob(UCSS::ucsToDCP(sFile));
   if (!pobFile) return std::nullopt;
@@ -29,7 +29,7 @@ std::optional<UnicodeString> FileText_s(const UnicodeString& sFile) {
   return sText;
 }
 
-/// What a load reports must not lead to another look, however the clock jumps.
+// What a load reports must not lead to another look, however the clock jumps.
 class CLookingEnds {
 public:
   explicit CLookingEnds(std::atomic<bool>& bLooking) : m_bLooking(bLooking) {}
@@ -76,8 +76,8 @@ void CLogger::WatchFile_v(const CMsg& obMsg) {
     LoadConfigFile_b(obSource.m_sFile.getTerminatedBuffer());
 }
 
-/// Whether a minute has passed since the last look, by the clock of the messages. Of
-/// several threads that find so, one is told to look.
+// Whether a minute has passed since the last look, by the clock of the messages. Of several threads
+// that find so, one is told to look.
 bool CLogger::TimeToLook_b(const CMsg& obMsg) {
   if (!obMsg.Time_n()) obMsg.SetTime_v(CLogSystem::Get_rob().Now_n());
   int64_t nLast = m_nLastCheck;

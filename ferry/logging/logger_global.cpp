@@ -3,7 +3,7 @@
 
 namespace {
 
-/// Runs a logging call of which nothing may come back but its success.
+// Runs a logging call of which nothing may come back but its success.
 template <typename Call>
 bool Try_b(Call obCall) noexcept {
   try {

@@ -18,8 +18,8 @@ void CLoggerLock::Take_v(Mode eMode, bool bInTurn) {
 CLoggerLock::Hold::Hold(CLoggerLock& obLock, Mode eMode) : m_obLock(obLock), m_pobNext(g_pobHolds) {
   Hold* pobOuter = Outer_pob();
   if (!pobOuter) {
-    // A message under way to another logger does not wait behind a change: the change
-    // might wait for that very message.
+    // A message under way to another logger does not wait behind a change: the change might wait
+    // for that very message.
     m_obLock.Take_v(eMode, eMode == Mode::Exclusive || !g_pobHolds);
     m_bOuter = true;
     m_eMode = eMode;
@@ -40,7 +40,7 @@ CLoggerLock::Hold::~Hold() {
     m_obLock.m_obLock.unlock();
 }
 
-/// The scope of this thread by which it has the lock already.
+// The scope of this thread by which it has the lock already.
 CLoggerLock::Hold* CLoggerLock::Hold::Outer_pob() const {
   Hold* pobHold = g_pobHolds;
   while (pobHold && &pobHold->m_obLock != &m_obLock) pobHold = pobHold->m_pobNext;

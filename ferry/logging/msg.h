@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-/// Severity bits that every logger knows, with the names its filters use. The
-/// gap before USER is left for the system's own severities.
+/// Severity bits that every logger knows, with the names its filters use. The gap before USER is
+/// left for the system's own severities.
 struct CSeverity {
   static constexpr unsigned CRIT = 0x1;
   static constexpr unsigned ERR = 0x2;
@@ -21,9 +21,9 @@ struct CSeverity {
 
 /// One log message: lines under one severity, category and time.
 ///
-/// A message belongs to the thread that builds and logs it. Lines are formatted
-/// with the printf-like formatter of UCSS: %S takes a zero-terminated
-/// `const UChar*` (UnicodeString::getTerminatedBuffer()), %s a `const char*`.
+/// A message belongs to the thread that builds and logs it. Lines are formatted with the
+/// printf-like formatter of UCSS: %S takes a zero-terminated `const UChar*`
+/// (UnicodeString::getTerminatedBuffer()), %s a `const char*`.
 class CMsg {
 public:
   CMsg() = default;
@@ -32,13 +32,13 @@ public:
   /// Sets category and severity and removes the lines.
   void Set_v(const UnicodeString& sCategory, unsigned nSeverity);
 
-  /// Formats one line, which writers print as an output line of its own, and
-  /// appends it. Returns the message, so that calls can be chained.
+  /// Formats one line, which writers print as an output line of its own, and appends it. Returns
+  /// the message, so that calls can be chained.
   CMsg& AddLine_rob(const UChar* pFormat, ...);
   CMsg& VAddLine_rob(const UChar* pFormat, va_list args);
 
-  /// Milliseconds since 1970 in UTC; 0 means none. A logger that needs the time
-  /// of a message without one fills in the current time.
+  /// Milliseconds since 1970 in UTC; 0 means none. A logger that needs the time of a message
+  /// without one fills in the current time.
   void SetTime_v(int64_t nTime) const { m_nTime = nTime; }
   int64_t Time_n() const { return m_nTime; }
 

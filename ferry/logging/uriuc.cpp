@@ -5,12 +5,12 @@
 
 namespace {
 
-/// The value of a hexadecimal digit, -1 for any other character.
+// The value of a hexadecimal digit, -1 for any other character.
 int HexValue_n(UChar c) { return c < 0x80 ? u_digit(c, 16) : -1; }
 
 } // namespace
 
-/// One pass over the text, a state for each region of an address.
+// One pass over the text, a state for each region of an address.
 class URIUC::Parser {
 public:
   explicit Parser(URIUC& obURI) : m_obURI(obURI), m_sText(obURI.m_sText) {}
@@ -113,7 +113,7 @@ void URIUC::Parser::AppendDecoded_v(UnicodeString& sTarget) {
   m_nPos += 2;
 }
 
-/// Whether what follows the colon ends in "@", so that a user stands before it.
+// Whether what follows the colon ends in "@", so that a user stands before it.
 bool URIUC::Parser::UserAhead_b() const {
   const int32_t nAt = m_sText.indexOf(u'@', m_nPos + 1);
   const int32_t nSlash = m_sText.indexOf(u'/', m_nPos + 1);

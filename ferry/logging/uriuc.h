@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <unordered_map>
 
-/// A destination address, such as "console://stdout/?style=bare" or
-/// "file:///var/log/a.log?keep=3", taken apart.
+/// A destination address, such as "console://stdout/?style=bare" or "file:///var/log/a.log?keep=3",
+/// taken apart.
 ///
-/// Nothing is rejected: whatever has no better place lands in some field, and the
-/// user of the record judges. "%" with two hexadecimal digits stands for the character
-/// with that code everywhere but in the scheme. For the scheme "file", a host of "."
-/// or ".." becomes the start of a relative path.
+/// Nothing is rejected: whatever has no better place lands in some field, and the user of the
+/// record judges. "%" with two hexadecimal digits stands for the character with that code
+/// everywhere but in the scheme. For the scheme "file", a host of "." or ".." becomes the start of
+/// a relative path.
 class URIUC {
 public:
   struct UnicodeStringHasherObject {
@@ -33,8 +33,7 @@ public:
   /// The address as it was given.
   const UnicodeString& Text_rob() const { return m_sText; }
   const Query& Query_rob() const { return m_obQuery; }
-  /// The value of a query parameter, null when there is none; it lives as long as
-  /// the record.
+  /// The value of a query parameter, null when there is none; it lives as long as the record.
   const UnicodeString* FindQuery_pob(const UnicodeString& sName) const;
 
 private:

@@ -7,8 +7,8 @@
 /// One open queue of one queue manager.
 ///
 /// Results: 0 is done, -1 is failed and already reported in the log, -2 is no message (gets and
-/// browses only). A failure of severity 3 or above is thrown as VRKBX_Exception instead.
-/// Waits are in milliseconds, 0 does not wait. A queue belongs to one thread at a time.
+/// browses only). A failure of severity 3 or above is thrown as VRKBX_Exception instead. Waits are
+/// in milliseconds, 0 does not wait. A queue belongs to one thread at a time.
 ///
 /// Puts and gets belong to a unit of work when IsTransactional: they count with CommitTran, or when
 /// the object is deleted; RollbackTran undoes them. An exception in between leaves them pending.
@@ -31,8 +31,8 @@ public:
   virtual int CreateQueue(unsigned long nMaxDepth, bool bFlag) = 0;
   virtual int DeleteQueue() = 0;
 
-  /// Puts one message. A priority below 0 means the queue's default; the expiry is in seconds and
-  /// 0 or less means never. The label is not used.
+  /// Puts one message. A priority below 0 means the queue's default; the expiry is in seconds and 0
+  /// or less means never. The label is not used.
   virtual int SendMsg(const UnicodeString& sText, int nPriority, long nExpiry,
                       const UnicodeString& sLabel) = 0;
   /// Takes the next message.

@@ -14,8 +14,8 @@ constexpr BXLONG OPEN_FOR_ALL =
     BXOO_INPUT_SHARED + BXOO_BROWSE + BXOO_OUTPUT + BXOO_FAIL_IF_QUIESCING;
 constexpr BXLONG OPEN_FOR_OUTPUT = BXOO_OUTPUT + BXOO_FAIL_IF_QUIESCING;
 
-// Connects to a manager (empty: the default one) with a handle that is not shared between
-// threads. The codes tell whether it worked.
+// Connects to a manager (empty: the default one) with a handle that is not shared between threads.
+// The codes tell whether it worked.
 void ConnectX_v(const UnicodeString& sManager, BXHCONN& nConnection, BXLONG& nCompletion,
                 BXLONG& nReason) {
   BXCNO obOptions = BXCNO_DEFAULT;

@@ -1,7 +1,7 @@
+#include "ferry/text/ss.h"
+
 #include <algorithm>
 #include <cctype>
-
-#include "ferry/text/ss.h"
 
 namespace {
 
@@ -9,7 +9,7 @@ char upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned 
 char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 
 // Returns how many bytes were looked at, all of them: callers count positions, not changes.
-template <class Keeps>
+template <typename Keeps>
 int replaceUnless(std::string& s, const std::string& replacement, Keeps keeps) {
   std::string result;
   result.reserve(s.size());

@@ -1,8 +1,8 @@
+#include "ferry/text/ss.h"
+
 #include <cstdio>
 #include <cstring>
 #include <memory>
-
-#include "ferry/text/ss.h"
 
 namespace SS {
 

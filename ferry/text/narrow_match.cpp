@@ -1,10 +1,10 @@
+#include "ferry/text/ss.h"
+#include "ferry/text/wild_match.h"
+
 #include <algorithm>
 #include <cctype>
 #include <iterator>
 #include <strings.h>
-
-#include "ferry/text/ss.h"
-#include "ferry/text/wild_match.h"
 
 namespace SS {
 

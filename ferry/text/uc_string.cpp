@@ -1,8 +1,8 @@
 #include "ferry/text/uc_string.h"
 
-#include <stdexcept>
-
 #include "ferry/text/ucss.h"
+
+#include <stdexcept>
 
 UCString& UCString::operator=(const UnicodeString& text) {
   UnicodeString::operator=(text);

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "ferry/text/unicode_string.h"
+
 #include <cstdarg>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "ferry/text/unicode_string.h"
 
 /// Makes UTF-8 the process's default code page, the one that narrow text is converted from and to.
 ///
@@ -20,8 +20,8 @@ void UseUTF8CodePage_v();
 ///
 /// Lengths, positions and indices are in UTF-16 code units, -1 means none. A character is a code
 /// point: no function tears a surrogate pair apart. Narrow text is in the process's default code
-/// page (UseUTF8CodePage_v). Nothing throws unless it says so, and nothing is shared between
-/// calls, so different strings can be worked on by different threads.
+/// page (UseUTF8CodePage_v). Nothing throws unless it says so, and nothing is shared between calls,
+/// so different strings can be worked on by different threads.
 namespace UCSS {
 
 // ---- Trimming and filtering: the string is changed in place ----
@@ -38,8 +38,8 @@ UnicodeString& RStrip(UnicodeString& s, UChar c);
 /// Removes every c; returns how many there were.
 int32_t Remove(UnicodeString& s, UChar c);
 
-/// Erase every character that is not alphanumeric (a digit), or replace it by the whole
-/// replacement unless that is empty; return how many characters were not.
+/// Erase every character that is not alphanumeric (a digit), or replace it by the whole replacement
+/// unless that is empty; return how many characters were not.
 int32_t RemoveNonAlphaNumeric(UnicodeString& s, const UnicodeString& replacement);
 int32_t RemoveNonAlphaNumericWithPreserveChars(UnicodeString& s, const UnicodeString& replacement,
                                                const UnicodeString& keep);

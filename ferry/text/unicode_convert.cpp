@@ -1,3 +1,5 @@
+#include "ferry/text/ucss.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -6,15 +8,13 @@
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
-#include "ferry/text/ucss.h"
-
 namespace {
 
 constexpr size_t kStackBuffer = 16384;
 
 // Converts into a stack buffer, or for long strings into a heap buffer that is twice what three
 // bytes a code unit need. convert(buffer, capacity) returns the length of the result.
-template <class Convert>
+template <typename Convert>
 std::string narrow(const UnicodeString& s, Convert convert) {
   if (s.isEmpty()) return {};
   size_t needed = static_cast<size_t>(s.length()) * 3 * 2;

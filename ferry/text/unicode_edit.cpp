@@ -14,7 +14,7 @@ bool isWhite(UChar c) { return c == 9 || c == 10 || c == 12 || c == 13 || c == 3
 
 // Copies what stays instead of editing in place, so that the cost does not grow with the square of
 // the length.
-template <class Keeps>
+template <typename Keeps>
 int32_t replaceUnless(UnicodeString& s, const UnicodeString& replacement, Keeps keeps) {
   UnicodeString result;
   int32_t changed = 0;

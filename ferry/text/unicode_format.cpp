@@ -1,12 +1,12 @@
+#include "ferry/text/ss.h"
+#include "ferry/text/ucss.h"
+
 #include <charconv>
 #include <memory>
 #include <new>
 #include <unicode/ustdio.h>
 #include <unicode/ustring.h>
 #include <utility>
-
-#include "ferry/text/ss.h"
-#include "ferry/text/ucss.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ bool isPlain(const UChar* format) {
   return true;
 }
 
-template <class Number>
+template <typename Number>
 void appendNumber(UnicodeString& out, Number value) {
   char digits[24];
   const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
@@ -138,7 +138,7 @@ UnicodeString formatByIcu(const UChar* format, va_list args) {
   return {heap.get(), length < 0 ? 0 : length};
 }
 
-template <class Number>
+template <typename Number>
 UnicodeString printed(const char* format, Number value) {
   std::string text;
   SS::ssprintf(text, format, value);

@@ -1,14 +1,14 @@
+#include "ferry/text/ucss.h"
+
 #include <cstdlib>
 #include <locale.h>
 #include <unicode/uchar.h>
 #include <unicode/utf16.h>
 
-#include "ferry/text/ucss.h"
-
 namespace {
 
 // Scans digits as the header says. Unsigned arithmetic makes the wrap-around defined.
-template <class Unsigned>
+template <typename Unsigned>
 Unsigned scanNumber(const UnicodeString& s, bool allowMinus) {
   Unsigned value = 0;
   bool negative = false;

@@ -14,8 +14,8 @@ inline const UnicodeString UCS_LESS_THAN(true, u"<", 1);
 inline const UnicodeString UCS_GREATER_THAN(true, u">", 1);
 inline const UnicodeString UCS_NULL_STR(true, u"", 0);
 
-/// A copy with text of its own. A plain copy shares its text with the original until
-/// one of them changes; strings that stay with several threads take no part in that.
+/// A copy with text of its own. A plain copy shares its text with the original until one of them
+/// changes; strings that stay with several threads take no part in that.
 inline UnicodeString OwnCopy_s(const UnicodeString& s) {
   return UnicodeString(s.getBuffer(), s.length());
 }

@@ -4,7 +4,7 @@
 
 /// The matcher behind SS::WildMatch and UCSS::WildMatch. equal compares a pattern character that is
 /// no wildcard with a text character.
-template <class Char, class Equal>
+template <typename Char, typename Equal>
 int wildMatch(std::basic_string_view<Char> pattern, std::basic_string_view<Char> text,
               Equal equal) {
   bool wild = false;

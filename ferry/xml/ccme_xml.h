@@ -38,10 +38,9 @@ class CCMEXML;
 /// XML names. A document and its nodes are used by one thread at a time.
 ///
 /// Functions throw VRK_Exception (major error) for a name or an XPath expression that is none, and
-/// leave the document as it was. Among the latter are expressions that exceed a limit
-/// above, fail while they are evaluated or use a variable, a prefix or a function of
-/// stylesheets. The limits bound memory and stack, not time: what many nested steps select may take
-/// long to find.
+/// leave the document as it was. Among the latter are expressions that exceed a limit above, fail
+/// while they are evaluated or use a variable, a prefix or a function of stylesheets. The limits
+/// bound memory and stack, not time: what many nested steps select may take long to find.
 class CCMEXMLNode {
 public:
   /// Appends an empty child element, or one that holds text. Throws VRK_Exception beyond
@@ -89,8 +88,8 @@ XERCES_CPP_NAMESPACE_END
 
 class CXMLRuntime;
 
-/// An XML document of at most kMaxXmlDepth levels. It owns its nodes. Different
-/// documents may be used by different threads at once.
+/// An XML document of at most kMaxXmlDepth levels. It owns its nodes. Different documents may be
+/// used by different threads at once.
 class CCMEXML {
 public:
   /// A document with an empty root element. Throws VRK_Exception when the name is no XML name.

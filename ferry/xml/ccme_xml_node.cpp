@@ -1,9 +1,8 @@
-
-#include <xercesc/dom/DOM.hpp>
-
 #include "ferry/xml/ccme_xml.h"
 #include "ferry/xml/xml_library.h"
 #include "ferry/xml/xpath_evaluator.h"
+
+#include <xercesc/dom/DOM.hpp>
 
 namespace {
 

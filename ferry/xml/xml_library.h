@@ -32,7 +32,7 @@ inline VRK_Exception xmlError(const char* function, const UnicodeString& text) {
 }
 
 /// Runs body and turns what the XML libraries throw into the program's own exception.
-template <class Body>
+template <typename Body>
 auto guardXml(const char* function, Body body) {
   try {
     return body();

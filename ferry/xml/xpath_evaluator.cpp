@@ -1,5 +1,8 @@
 #include "ferry/xml/xpath_evaluator.h"
 
+#include "ferry/xml/ccme_xml.h"
+#include "ferry/xml/xml_library.h"
+
 #include <cmath>
 #include <xalanc/XPath/ElementPrefixResolverProxy.hpp>
 #include <xalanc/XPath/NodeRefListBase.hpp>
@@ -13,9 +16,6 @@
 #include <xalanc/XPath/XalanXPathException.hpp>
 #include <xalanc/XercesParserLiaison/XercesDocumentWrapper.hpp>
 #include <xercesc/dom/DOMDocument.hpp>
-
-#include "ferry/xml/ccme_xml.h"
-#include "ferry/xml/xml_library.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ private:
 };
 
 // The libraries' own classes print a problem to standard error before they throw it.
-template <class Base>
+template <typename Base>
 class Quiet : public Base {
 public:
   using typename Base::eClassification;

@@ -1,10 +1,9 @@
+#include "ferry/xml/ccme_xml.h"
+#include "ferry/xml/xml_library.h"
 #include "ferry/xml/xpath_evaluator.h"
 
 #include <unicode/uchar.h>
 #include <vector>
-
-#include "ferry/xml/ccme_xml.h"
-#include "ferry/xml/xml_library.h"
 
 namespace {
 
