@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::array<const UChar*, 3> kTypeWords{u"STRING", u"INTEGER", u"BOOLEAN"};
+const std::array<const UChar*, 3> TYPE_WORDS{u"STRING", u"INTEGER", u"BOOLEAN"};
 
 bool IsYes_b(std::string_view s) { return s == "Y" || s == "y"; }
 
@@ -32,12 +32,12 @@ UnicodeString CCMEParameter::getKey(const UnicodeString& sGroup, const UnicodeSt
 
 UnicodeString CCMEParameter::typeWord(int nType) {
   const auto n = static_cast<size_t>(nType);
-  return n < kTypeWords.size() ? kTypeWords[n] : u"UNKNOWN TYPE";
+  return n < TYPE_WORDS.size() ? TYPE_WORDS[n] : u"UNKNOWN TYPE";
 }
 
 int CCMEParameter::typeOf(const UnicodeString& sWord) {
   for (int nType : {INTEGER, BOOLEAN})
-    if (sWord.caseCompare(kTypeWords[nType], -1, U_FOLD_CASE_DEFAULT) == 0) return nType;
+    if (sWord.caseCompare(TYPE_WORDS[nType], -1, U_FOLD_CASE_DEFAULT) == 0) return nType;
   return STRING;
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kLineBuffer = 1500; // a longer line is read as several
+constexpr int LINE_BUFFER = 1500; // a longer line is read as several
 
 VRK_Exception Failure_ob(const UChar* pId, const UChar* pTemplate, const std::string& sFile) {
   return VRK_Exception("", KELErrorMessage(pId, pTemplate, {UnicodeString(sFile.c_str())}), 0,
@@ -29,7 +29,7 @@ public:
     m_sRest.clear();
     if (m_bFirst && sBytes.starts_with("\xEF\xBB\xBF")) sBytes.erase(0, 3);
     m_bFirst = false;
-    if (m_bUTF8 && std::strlen(pPiece) == kLineBuffer - 1) HoldBack_v(sBytes);
+    if (m_bUTF8 && std::strlen(pPiece) == LINE_BUFFER - 1) HoldBack_v(sBytes);
     return UnicodeString(sBytes.data(), static_cast<int32_t>(sBytes.size()));
   }
 
@@ -54,7 +54,7 @@ void CCMEParameterINIStore::read() {
   if (!pobFile) throw Failure_ob(u"9113E", u"Failed to open ini file for reading [{0}]", m_sFile);
   CLineDecoder obDecoder;
   UnicodeString sSection;
-  char aPiece[kLineBuffer];
+  char aPiece[LINE_BUFFER];
   while (std::fgets(aPiece, sizeof aPiece, pobFile.get()))
     readLine(UCString(obDecoder.Decode_s(aPiece)).trim(), sSection);
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr UChar kActiveGroup[] = u"*";
+constexpr UChar ACTIVE_GROUP[] = u"*";
 
 } // namespace
 
@@ -32,7 +32,7 @@ bool CCMEParameterStore::hasSection(const UnicodeString& sSection) const {
 
 void CCMEParameterStore::declare(const char* const* row) {
   CCMEParameter obParameter(row);
-  if (obParameter.m_sGroup == kActiveGroup) obParameter.m_sGroup = m_sActiveGroup;
+  if (obParameter.m_sGroup == ACTIVE_GROUP) obParameter.m_sGroup = m_sActiveGroup;
   m_obParameters.insert_or_assign(key(obParameter.m_sGroup, obParameter.m_sName), obParameter);
 }
 
@@ -44,7 +44,7 @@ void CCMEParameterStore::setFound(const UnicodeString& sGroup, const UnicodeStri
 
 const CCMEParameter* CCMEParameterStore::find(const UnicodeString& sGroup,
                                               const UnicodeString& sName) const {
-  const auto it = m_obParameters.find(key(sGroup == kActiveGroup ? m_sActiveGroup : sGroup, sName));
+  const auto it = m_obParameters.find(key(sGroup == ACTIVE_GROUP ? m_sActiveGroup : sGroup, sName));
   return it == m_obParameters.end() ? nullptr : &it->second;
 }
 

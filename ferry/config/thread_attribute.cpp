@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t kLeastStack = 2 * 1024 * 1024;
+constexpr size_t LEAST_STACK = 2 * 1024 * 1024;
 
 } // namespace
 
@@ -27,7 +27,7 @@ bool CThreadAttribute::setStackSize(size_t nBytes) {
 }
 
 void setupThread(CThreadAttribute& thread) {
-  if (thread.stackSize() < kLeastStack && !thread.setStackSize(kLeastStack)) return;
+  if (thread.stackSize() < LEAST_STACK && !thread.setStackSize(LEAST_STACK)) return;
   CLogger::TryLog_b(CSeverity::DBUG, u"Thread Stack Size [%u]",
                     static_cast<unsigned>(thread.stackSize()));
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int64_t kCheckInterval = 60000; // milliseconds
+constexpr int64_t CHECK_INTERVAL = 60000; // milliseconds
 
 // A parameter as 32 bits, which a large value wraps around.
 uint32_t Number_n(const URIUC& obDestination, const UnicodeString& sName, uint32_t nDefault) {
@@ -58,7 +58,7 @@ void CFileWriter::Start_v(const URIUC& obDestination) {
 void CFileWriter::ReadParameters_v(const URIUC& obDestination) {
   const UnicodeString* pStyle = obDestination.FindQuery_pob(u"style");
   m_bBare = pStyle && *pStyle == u"bare";
-  m_nKeep = Number_n(obDestination, u"keep", kKeepAll);
+  m_nKeep = Number_n(obDestination, u"keep", KEEP_ALL);
   m_nRotateSize = Number_n(obDestination, u"rotateSize", 0) * 1024;
   m_nRotateAge = Number_n(obDestination, u"rotateAge", 0) * 3600;
   m_bRotate = m_nRotateSize != 0 || m_nRotateAge != 0;
@@ -106,7 +106,7 @@ void CFileWriter::Close_v() {
 void CFileWriter::RotateIfGrown_v() {
   if (!m_bRotate) return;
   const int64_t nNow = CLogSystem::Get_rob().Now_n();
-  if (nNow - m_nLastCheck <= kCheckInterval) return;
+  if (nNow - m_nLastCheck <= CHECK_INTERVAL) return;
   m_nLastCheck = nNow;
   if (!HasGrown_b()) return;
   Close_v();
@@ -140,7 +140,7 @@ void CFileWriter::DoRotate_v(const UnicodeString& sPath, unsigned nKeep) {
     return;
   }
   uint32_t nTop = CountCopies_n(sFile);
-  if (nKeep != kKeepAll) nTop = std::min(nTop, nKeep - 1);
+  if (nKeep != KEEP_ALL) nTop = std::min(nTop, nKeep - 1);
   obSystem.Unlink_n(CopyName_s(sFile, nTop));
   for (uint32_t n = nTop; n > 0; --n)
     obSystem.Rename_n(CopyName_s(sFile, n - 1), CopyName_s(sFile, n));

@@ -19,7 +19,7 @@
 /// writers of one path do not know of each other.
 class CFileWriter : public CLogWriter {
 public:
-  static constexpr uint32_t kKeepAll = 0xFFFFFFFF;
+  static constexpr uint32_t KEEP_ALL = 0xFFFFFFFF;
 
   CFileWriter() = default;
   ~CFileWriter() override;
@@ -45,7 +45,7 @@ private:
   int64_t m_nLastCheck = 0; // milliseconds
   bool m_bRotate = false;
   bool m_bBare = false;
-  uint32_t m_nKeep = kKeepAll;
+  uint32_t m_nKeep = KEEP_ALL;
   uint32_t m_nRotateSize = 0; // bytes, 0 for no limit
   uint32_t m_nRotateAge = 0;  // seconds
 };

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr UChar kDefaultConfig[] = u"console://stdout *.!DBUG";
+constexpr UChar DEFAULT_CONFIG[] = u"console://stdout *.!DBUG";
 
 // The calling thread as log lines tell it, 32 bits of its identifier.
 unsigned ThreadNumber_n() { return static_cast<unsigned>(::pthread_self()); }
@@ -80,7 +80,7 @@ void CLogger::DefaultConfig_v() {
   RegisterFactory_v(u"console", &CConsoleWriterFactory::Instance_rob());
   RegisterFactory_v(u"system", &CConsoleWriterFactory::Instance_rob());
   RegisterFactory_v(u"file", &CFileWriterFactory::Instance_rob());
-  LoadConfig_b(kDefaultConfig);
+  LoadConfig_b(DEFAULT_CONFIG);
 }
 
 void CLogger::RegisterSeverity_v(const UChar* pName, unsigned nValue) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr UChar kCategory[] = u"logger";
+constexpr UChar CATEGORY[] = u"logger";
 
 // The reports of those that could not be started.
 std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
@@ -19,7 +19,7 @@ std::vector<CMsg> StartWriters_ob(CLogTables& obTables) {
       pobWriter->Start_v(obDestination);
     } catch (...) {
       UnicodeString sText = obDestination.Text_rob();
-      obFailures.emplace_back(kCategory, CSeverity::ERR)
+      obFailures.emplace_back(CATEGORY, CSeverity::ERR)
           .AddLine_rob(u"Failed to start log writer [%S]: %s", sText.getTerminatedBuffer(),
                        VRKLog_Exception::Caught_ob().what());
     }
@@ -147,7 +147,7 @@ bool CLogger::ReloadConfig_b() {
 }
 
 void CLogger::Report_v(unsigned nSeverity, const UChar* pFormat, ...) {
-  CMsg obMsg(kCategory, nSeverity);
+  CMsg obMsg(CATEGORY, nSeverity);
   va_list args;
   va_start(args, pFormat);
   obMsg.VAddLine_rob(pFormat, args);

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int64_t kCheckInterval = 60000; // milliseconds
+constexpr int64_t CHECK_INTERVAL = 60000; // milliseconds
 
 std::optional<int64_t> FileTime_n(const UnicodeString& sFile) {
   struct stat obStat {};
@@ -81,7 +81,7 @@ void CLogger::WatchFile_v(const CMsg& obMsg) {
 bool CLogger::TimeToLook_b(const CMsg& obMsg) {
   if (!obMsg.Time_n()) obMsg.SetTime_v(CLogSystem::Get_rob().Now_n());
   int64_t nLast = m_nLastCheck;
-  while (obMsg.Time_n() - nLast > kCheckInterval)
+  while (obMsg.Time_n() - nLast > CHECK_INTERVAL)
     if (m_nLastCheck.compare_exchange_weak(nLast, obMsg.Time_n())) return true;
   return false;
 }

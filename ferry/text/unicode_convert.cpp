@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kStackBuffer = 16384;
+constexpr size_t STACK_BUFFER = 16384;
 
 // Converts into a stack buffer, or for long strings into a heap buffer that is twice what three
 // bytes a code unit need. convert(buffer, capacity) returns the length of the result.
@@ -18,9 +18,9 @@ template <typename Convert>
 std::string narrow(const UnicodeString& s, Convert convert) {
   if (s.isEmpty()) return {};
   size_t needed = static_cast<size_t>(s.length()) * 3 * 2;
-  if (needed <= kStackBuffer) {
-    char buffer[kStackBuffer];
-    int32_t length = convert(buffer, static_cast<int32_t>(kStackBuffer));
+  if (needed <= STACK_BUFFER) {
+    char buffer[STACK_BUFFER];
+    int32_t length = convert(buffer, static_cast<int32_t>(STACK_BUFFER));
     return {buffer, static_cast<size_t>(length)};
   }
   needed = std::min<size_t>(needed, std::numeric_limits<int32_t>::max());
@@ -69,7 +69,7 @@ void dcpToUCS(UnicodeString& s, std::string_view text) {
     if (s.isBogus()) throw std::bad_alloc();
     return;
   }
-  constexpr UChar32 kReplacement = 0xFFFD;
+  constexpr UChar32 REPLACEMENT = 0xFFFD;
   UErrorCode status = U_ZERO_ERROR;
   int32_t units = 0;
   if (s.isBogus()) s.remove();
@@ -78,8 +78,8 @@ void dcpToUCS(UnicodeString& s, std::string_view text) {
   if (widenASCII(text, buffer)) {
     units = length;
   } else {
-    u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, kReplacement,
-                         nullptr, &status);
+    u_strFromUTF8WithSub(buffer, s.getCapacity(), &units, text.data(), length, REPLACEMENT, nullptr,
+                         &status);
   }
   s.releaseBuffer(U_SUCCESS(status) ? units : 0);
   if (U_FAILURE(status)) throw std::bad_alloc();

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int32_t kFirstBuffer = 1024;
+constexpr int32_t FIRST_BUFFER = 1024;
 
 struct Conversion {
   int longs = 0;
@@ -124,8 +124,8 @@ int32_t formatInto(UChar* buffer, int32_t capacity, const UChar* format, va_list
 // ICU tells the full length or just the capacity of what does not fit: a result that fills the
 // buffer is one that may have been cut.
 UnicodeString formatByIcu(const UChar* format, va_list args) {
-  UChar stack[kFirstBuffer];
-  int32_t capacity = kFirstBuffer;
+  UChar stack[FIRST_BUFFER];
+  int32_t capacity = FIRST_BUFFER;
   int32_t length = formatInto(stack, capacity, format, args);
   if (length < capacity) return {stack, length < 0 ? 0 : length};
   std::unique_ptr<UChar[]> heap;

@@ -16,7 +16,7 @@ static_assert(std::is_same_v<XMLCh, UChar>);
 
 namespace {
 
-const XMLCh* const kNativeUtf16 = U_IS_BIG_ENDIAN ? u"UTF-16BE" : u"UTF-16LE";
+const XMLCh* const NATIVE_UTF16 = U_IS_BIG_ENDIAN ? u"UTF-16BE" : u"UTF-16LE";
 
 [[noreturn]] void refuse(const UnicodeString& text) { throw xmlError("parseDocument", text); }
 
@@ -72,7 +72,7 @@ public:
     // A reference to a parameter entity takes the mark back.
     if (!getScanner()->getHasNoDTD()) refuse(u"Parameter entities are not supported");
     m_obLimits.setEntityExpansionLimit(
-        std::min(m_obLimits.getEntityExpansionLimit(), kMaxXmlExpansion / m_nLongest));
+        std::min(m_obLimits.getEntityExpansionLimit(), MAX_XML_EXPANSION / m_nLongest));
     getScanner()->setSecurityManager(&m_obLimits); // it has a copy of the limit
   }
 
@@ -84,7 +84,7 @@ public:
 
 protected:
   xercesc::DOMElement* createElement(const XMLCh* name) override {
-    if (++m_nDepth > kMaxXmlDepth) refuse(u"The document is nested too deeply");
+    if (++m_nDepth > MAX_XML_DEPTH) refuse(u"The document is nested too deeply");
     return XercesDOMParser::createElement(name);
   }
 
@@ -100,7 +100,7 @@ xercesc::DOMDocument* parseDocument(const UnicodeString& text) {
   if (xmlText(text) != text) refuse(u"The document holds characters that XML has not");
   xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.getBuffer()),
                                     static_cast<XMLSize_t>(text.length()) * sizeof(UChar), "text");
-  source.setEncoding(kNativeUtf16); // over whatever the declaration says
+  source.setEncoding(NATIVE_UTF16); // over whatever the declaration says
   BoundedParser parser;
   parser.parse(source);
   xercesc::DOMDocument* document = parser.adoptDocument();

@@ -13,18 +13,18 @@
 // are given well inside a thread's stack and a process's memory.
 
 /// Levels of elements in a document, the root being the first.
-constexpr int kMaxXmlDepth = 1000;
+constexpr int MAX_XML_DEPTH = 1000;
 /// Characters that a document's entities may expand to: the longest one's times all uses.
-constexpr std::size_t kMaxXmlExpansion = 1024 * 1024;
+constexpr std::size_t MAX_XML_EXPANSION = 1024 * 1024;
 /// Length of an XPath expression in characters (64 KiB).
-constexpr std::int32_t kMaxXPathLength = 32 * 1024;
+constexpr std::int32_t MAX_XPATH_LENGTH = 32 * 1024;
 /// Brackets and parentheses of an XPath expression that stand open at once.
-constexpr int kMaxXPathDepth = 1000;
+constexpr int MAX_XPATH_DEPTH = 1000;
 /// Steps and operators of an XPath expression.
-constexpr int kMaxXPathOperators = 4000;
+constexpr int MAX_XPATH_OPERATORS = 4000;
 /// Digits of a number that an XPath expression holds, and any number that it makes a value.
-constexpr int kMaxXPathDigits = 60;
-constexpr double kMaxXPathNumber = 1e60;
+constexpr int MAX_XPATH_DIGITS = 60;
+constexpr double MAX_XPATH_NUMBER = 1e60;
 
 XERCES_CPP_NAMESPACE_BEGIN
 class DOMElement;
@@ -44,7 +44,7 @@ class CCMEXML;
 class CCMEXMLNode {
 public:
   /// Appends an empty child element, or one that holds text. Throws VRK_Exception beyond
-  /// kMaxXmlDepth levels.
+  /// MAX_XML_DEPTH levels.
   CCMEXMLNode* addChild(const UnicodeString& name);
   CCMEXMLNode* addChild(const UnicodeString& name, const UnicodeString& text);
   void setAttribute(const UnicodeString& name, const UnicodeString& value);
@@ -67,7 +67,7 @@ public:
   /// The first of them, or null.
   CCMEXMLNode* selectNode(const UnicodeString& xpath) const;
   /// The expression's value as text, "" when it selects nothing. Numbers are at most
-  /// kMaxXPathNumber.
+  /// MAX_XPATH_NUMBER.
   UnicodeString evaluate(const UnicodeString& xpath) const;
 
   CCMEXMLNode(const CCMEXMLNode&) = delete;
@@ -88,7 +88,7 @@ XERCES_CPP_NAMESPACE_END
 
 class CXMLRuntime;
 
-/// An XML document of at most kMaxXmlDepth levels. It owns its nodes. Different documents may be
+/// An XML document of at most MAX_XML_DEPTH levels. It owns its nodes. Different documents may be
 /// used by different threads at once.
 class CCMEXML {
 public:
@@ -100,7 +100,7 @@ public:
   ///
   /// Throws VRK_Exception when the text is not well-formed, holds a character that XML has not, is
   /// nested too deeply, refers to an entity that it does not declare or might expand to more than
-  /// kMaxXmlExpansion characters, and when it has parameter entities or attribute list
+  /// MAX_XML_EXPANSION characters, and when it has parameter entities or attribute list
   /// declarations.
   static std::unique_ptr<CCMEXML> parse_pob(const UnicodeString& text);
   ~CCMEXML();

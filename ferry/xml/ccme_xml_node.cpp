@@ -36,7 +36,7 @@ void appendText(const xercesc::DOMNode& node, UnicodeString& text) {
 
 CCMEXMLNode* CCMEXMLNode::addChild(const UnicodeString& name) {
   return guardXml("CCMEXMLNode::addChild", [&] {
-    if (depthOf(m_obElement) > kMaxXmlDepth)
+    if (depthOf(m_obElement) > MAX_XML_DEPTH)
       throw xmlError("CCMEXMLNode::addChild", u"The document is nested too deeply");
     UnicodeString tag(wholeText(name));
     xercesc::DOMElement* child =

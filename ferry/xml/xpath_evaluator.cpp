@@ -83,7 +83,7 @@ public:
   using XObjectFactoryDefault::createNumber;
 
   const xalanc::XObjectPtr createNumber(double value) override {
-    if (std::isfinite(value) && std::fabs(value) > kMaxXPathNumber)
+    if (std::isfinite(value) && std::fabs(value) > MAX_XPATH_NUMBER)
       refuse(u"A number in the XPath expression is too large");
     return XObjectFactoryDefault::createNumber(value);
   }

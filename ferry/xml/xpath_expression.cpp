@@ -7,8 +7,8 @@
 
 namespace {
 
-const UnicodeString kOperators(u"/|+-*=<>");
-const UnicodeString kLength(u"string-length");
+const UnicodeString OPERATORS(u"/|+-*=<>");
+const UnicodeString LENGTH(u"string-length");
 
 [[noreturn]] void refuse(const UnicodeString& text) { throw xmlError("safeExpression", text); }
 
@@ -17,8 +17,7 @@ bool isSpace(UChar c) { return c == u' ' || c == u'\t' || c == u'\r' || c == u'\
 bool endsInLength(const UnicodeString& text) {
   int32_t end = text.length();
   while (end > 0 && isSpace(text.charAt(end - 1))) --end;
-  return end >= kLength.length() &&
-         !text.compare(end - kLength.length(), kLength.length(), kLength);
+  return end >= LENGTH.length() && !text.compare(end - LENGTH.length(), LENGTH.length(), LENGTH);
 }
 
 // Copies an expression and counts what makes the libraries recurse: a bracket until it is closed,
@@ -46,12 +45,12 @@ private:
       open(c);
     else if (c == u')' || c == u']')
       close();
-    else if (kOperators.indexOf(c) >= 0)
+    else if (OPERATORS.indexOf(c) >= 0)
       ++m_nOperators;
-    if (m_nBrackets > kMaxXPathDepth || m_nOperators > kMaxXPathOperators)
+    if (m_nBrackets > MAX_XPATH_DEPTH || m_nOperators > MAX_XPATH_OPERATORS)
       refuse(u"The XPath expression is nested too deeply");
     m_nDigits = u_isdigit(c) ? m_nDigits + 1 : 0;
-    if (m_nDigits > kMaxXPathDigits) refuse(u"A number in the XPath expression is too long");
+    if (m_nDigits > MAX_XPATH_DIGITS) refuse(u"A number in the XPath expression is too long");
   }
 
   void open(UChar c) {
@@ -86,7 +85,7 @@ private:
 } // namespace
 
 UnicodeString safeExpression(const UnicodeString& xpath) {
-  if (wholeText(xpath).length() > kMaxXPathLength) refuse(u"The XPath expression is too long");
+  if (wholeText(xpath).length() > MAX_XPATH_LENGTH) refuse(u"The XPath expression is too long");
   Copier copier;
   for (int32_t i = 0; i < xpath.length(); ++i) copier.copy(xpath.charAt(i));
   return copier.result();

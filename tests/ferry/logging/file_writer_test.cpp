@@ -100,10 +100,10 @@ TEST_F(FileWriterTest, KeepsSoManyCopies) {
   for (const char* copy : {"0", "1", "2"}) put(std::string(".") + copy, copy);
   EXPECT_THAT(rotate("a", 3), ElementsAre("-", "a", "0", "1", "-"));
   EXPECT_THAT(rotate("b", 0), ElementsAre("-", "a", "0", "1", "-"));
-  EXPECT_THAT(rotate("c", CFileWriter::kKeepAll), ElementsAre("-", "c", "a", "0", "1"));
+  EXPECT_THAT(rotate("c", CFileWriter::KEEP_ALL), ElementsAre("-", "c", "a", "0", "1"));
   EXPECT_THAT(rotate("d", 1), ElementsAre("-", "d", "a", "0", "1"));
   std::remove((m_path + ".1").c_str());
-  EXPECT_THAT(rotate("e", CFileWriter::kKeepAll), ElementsAre("-", "e", "d", "0", "1"));
+  EXPECT_THAT(rotate("e", CFileWriter::KEEP_ALL), ElementsAre("-", "e", "d", "0", "1"));
 }
 
 TEST_F(FileWriterTest, AgeAndNonsenseRotateNothing) {

@@ -84,11 +84,11 @@ TEST(XmlDocument, EntitiesAreExpandedUpToALimit) {
 
 TEST(XmlDocument, DepthIsLimited) {
   auto nested = [](int n) { return repeated(u"<a>", n) + u"t" + repeated(u"</a>", n); };
-  auto document = CCMEXML::parse_pob(nested(kMaxXmlDepth));
+  auto document = CCMEXML::parse_pob(nested(MAX_XML_DEPTH));
   EXPECT_EQ(u"t", document->getRoot()->getText());
-  EXPECT_EQ(nested(kMaxXmlDepth), document->dump());
+  EXPECT_EQ(nested(MAX_XML_DEPTH), document->dump());
   EXPECT_EQ(u"1000", document->getRoot()->evaluate(u"count(//a)"));
-  EXPECT_THROW(CCMEXML::parse_pob(nested(kMaxXmlDepth + 1)), VRK_Exception);
+  EXPECT_THROW(CCMEXML::parse_pob(nested(MAX_XML_DEPTH + 1)), VRK_Exception);
   CCMEXMLNode* deepest = document->getRoot()->selectNode(u"//a[not(a)]");
   EXPECT_THROW(deepest->addChild(u"a"), VRK_Exception);
   EXPECT_NO_THROW(document->getRoot()->selectNode(u"//a[a[not(a)]]")->addChild(u"a"));
@@ -150,14 +150,14 @@ TEST(XPath, LimitsKeepExpressionsWithinTheStack) {
     UnicodeString before, inner, after;
     int limit;
   };
-  for (const Case& c :
-       {Case{u"self::*[", u".", u"]", kMaxXPathDepth}, Case{u"string(", u"a", u")", kMaxXPathDepth},
-        Case{u"./", u"a", u"", kMaxXPathOperators}}) {
+  for (const Case& c : {Case{u"self::*[", u".", u"]", MAX_XPATH_DEPTH},
+                        Case{u"string(", u"a", u")", MAX_XPATH_DEPTH},
+                        Case{u"./", u"a", u"", MAX_XPATH_OPERATORS}}) {
     EXPECT_EQ(u"(", value(repeated(c.before, c.limit) + c.inner + repeated(c.after, c.limit)));
     int more = c.limit + 1;
     EXPECT_EQ(u"error", value(repeated(c.before, more) + c.inner + repeated(c.after, more)));
   }
-  EXPECT_EQ(u"error", value(u"'" + repeated(u"x", kMaxXPathLength) + u"'"));
+  EXPECT_EQ(u"error", value(u"'" + repeated(u"x", MAX_XPATH_LENGTH) + u"'"));
   for (UnicodeString large : {u"V", u"number('V')", u"string-length (number('V'))"})
     EXPECT_EQ(u"error", value(large.findAndReplace(u"V", u"1" + repeated(u"0", 100)))) << large;
   EXPECT_EQ(u"2,1,1", value(u"concat(string-length( 6*7 ),',',string-length(a[string-length()=1])"
