@@ -74,8 +74,9 @@ private:
   uint64_t m_nDone = 0; // where the last line that was dealt with ends
 };
 
-/// Whether a record passes a filter; everything passes an empty one.
+/// Whether a record holds a filter's text; everything passes an empty filter, nothing a bogus one.
 bool Passes_b(const UnicodeString& sRecord, const UnicodeString& sGrep);
 
-/// Sends a record; throws VRK_Exception where the queue only tells that it did not.
+/// Sends a record in the queue's unit of work; priority and expiry are as in CCMEBX::SendMsg.
+/// Throws VRK_Exception where the queue only tells that it did not.
 void SendRecord_v(CCMEBX& obQueue, const UnicodeString& sRecord, long nPriority, long nExpire);

@@ -36,7 +36,8 @@ public:
   const std::vector<UnicodeString>& getParameters() const { return m_aParameters; }
 
   // The XML form. These live in the ferry_xml library, so that a program that reports no errors as
-  // XML documents does not load what they need.
+  // XML documents does not load what they need. Nodes belong to their document. Throw VRK_Exception
+  // as CCMEXMLNode does.
 
   /// Writes the record into node, unless its identifier is empty; returns node.
   CCMEXMLNode* writeXML(CCMEXMLNode* node) const;

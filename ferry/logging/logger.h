@@ -61,11 +61,12 @@ public:
   /// Enters the factory for a scheme. The factory is not owned; it must outlive the logger.
   void RegisterFactory_v(const UChar* pScheme, CLogWriterFactory* pobFactory);
 
+  /// Puts a configuration into force; false, and the old one stays, when any of it is wrong.
   bool LoadConfig_b(const UnicodeString& sText);
   /// Loads the file and watches it: when its modification time changes it is loaded again, looked
   /// at no more than once a minute and only when a message is logged.
   bool LoadConfigFile_b(const UChar* pPath);
-  /// Loads again what was loaded last, file or text.
+  /// Loads again what was loaded last, file or text; true when there is nothing.
   bool ReloadConfig_b();
   /// A filter mask and the category it holds for; an empty category means all.
   using Filter = std::pair<UnicodeString, unsigned>;
@@ -91,6 +92,7 @@ public:
   static bool TryLog_b(const UnicodeString& sCategory, unsigned nSeverity, const UChar* pFormat,
                        ...) noexcept;
 
+  /// Null while there is none.
   static std::atomic<CLogger*> pobGlobalLogger;
 
 private:

@@ -22,8 +22,11 @@ public:
   CCMEBX& operator=(const CCMEBX&) = delete;
   virtual ~CCMEBX() = default;
 
+  /// Opens the queue; one of another manager for output only.
   virtual int Open(QTYPE nType) = 0;
+  /// Always 0, also when it is not open.
   virtual int Close() = 0;
+  /// Does nothing, as ReOpenQueue.
   virtual int ChangeAccess(QTYPE nType) = 0;
 
   /// Defines the queue as a local one with a maximum depth; deletes it with all that is on it. A
@@ -44,12 +47,16 @@ public:
   virtual int PeekMsg(std::string& sText, long nWait) = 0;
   /// Removes the message last peeked at, at once; peeking starts again from the first.
   virtual int DeleteMessage() = 0;
+  /// The next peek starts from the first.
   virtual void ResetCursor() = 0;
 
-  /// Undoes what is pending, so that a new unit of work starts.
+  /// Undoes what is pending, so that a new unit of work starts. Always 0.
   virtual int BeginTran() = 0;
+  /// -1 when it failed, which is not logged.
   virtual int RollbackTran() = 0;
+  /// -1 when it failed, which is logged and never thrown; see IsCommitUnknown.
   virtual int CommitTran() = 0;
+  /// Always true; the flag means nothing.
   virtual bool IsTransactional(bool bFlag) = 0;
 
   /// Both are the queue's name.
@@ -73,16 +80,18 @@ public:
 /// loaded; all but QStatus also when the manager cannot be connected to.
 namespace BXF {
 
-/// Names the queue protocol.
+/// Names the queue protocol; nothing guards it.
 extern UnicodeString bxProtocol;
 
 /// A connected queue, not yet opened. The caller owns it.
 CCMEBX* CreateBX(UnicodeString sPath, UnicodeString sManager);
 
+/// Whether the queue can be opened for output, over a connection of its own.
 bool QExists(const UnicodeString& sPath, const UnicodeString& sManager);
 
 /// Fills sOut with the queue's status or the reason why there is none. The result does not tell
-/// which: it is false after a status and true after a failed inquiry.
+/// which: it is false after a status and true after a failed inquiry. Its connection stays until
+/// the process ends, except where there is no command server.
 bool QStatus(UnicodeString& sOut, const UChar* pPath, const UChar* pManager);
 
 /// Creates the queue with room for 500,000 messages. The flag is ignored. True means that the

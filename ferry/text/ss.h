@@ -5,14 +5,16 @@
 #include <vector>
 
 /// Helpers over narrow strings. Characters are bytes, classified and case-mapped by the C library's
-/// locale. Strings taken by reference are changed in place. Nothing fails other than by its result.
+/// locale. Strings taken by reference are changed in place. Nothing fails other than by its result,
+/// and nothing is shared between calls: different strings can be worked on by different threads.
 namespace SS {
 
-/// Copies at most n - 1 bytes and always terminates within n; n of 0 copies nothing.
+/// Copies at most n - 1 bytes and always terminates within n; n of 0 or less copies nothing.
 char* strncpy(char* dst, const char* src, int n);
 /// out = the first n bytes of src, fewer when src ends before.
 void sstrncpy(std::string& out, const char* src, int n);
 
+/// Whether two bytes, or two strings, are equal but for case. Strings are compared up to a NUL.
 bool nocase_compare(char a, char b);
 bool CompareNoCase(const std::string& a, const std::string& b);
 /// 1 equal, -1 matched by way of a wildcard, 0 no match. '*' is any run, '_' one byte.

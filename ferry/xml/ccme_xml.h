@@ -107,10 +107,12 @@ public:
   CCMEXML(const CCMEXML&) = delete;
   CCMEXML& operator=(const CCMEXML&) = delete;
 
+  /// Never null.
   CCMEXMLNode* getRoot();
 
   /// The document, or one element of it, as text: no XML declaration, so that it is right in
-  /// whatever encoding the text is then stored in, and no white space added.
+  /// whatever encoding the text is then stored in, and no white space added. Throws VRK_Exception
+  /// when it cannot be written.
   UnicodeString dump() const;
   UnicodeString dump(const CCMEXMLNode* node) const;
 
