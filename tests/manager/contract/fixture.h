@@ -1,13 +1,26 @@
 #pragma once
 
 #include "tests/manager/contract/binding.h"
-#include "tests/manager/contract/other.h"
 #include "tests/manager/contract/vocabulary.h"
+#include "tests/manager/faults/peer.h"
 
+#include <csignal>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace contract {
+
+/// Another process that works on the same managers, by the same library.
+class Other : public faults::Peer {
+public:
+  explicit Other(const Binding& binding)
+      : Peer(std::getenv("BXM_HOME"), {{"LD_PRELOAD", binding.client}}) {}
+  void kill() {
+    signal(SIGKILL);
+    waitForDeath();
+  }
+};
 
 /// An empty home, and a connection to its default manager where a scenario begins.
 class Contract : public testing::TestWithParam<Binding> {
@@ -15,7 +28,12 @@ protected:
   Contract() : api(apiOf(GetParam())), home(GetParam().makeHome()) {}
 
   Connection connect(const std::string& manager = "") const { return Connection(api, manager); }
-  Other other() const { return Other(GetParam()); }
+  /// One that is connected to the default manager.
+  std::unique_ptr<Other> other() const {
+    auto made = std::make_unique<Other>(GetParam());
+    made->words("connect");
+    return made;
+  }
 
   const Api& api;
   const std::unique_ptr<Home> home;

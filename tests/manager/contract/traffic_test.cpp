@@ -1,20 +1,12 @@
 #include "tests/manager/contract/fixture.h"
 
 #include <atomic>
-#include <fstream>
 #include <set>
 #include <thread>
 
 namespace contract {
 
 namespace {
-
-std::vector<std::string> linesOf(const std::string& file) {
-  std::vector<std::string> lines;
-  std::ifstream in(file);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
 
 /// True when what one writer wrote is in the order in which it wrote.
 bool inOrder(const std::vector<std::string>& lines, const std::string& stem) {
@@ -32,35 +24,6 @@ bool inOrder(const std::vector<std::string>& lines, const std::string& stem) {
 
 class Traffic : public OnQueue {};
 FOR_EVERY_BINDING(Traffic);
-
-TEST_P(Traffic, TwoReadersAndTwoWritersMoveEveryRecordOnceAndInOrder) {
-  constexpr int kEach = 4000;
-  const support::TempFolder folder;
-  ASSERT_EQ(mine.createQueue("T", {{BXIA_MAX_DEPTH, 100'000}}), kOk);
-  Other readerA = other(), readerB = other(), writerA = other(), writerB = other();
-  readerA.send("read T " + (folder / "a") + " 0");
-  readerB.send("read T " + (folder / "b") + " 7");
-  writerA.send("write T x " + std::to_string(kEach) + " 100");
-  writerB.send("write T y " + std::to_string(kEach) + " 13");
-  EXPECT_EQ(writerA.receive(), "0 0 " + std::to_string(kEach));
-  EXPECT_EQ(writerB.receive(), "0 0 " + std::to_string(kEach));
-  const Queue t = mine.open("T");
-  ASSERT_EQ(t.put("end"), kOk);
-  ASSERT_EQ(t.put("end"), kOk);
-  EXPECT_EQ(readerA.receive(), "0 0");
-  EXPECT_EQ(readerB.receive(), "0 0");
-
-  const auto a = linesOf(folder / "a"), b = linesOf(folder / "b");
-  for (const char* stem : {"x", "y"}) {
-    EXPECT_TRUE(inOrder(a, stem)) << stem;
-    EXPECT_TRUE(inOrder(b, stem)) << stem;
-  }
-  std::set<std::string> all(a.begin(), a.end());
-  all.insert(b.begin(), b.end());
-  EXPECT_EQ(all.size(), a.size() + b.size()) << "none twice";
-  EXPECT_EQ(all.size(), 2U * kEach) << "none lost";
-  EXPECT_EQ(mine.depth("T"), 0);
-}
 
 TEST_P(Traffic, ThreadsWithTheirOwnConnectionsMoveEveryRecordOnce) {
   constexpr int kEach = 500;

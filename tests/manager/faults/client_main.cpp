@@ -34,14 +34,15 @@ public:
 
 private:
   Codes run(const std::string& verb, std::istringstream& in) {
-    if (verb == "connect") return m_connection.connect();
     if (verb == "disconnect") return m_connection.disconnect();
     if (verb == "commit") return m_connection.commit();
     if (verb == "backout") return m_connection.backout();
     std::string queue;
     in >> queue;
+    if (verb == "connect") return m_connection.connect(queue); // a manager, or none
     if (verb == "put" || verb == "sput" || verb == "eput") return put(verb, queue, in);
     if (verb == "sputn") return putMany(queue, in);
+    if (verb == "sgetn") return getMany(queue, in);
     if (verb == "get" || verb == "sget") return get(verb == "sget", queue, in);
     if (verb == "browse") return browse(queue);
     return administer(verb, queue, in);
@@ -62,6 +63,15 @@ private:
     Codes codes;
     for (int i = 0; i < count && codes.good(); ++i)
       codes = m_connection.put(queue, stem + std::to_string(i) + size, {true, 0, BXEI_UNLIMITED});
+    return codes;
+  }
+
+  Codes getMany(const std::string& queue, std::istringstream& in) {
+    std::string name;
+    int count = 0;
+    in >> count;
+    Codes codes;
+    while (count-- > 0 && codes.good()) codes = m_connection.get(queue, true, 0, name);
     return codes;
   }
 
