@@ -78,7 +78,7 @@ TEST_P(Bags, StringsArePaddedOrCut) {
 
 TEST_P(Bags, WrongHandlesAreTold) {
   Connection mine = connect();
-  BXHBAG gone = bag.handle(), none = BXHB_UNUSABLE;
+  BXHBAG gone = bag.handle();
   EXPECT_EQ(remove(gone), kOk);
   BXLONG value = 0;
   for (const BXHBAG wrong : {gone, BXHBAG{0}, BXHBAG{BXHB_UNUSABLE}, BXHBAG{BXHB_NONE}}) {
@@ -87,9 +87,6 @@ TEST_P(Bags, WrongHandlesAreTold) {
     api.bxAddInteger(wrong, 1, 1, &codes.completion, &codes.reason);
     EXPECT_EQ(codes, failed(BXRC_HOBJ_ERROR));
   }
-  api.bxCreateBag(2, &none, &codes.completion, &codes.reason);
-  EXPECT_EQ(codes, failed(BXRC_OPTIONS_ERROR));
-  EXPECT_EQ(none, BXHB_UNUSABLE);
   Bag one(api), two(api);
   auto execute = [&](BXHCONN connection, BXHBAG command, BXHBAG response) {
     api.bxExecute(connection, BXCMD_INQUIRE_QUEUE, BXHB_NONE, command, response, BXHO_NONE,

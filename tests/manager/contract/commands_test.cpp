@@ -77,6 +77,8 @@ TEST_P(Commands, InquiriesSayWhatIsWanted) {
   EXPECT_EQ(answer.texts.size(), 1U);
   EXPECT_EQ(refusal(BXCMD_INQUIRE_QUEUE, [](Bag& bag) { bag.add(BXCA_QUEUE_NAME, "Q").ask(99); }),
             BXRC_SELECTOR_ERROR);
+  EXPECT_EQ(refusal(BXCMD_INQUIRE_QUEUE, [](Bag& b) { b.add(BXCA_QUEUE_NAME, "Q").add(99, 1); }),
+            BXRC_SELECTOR_ERROR);
 }
 
 TEST_P(Commands, RefusalsTellTheirReason) {

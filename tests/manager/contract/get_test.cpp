@@ -58,7 +58,6 @@ TEST_P(Get, MatchOptionsSayWhichIdentifiersCount) {
   ASSERT_EQ(q.put("x", put), kOk);
   EXPECT_EQ(get(BXGMO_VERSION_2, BXMO_MATCH_MESSAGE_ID, wanted), failed(BXRC_NO_MESSAGE_AVAILABLE));
   EXPECT_EQ(get(BXGMO_VERSION_1, BXMO_NONE, wanted), failed(BXRC_NO_MESSAGE_AVAILABLE));
-  EXPECT_EQ(get(BXGMO_VERSION_2, 4, wanted), failed(BXRC_OPTIONS_ERROR));
   EXPECT_EQ(get(BXGMO_VERSION_2, BXMO_MATCH_CORRELATION_ID, wanted), kOk);
   ASSERT_EQ(q.put("x", put), kOk);
   EXPECT_EQ(get(BXGMO_VERSION_2, BXMO_NONE, wanted), kOk);
@@ -67,50 +66,20 @@ TEST_P(Get, MatchOptionsSayWhichIdentifiersCount) {
 TEST_P(Get, ExpiredMessagesAreGone) {
   ASSERT_EQ(q.put("short", {.expiry = 2}), kOk);
   ASSERT_EQ(q.put("long", {.expiry = 1000}), kOk);
+  ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 1}}), kOk);
+  const Queue full = mine.open("FULL");
+  ASSERT_EQ(full.put("short", {.expiry = 2}), kOk);
   const Message m = q.browseFirst();
   EXPECT_EQ(m.text, "short");
   EXPECT_GT(m.descriptor.expiry, 0);
   EXPECT_LE(m.descriptor.expiry, 2);
   std::this_thread::sleep_for(std::chrono::milliseconds(220));
+  EXPECT_EQ(full.put("in its place"), kOk);
   EXPECT_EQ(q.browseFirst().text, "long");
   EXPECT_LT(q.browseFirst().descriptor.expiry, 1000);
   EXPECT_EQ(q.get().text, "long");
   EXPECT_EQ(q.get().codes, failed(BXRC_NO_MESSAGE_AVAILABLE));
   EXPECT_EQ(mine.depth("Q"), 0);
-}
-
-TEST_P(Get, WrongArgumentsAreRefused) {
-  ASSERT_EQ(q.put("x"), kOk);
-  auto codesWith = [this](BXLONG options, BXLONG wait = 0) {
-    return q.get({.options = options, .wait = wait}).codes;
-  };
-  for (const BXLONG options :
-       {BXGMO_SYNCPOINT | BXGMO_NO_SYNCPOINT, BXGMO_BROWSE_FIRST | BXGMO_BROWSE_NEXT,
-        BXGMO_BROWSE_FIRST | BXGMO_SYNCPOINT, BXGMO_BROWSE_NEXT | BXGMO_MESSAGE_UNDER_CURSOR, 8,
-        -1})
-    EXPECT_EQ(codesWith(options), failed(BXRC_OPTIONS_ERROR)) << options;
-  EXPECT_EQ(codesWith(BXGMO_WAIT, -2), failed(BXRC_WAIT_INTERVAL_ERROR));
-  EXPECT_EQ(codesWith(BXGMO_FAIL_IF_QUIESCING | BXGMO_BROWSE_FIRST, -2), kOk)
-      << "without the wait option the interval is nothing";
-
-  BXMD descriptor = BXMD_DEFAULT;
-  BXGMO options = BXGMO_DEFAULT;
-  char buffer[8];
-  BXLONG length = 0;
-  Codes codes;
-  auto get = [&](BXMD* d, BXGMO* o, BXLONG room, char* b, BXLONG* l) {
-    api.BXGET(q.connection, q.object, d, o, room, b, l, &codes.completion, &codes.reason);
-    return codes;
-  };
-  EXPECT_EQ(get(&descriptor, &options, -1, buffer, &length), failed(BXRC_BUFFER_LENGTH_ERROR));
-  EXPECT_EQ(get(&descriptor, &options, 8, nullptr, &length), failed(BXRC_BUFFER_ERROR));
-  EXPECT_EQ(get(&descriptor, &options, 8, buffer, nullptr), failed(BXRC_DATA_LENGTH_ERROR));
-  options.version = 4;
-  EXPECT_EQ(get(&descriptor, &options, 8, buffer, &length), failed(BXRC_GMO_ERROR));
-  options.version = 1;
-  descriptor.version = 0;
-  EXPECT_EQ(get(&descriptor, &options, 8, buffer, &length), failed(BXRC_MD_ERROR));
-  EXPECT_EQ(q.get().text, "x") << "nothing was taken";
 }
 
 TEST_P(Get, AMessageTakenByOneIsNobodyElses) {

@@ -217,7 +217,8 @@ Codes Connection::createQueue(const std::string& queue,
 
 Codes Connection::deleteQueue(const std::string& queue, BXLONG purge) {
   Bag arguments(*m_api);
-  arguments.add(BXCA_QUEUE_NAME, queue).add(BXIA_PURGE, purge);
+  arguments.add(BXCA_QUEUE_NAME, queue);
+  if (purge != BXPO_NO) arguments.add(BXIA_PURGE, purge);
   const Answer answer = command(BXCMD_DELETE_QUEUE, arguments);
   return answer.codes == failed(BXRC_COMMAND_FAILED) ? answer.own : answer.codes;
 }
