@@ -1,6 +1,8 @@
 #include "tests/manager/store/manager_fixture.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <thread>
@@ -32,6 +34,8 @@ TEST_F(Lifetime, QueuesThatComeAndGoLeaveNothingBehind) {
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename().string();
     EXPECT_FALSE(name.starts_with("index-") || name.starts_with("queue-2")) << name;
+    EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(0077), std::filesystem::perms())
+        << name << " is its owner's alone, as the folder is";
   }
 }
 
@@ -87,6 +91,57 @@ TEST_F(Lifetime, ConnectionsSurviveTheEndOfOthers) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(takenForDead, 0);
   ::close(file);
+}
+
+/// Space that was given back is used again under those who have read it before.
+TEST_F(Lifetime, AFileMadeAnewIsNotTakenForTheOld) {
+  const auto stays = home->connect("M");
+  for (const char round : {'a', 'b'}) {
+    const auto session = home->connect("M");
+    for (int i = 0; i < 8; ++i)
+      put(*session, std::vector<std::string>(45, std::string(100'000, round)));
+    for (std::string text = take(*session); !text.empty(); text = take(*session))
+      ASSERT_EQ(text[0], round);
+  }
+}
+
+/// They are moved together, twice in the end, and keep their place before what came later.
+TEST_F(Lifetime, OldMessagesDoNotKeepTheSpaceOfThoseAroundThem) {
+  struct Large : Text {
+    Verdict judge(const StoredMessage& message) override {
+      return recordData(message.record).size() > 100 ? Verdict::kAccept : Verdict::kSkip;
+    }
+  } large;
+  const auto logs = [this] {
+    const std::filesystem::directory_iterator all(file(""));
+    return std::count_if(begin(all), end(all), [](const auto& entry) {
+      return entry.path().filename().string().starts_with("log-");
+    });
+  };
+  const std::vector<std::string> around(10, std::string(100'000, 'x'));
+  for (const std::string round : {"1", "2"}) {
+    {
+      const auto session = home->connect("M");
+      for (const char* name : {"a", "b", "c", "d", "e", "f"}) {
+        put(*session, {round + name});
+        for (int i = 0; i < 4; ++i) put(*session, around); // a file's worth
+      }
+      put(*session, {round + "last"});
+      const auto queue = session->open(*session->findQueue("Q"));
+      while (queue->take(large, false) == Found::kDelivered) {
+      }
+    }
+    for (int left = 30; logs() > 5 && left > 0; --left) { // moves have their pauses
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      reboot();
+      home->connect("M");
+    }
+    EXPECT_LE(logs(), 5);
+  }
+  reboot();
+  const auto session = home->connect("M");
+  for (const char* text : {"1a", "1b", "1c", "1d", "1e", "1f", "1last", "2a", "2b", "2c", "2d"})
+    EXPECT_EQ(take(*session), text);
 }
 
 TEST_F(Lifetime, AManagerMadeAnewIsNotTakenForTheOld) {

@@ -7,6 +7,7 @@
 #include "manager/store/put_batch.h"
 #include "tests/support/temp_folder.h"
 
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -29,17 +30,22 @@ protected:
     home.reset();
     home = std::make_unique<Home>(folder.path().string());
   }
+  /// As after a boot. Nothing may be connected.
+  void reboot() {
+    std::filesystem::remove(file("runtime"));
+    open();
+  }
   std::string file(const std::string& name) const { return folder / ("M/" + name); }
 
-  void put(StoreSession& session, const std::vector<std::string>& texts) {
+  void put(StoreSession& session, const std::vector<std::string>& texts, std::int64_t expires = 0) {
     const auto definition = *session.findQueue("Q");
     const auto queue = session.open(definition);
     PutBatch batch(session.scratchFolder());
     for (const std::string& text : texts) {
       ASSERT_TRUE(queue->reserve());
       std::string header;
-      encodeMessageHeader(BXMD_DEFAULT, {clockNow(), 0}, {1, ++m_made}, header);
-      batch.append(definition.id, 0, header, text);
+      encodeMessageHeader(BXMD_DEFAULT, {clockNow(), expires}, {1, ++m_made}, header);
+      batch.append(definition.id, 0, header, text, expires != 0);
     }
     BXLONG reason = 0;
     ASSERT_EQ(session.put(batch, reason), Committed::kDone);
@@ -52,9 +58,9 @@ protected:
     void deliver(const StoredMessage& message) override { text = messageData(message.stored); }
   };
 
-  static std::string take(StoreSession& session, bool syncpoint = false) {
+  static std::string take(StoreSession& session) {
     Text text;
-    session.open(*session.findQueue("Q"))->take(text, syncpoint);
+    session.open(*session.findQueue("Q"))->take(text, false);
     return text.text;
   }
 

@@ -68,6 +68,10 @@ TEST(Record, KeepsWhatIsGiven) {
   expectRoundTrip(descriptor);
   descriptor.persistence = BXPER_NOT_PERSISTENT;
   expectRoundTrip(descriptor);
+  BXMD grouped = descriptor;
+  grouped.version = BXMD_VERSION_2;
+  grouped.sequenceNumber = 2;
+  expectRoundTrip(grouped);
   descriptor.expiry = 50;
   expectRoundTrip(descriptor, kPut + 5000);
 }

@@ -36,6 +36,9 @@ TEST(PutBatch, KeepsQueuePriorityAndOrderAlsoWhereItSpills) {
   ASSERT_EQ(batch.counts().size(), 3U);
   EXPECT_EQ(batch.counts().at(3), (PutBatch::Counts{1, 2, 2, 1, 2, 2, 1, 2, 2, 1}));
   EXPECT_TRUE(std::filesystem::is_empty(folder.path())) << "what it spills has no name";
+  std::vector<bool> last;
+  batch.forEachRun([&last](std::string_view, bool is) { last.push_back(is); });
+  EXPECT_EQ(last, (std::vector<bool>{false, true}));
 
   batch.clear();
   EXPECT_TRUE(batch.empty());

@@ -42,6 +42,13 @@ TEST_F(RuntimeFile, IsKeptWithinABoot) {
   after([] {});
 }
 
+TEST_F(RuntimeFile, KnowsAfterABootWhatExpires) {
+  put(*home->connect("M"), {"expired"}, clockNow() - 1);
+  reboot();
+  const auto session = home->connect("M");
+  EXPECT_EQ(session->open(*session->findQueue("Q"))->depth(), 0U);
+}
+
 TEST_F(RuntimeFile, IsMadeAnewWhenItIsOfAnotherBootStoreOrVersionOrWasNeverFinished) {
   after([this] { patch(kBootIdAt, "00000000-0000-0000-0000-000000000000"); });
   after([this] { patch(kStoreIdAt, "XXXXXXXX"); });
