@@ -65,59 +65,54 @@ public:
 };
 FOR_EVERY_BINDING(Arguments);
 
+using A = Arguments;
 #define WITH(change) [](Given& g) { change; }
-const std::vector<Arguments::Case> Arguments::kRefused = {
-    {BXRC_CNO_ERROR, &Arguments::connect, WITH(g.cno.structId[0] = 'X')},
-    {BXRC_CNO_ERROR, &Arguments::connect, WITH(g.cno.version = BXCNO_VERSION_4 + 1)},
-    {BXRC_OPTIONS_ERROR, &Arguments::connect, WITH(g.cno.options = 1 << 20)},
-    {BXRC_OPTIONS_ERROR, &Arguments::connect,
+const std::vector<A::Case> A::kRefused = {
+    {BXRC_CNO_ERROR, &A::connect, WITH(g.cno.structId[0] = 'X')},
+    {BXRC_CNO_ERROR, &A::connect, WITH(g.cno.version = BXCNO_VERSION_4 + 1)},
+    {BXRC_OPTIONS_ERROR, &A::connect, WITH(g.cno.options = 1 << 20)},
+    {BXRC_OPTIONS_ERROR, &A::connect,
      WITH(g.cno.options = BXCNO_HANDLE_SHARE_NONE | BXCNO_HANDLE_SHARE_BLOCK)},
-    {BXRC_HCONN_ERROR, &Arguments::connect, WITH(g.place = nullptr)},
-    {BXRC_HCONN_ERROR, &Arguments::disconnect, WITH(g.place = nullptr)},
-    {BXRC_BO_ERROR, &Arguments::begin, WITH(g.bo.structId[0] = ' ')},
-    {BXRC_OPTIONS_ERROR, &Arguments::begin, WITH(g.bo.options = 1)},
-    {BXRC_OPTIONS_ERROR, &Arguments::open, WITH(g.options = 0)},
-    {BXRC_OPTIONS_ERROR, &Arguments::open, WITH(g.options = BXOO_OUTPUT | 1)},
-    {BXRC_HOBJ_ERROR, &Arguments::open, WITH(g.options = BXOO_BROWSE; g.place = nullptr)},
-    {BXRC_OPTIONS_ERROR, &Arguments::close, WITH(g.options = 1)},
-    {BXRC_HOBJ_ERROR, &Arguments::close, WITH(g.place = nullptr)},
+    {BXRC_HCONN_ERROR, &A::connect, WITH(g.place = nullptr)},
+    {BXRC_HCONN_ERROR, &A::disconnect, WITH(g.place = nullptr)},
+    {BXRC_BO_ERROR, &A::begin, WITH(g.bo.structId[0] = ' ')},
+    {BXRC_OPTIONS_ERROR, &A::begin, WITH(g.bo.options = 1)},
+    {BXRC_OPTIONS_ERROR, &A::open, WITH(g.options = 0)},
+    {BXRC_OPTIONS_ERROR, &A::open, WITH(g.options = BXOO_OUTPUT | 1)},
+    {BXRC_HOBJ_ERROR, &A::open, WITH(g.options = BXOO_BROWSE; g.place = nullptr)},
+    {BXRC_OPTIONS_ERROR, &A::close, WITH(g.options = 1)},
+    {BXRC_HOBJ_ERROR, &A::close, WITH(g.place = nullptr)},
 
-    {BXRC_MD_ERROR, &Arguments::put, WITH(g.md.version = 3)},
-    {BXRC_PERSISTENCE_ERROR, &Arguments::put, WITH(g.md.persistence = 3)},
-    {BXRC_PRIORITY_ERROR, &Arguments::put, WITH(g.md.priority = -2)},
-    {BXRC_EXPIRY_ERROR, &Arguments::put, WITH(g.md.expiry = 0)},
-    {BXRC_EXPIRY_ERROR, &Arguments::put, WITH(g.md.expiry = -2)},
-    {BXRC_PMO_ERROR, &Arguments::put, WITH(g.pmo.structId[3] = 'x')},
-    {BXRC_OPTIONS_ERROR, &Arguments::put, WITH(g.pmo.options = 1)},
-    {BXRC_OPTIONS_ERROR, &Arguments::put,
-     WITH(g.pmo.options = BXPMO_SYNCPOINT | BXPMO_NO_SYNCPOINT)},
-    {BXRC_BUFFER_LENGTH_ERROR, &Arguments::put, WITH(g.size = -1)},
-    {BXRC_BUFFER_ERROR, &Arguments::put, WITH(g.buffer = nullptr)},
+    {BXRC_MD_ERROR, &A::put, WITH(g.md.version = 3)},
+    {BXRC_PERSISTENCE_ERROR, &A::put, WITH(g.md.persistence = 3)},
+    {BXRC_PRIORITY_ERROR, &A::put, WITH(g.md.priority = -2)},
+    {BXRC_EXPIRY_ERROR, &A::put, WITH(g.md.expiry = 0)},
+    {BXRC_EXPIRY_ERROR, &A::put, WITH(g.md.expiry = -2)},
+    {BXRC_PMO_ERROR, &A::put, WITH(g.pmo.structId[3] = 'x')},
+    {BXRC_OPTIONS_ERROR, &A::put, WITH(g.pmo.options = 1)},
+    {BXRC_OPTIONS_ERROR, &A::put, WITH(g.pmo.options = BXPMO_SYNCPOINT | BXPMO_NO_SYNCPOINT)},
+    {BXRC_BUFFER_LENGTH_ERROR, &A::put, WITH(g.size = -1)},
+    {BXRC_BUFFER_ERROR, &A::put, WITH(g.buffer = nullptr)},
 
-    {BXRC_MD_ERROR, &Arguments::get, WITH(g.md.version = 0)},
-    {BXRC_GMO_ERROR, &Arguments::get, WITH(g.gmo.version = 4)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get, WITH(g.gmo.options = 8)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get,
-     WITH(g.gmo.options = BXGMO_SYNCPOINT | BXGMO_NO_SYNCPOINT)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get,
-     WITH(g.gmo.options = BXGMO_BROWSE_FIRST | BXGMO_BROWSE_NEXT)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get,
-     WITH(g.gmo.options = BXGMO_BROWSE_FIRST | BXGMO_SYNCPOINT)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get,
+    {BXRC_MD_ERROR, &A::get, WITH(g.md.version = 0)},
+    {BXRC_GMO_ERROR, &A::get, WITH(g.gmo.version = 4)},
+    {BXRC_OPTIONS_ERROR, &A::get, WITH(g.gmo.options = 8)},
+    {BXRC_OPTIONS_ERROR, &A::get, WITH(g.gmo.options = BXGMO_SYNCPOINT | BXGMO_NO_SYNCPOINT)},
+    {BXRC_OPTIONS_ERROR, &A::get, WITH(g.gmo.options = BXGMO_BROWSE_FIRST | BXGMO_BROWSE_NEXT)},
+    {BXRC_OPTIONS_ERROR, &A::get, WITH(g.gmo.options = BXGMO_BROWSE_FIRST | BXGMO_SYNCPOINT)},
+    {BXRC_OPTIONS_ERROR, &A::get,
      WITH(g.gmo.options = BXGMO_BROWSE_NEXT | BXGMO_MESSAGE_UNDER_CURSOR)},
-    {BXRC_OPTIONS_ERROR, &Arguments::get,
-     WITH(g.gmo.version = BXGMO_VERSION_2; g.gmo.matchOptions = 4)},
-    {BXRC_WAIT_INTERVAL_ERROR, &Arguments::get,
-     WITH(g.gmo.options = BXGMO_WAIT; g.gmo.waitInterval = -2)},
-    {BXRC_BUFFER_LENGTH_ERROR, &Arguments::get, WITH(g.size = -1)},
-    {BXRC_BUFFER_ERROR, &Arguments::get, WITH(g.buffer = nullptr)},
-    {BXRC_DATA_LENGTH_ERROR, &Arguments::get, WITH(g.place = nullptr)},
+    {BXRC_OPTIONS_ERROR, &A::get, WITH(g.gmo.version = BXGMO_VERSION_2; g.gmo.matchOptions = 4)},
+    {BXRC_WAIT_INTERVAL_ERROR, &A::get, WITH(g.gmo.options = BXGMO_WAIT; g.gmo.waitInterval = -2)},
+    {BXRC_BUFFER_LENGTH_ERROR, &A::get, WITH(g.size = -1)},
+    {BXRC_BUFFER_ERROR, &A::get, WITH(g.buffer = nullptr)},
+    {BXRC_DATA_LENGTH_ERROR, &A::get, WITH(g.place = nullptr)},
 
-    {BXRC_OPTIONS_ERROR, &Arguments::createBag, WITH(g.options = 2)},
-    {BXRC_HOBJ_ERROR, &Arguments::createBag, WITH(g.options = BXCBO_ADMIN_BAG; g.place = nullptr)},
-    {BXRC_HOBJ_ERROR, &Arguments::deleteBag, WITH(g.place = nullptr)},
-    {BXRC_BUFFER_ERROR, &Arguments::count, WITH(g.place = nullptr)},
-    {BXRC_BUFFER_ERROR, &Arguments::integer, WITH(g.place = nullptr)},
+    {BXRC_OPTIONS_ERROR, &A::createBag, WITH(g.options = 2)},
+    {BXRC_HOBJ_ERROR, &A::createBag, WITH(g.options = BXCBO_ADMIN_BAG; g.place = nullptr)},
+    {BXRC_HOBJ_ERROR, &A::deleteBag, WITH(g.place = nullptr)},
+    {BXRC_BUFFER_ERROR, &A::count, WITH(g.place = nullptr)},
+    {BXRC_BUFFER_ERROR, &A::integer, WITH(g.place = nullptr)},
 };
 
 TEST_P(Arguments, ThatAreWrongAreRefusedAndDoNothing) {
@@ -129,9 +124,9 @@ TEST_P(Arguments, ThatAreWrongAreRefusedAndDoNothing) {
 }
 
 TEST_P(Arguments, ThatOnlyLookWrongAreAccepted) {
-  EXPECT_EQ(codesOf(&Arguments::begin, WITH(g.size = 0)), warning(BXRC_NO_EXTERNAL_PARTICIPANTS));
-  EXPECT_EQ(codesOf(&Arguments::connect, WITH(g.cno.version = BXCNO_VERSION_4;
-                                              g.cno.options = BXCNO_HANDLE_SHARE_NO_BLOCK)),
+  EXPECT_EQ(codesOf(&A::begin, WITH(g.size = 0)), warning(BXRC_NO_EXTERNAL_PARTICIPANTS));
+  EXPECT_EQ(codesOf(&A::connect, WITH(g.cno.version = BXCNO_VERSION_4;
+                                      g.cno.options = BXCNO_HANDLE_SHARE_NO_BLOCK)),
             kOk);
   Given nothing;
   nothing.size = 0;
@@ -140,9 +135,8 @@ TEST_P(Arguments, ThatOnlyLookWrongAreAccepted) {
   EXPECT_EQ(codes, kOk);
   EXPECT_EQ(std::string(nothing.pmo.resolvedQueueName, 48), 'Q' + std::string(47, ' '));
   EXPECT_EQ(std::string(nothing.pmo.resolvedManagerName, 48), "DEFAULT" + std::string(41, ' '));
-  EXPECT_EQ(codesOf(&Arguments::get,
-                    WITH(g.gmo.options = BXGMO_FAIL_IF_QUIESCING; g.gmo.waitInterval = -2)),
-            kOk)
+  EXPECT_EQ(
+      codesOf(&A::get, WITH(g.gmo.options = BXGMO_FAIL_IF_QUIESCING; g.gmo.waitInterval = -2)), kOk)
       << "without the wait option the interval is nothing";
 }
 #undef WITH

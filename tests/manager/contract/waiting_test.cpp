@@ -39,7 +39,7 @@ TEST_P(Waiting, EndsWithinMillisecondsOfWhatAnotherProcessCommitsOrBacksOut) {
     auto best = milliseconds::max();
     for (int i = 0; i < 5; ++i) {
       ASSERT_EQ(q.put("hello", backsOut ? PutHow{} : kPutLater), kOk);
-      if (backsOut) ASSERT_EQ(q.get(kTake).text, "hello");
+      ASSERT_EQ(q.get(kTake).codes == kOk, backsOut);
       reader->tell(i % 2 == 0 ? "get Q 10000" : "get Q -1");
       std::this_thread::sleep_for(milliseconds(30));
       const auto took = timed([&] {

@@ -57,18 +57,6 @@ TEST_F(Lifetime, QueuesThatNobodyUsesHoldNoDescriptors) {
   EXPECT_LT(descriptors(), before + 60);
 }
 
-TEST_F(Lifetime, AnIdentityIsNeverGivenTwice) {
-  const auto session = home->connect("M");
-  QueueDefinition queue;
-  queue.name = "R";
-  ASSERT_TRUE(session->createQueue(queue));
-  const std::uint32_t first = queue.id;
-  ASSERT_EQ(session->deleteQueue("R", false), StoreSession::Deleted::kDone);
-  ASSERT_TRUE(session->createQueue(queue));
-  EXPECT_GT(queue.id, first);
-  EXPECT_FALSE(session->createQueue(queue));
-}
-
 /// Whichever thread lets go of a manager last closes it while others open it anew: the locks by
 /// which other processes know that a connection lives must not go with the old one.
 TEST_F(Lifetime, ConnectionsSurviveTheEndOfOthers) {

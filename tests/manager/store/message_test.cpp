@@ -48,14 +48,6 @@ TEST(Record, AnOrdinaryMessageIsSmall) {
   EXPECT_EQ(messageData(encoded(ordinary(), 0, "")), "");
 }
 
-TEST(Record, AMadeIdentifierIsUniqueByConnectionAndCounter) {
-  BXMD got = BXMD_DEFAULT;
-  decodeMessage(encoded(ordinary()), kPut, got);
-  const BXBYTE expected[BX_IDENTIFIER_LENGTH] = {'B', 'X', 'M', ' ', 1, 2, 3, 4, 5, 6,
-                                                 7,   8,   0,   0,   0, 0, 0, 0, 0, 9};
-  EXPECT_EQ(std::memcmp(got.messageId, expected, sizeof expected), 0);
-}
-
 TEST(Record, KeepsWhatIsGiven) {
   BXMD descriptor = ordinary();
   std::memset(descriptor.messageId, 1, sizeof descriptor.messageId);
@@ -74,18 +66,6 @@ TEST(Record, KeepsWhatIsGiven) {
   expectRoundTrip(grouped);
   descriptor.expiry = 50;
   expectRoundTrip(descriptor, kPut + 5000);
-}
-
-TEST(Record, KeepsEveryFieldOfADescriptor) {
-  BXMD descriptor;
-  for (std::size_t i = 0; i < sizeof descriptor; ++i)
-    reinterpret_cast<unsigned char*>(&descriptor)[i] = static_cast<unsigned char>(1 + i % 250);
-  std::memcpy(descriptor.structId, BXMD_ID, 4);
-  descriptor.version = BXMD_VERSION_2;
-  descriptor.priority = 9;
-  descriptor.persistence = BXPER_NOT_PERSISTENT;
-  descriptor.expiry = 1;
-  expectRoundTrip(descriptor, kPut + 100);
 }
 
 TEST(Record, TellsWhatIsLeftOfTheExpiry) {

@@ -47,16 +47,6 @@ TEST(PutBatch, KeepsQueuePriorityAndOrderAlsoWhereItSpills) {
   EXPECT_EQ(sizesIn(batch), std::vector<std::size_t>{5});
 }
 
-TEST(PutBatch, OneMessageMayBeLargerThanTheMemoryForAll) {
-  const support::TempFolder folder;
-  PutBatch batch(folder.path().string());
-  batch.append(1, 0, "", std::string(kBeyondMemory, 'x'));
-  batch.append(1, 0, "", "small");
-  batch.append(1, 0, "", std::string(2 * kBeyondMemory, 'y'));
-  batch.append(1, 0, "", "");
-  EXPECT_EQ(sizesIn(batch), (std::vector<std::size_t>{kBeyondMemory, 5, 2 * kBeyondMemory, 0}));
-}
-
 TEST(PutBatch, IsAsItWasWhenTheFileCannotTakeIt) {
   PutBatch batch("/nonexistent/folder");
   batch.append(1, 0, "", std::string(kBeyondMemory, 'x'));
