@@ -81,18 +81,6 @@ TEST_F(Lifetime, ConnectionsSurviveTheEndOfOthers) {
   ::close(file);
 }
 
-/// Space that was given back is used again under those who have read it before.
-TEST_F(Lifetime, AFileMadeAnewIsNotTakenForTheOld) {
-  const auto stays = home->connect("M");
-  for (const char round : {'a', 'b'}) {
-    const auto session = home->connect("M");
-    for (int i = 0; i < 8; ++i)
-      put(*session, std::vector<std::string>(45, std::string(100'000, round)));
-    for (std::string text = take(*session); !text.empty(); text = take(*session))
-      ASSERT_EQ(text[0], round);
-  }
-}
-
 /// They are moved together, twice in the end, and keep their place before what came later.
 TEST_F(Lifetime, OldMessagesDoNotKeepTheSpaceOfThoseAroundThem) {
   struct Large : Text {
