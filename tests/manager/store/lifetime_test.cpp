@@ -85,7 +85,7 @@ TEST_F(Lifetime, ConnectionsSurviveTheEndOfOthers) {
 TEST_F(Lifetime, OldMessagesDoNotKeepTheSpaceOfThoseAroundThem) {
   struct Large : Text {
     Verdict judge(const StoredMessage& message) override {
-      return recordData(message.record).size() > 100 ? Verdict::kAccept : Verdict::kSkip;
+      return messageData(message.stored).size() > 100 ? Verdict::kAccept : Verdict::kSkip;
     }
   } large;
   const auto logs = [this] {

@@ -43,12 +43,12 @@ void expectRoundTrip(const BXMD& descriptor, std::int64_t expires = 0) {
   EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
 }
 
-TEST(Record, AnOrdinaryMessageIsSmall) {
+TEST(Message, AnOrdinaryMessageIsSmall) {
   EXPECT_EQ(encoded(ordinary()).size(), 11 + 16 + 4);
   EXPECT_EQ(messageData(encoded(ordinary(), 0, "")), "");
 }
 
-TEST(Record, KeepsWhatIsGiven) {
+TEST(Message, KeepsWhatIsGiven) {
   BXMD descriptor = ordinary();
   std::memset(descriptor.messageId, 1, sizeof descriptor.messageId);
   expectRoundTrip(descriptor);
@@ -68,7 +68,7 @@ TEST(Record, KeepsWhatIsGiven) {
   expectRoundTrip(descriptor, kPut + 5000);
 }
 
-TEST(Record, TellsWhatIsLeftOfTheExpiry) {
+TEST(Message, TellsWhatIsLeftOfTheExpiry) {
   const std::string record = encoded(ordinary(), kPut + 1000);
   EXPECT_EQ(messageExpiry(record), kPut + 1000);
   EXPECT_EQ(messageExpiry(encoded(ordinary())), 0);
@@ -83,7 +83,7 @@ TEST(Record, TellsWhatIsLeftOfTheExpiry) {
   }
 }
 
-TEST(Record, WhatIsCutShortIsDamaged) {
+TEST(Message, WhatIsCutShortIsDamaged) {
   BXMD descriptor = ordinary();
   descriptor.report = 1;
   const std::string record = encoded(descriptor, kPut + 1000, "");
