@@ -1,7 +1,7 @@
 #include "ferry/queue/client_library.h"
-#include "ferry/queue/factory.h"
+#include "ferry/queue/queue.h"
 #include "ferry/queue/session.h"
-#include "ferry/text/default_code_page.h"
+#include "ferry/text/ucss.h"
 #include "tests/ferry/logging/recording_writer.h"
 #include "tests/support/temp_folder.h"
 

@@ -16,7 +16,7 @@ void resolve(void* library, const char* name, Function& function) {
 } // namespace
 
 Api::Api(const std::string& library) {
-  void* handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* handle = ::dlopen(library.empty() ? nullptr : library.c_str(), RTLD_NOW);
   if (!handle) throw std::runtime_error(::dlerror());
 #define BX_RESOLVE(name) resolve(handle, #name, name);
   BX_ENTRY_POINTS(BX_RESOLVE)

@@ -15,7 +15,8 @@ namespace contract {
 
 /// The entry points of one client library, found as a program finds them at run time.
 struct Api {
-  /// Throws std::runtime_error when the library or one of its entry points is missing.
+  /// Without a name those of the program itself. Throws std::runtime_error when the library or one
+  /// of its entry points is missing.
   explicit Api(const std::string& library);
 
 #define BX_DECLARE(name) decltype(&::name) name = nullptr;

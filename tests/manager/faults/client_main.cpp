@@ -13,6 +13,7 @@ namespace {
 
 using faults::Codes;
 using faults::Connection;
+using faults::kOk;
 
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
@@ -50,7 +51,7 @@ private:
 
   Codes put(const std::string& verb, const std::string& queue, std::istringstream& in) {
     std::string name;
-    Connection::How how{verb == "sput", 0, BXEI_UNLIMITED};
+    contract::PutHow how{.options = verb == "sput" ? BXPMO_SYNCPOINT : BXPMO_NONE};
     in >> name;
     if (BXLONG number; in >> number) (verb == "eput" ? how.expiry : how.priority) = number;
     return m_connection.put(queue, name, how);
@@ -60,9 +61,9 @@ private:
     std::string stem, size;
     int count = 0;
     in >> stem >> count >> size;
-    Codes codes;
-    for (int i = 0; i < count && codes.good(); ++i)
-      codes = m_connection.put(queue, stem + std::to_string(i) + size, {true, 0, BXEI_UNLIMITED});
+    Codes codes = kOk;
+    for (int i = 0; i < count && codes == kOk; ++i)
+      codes = m_connection.put(queue, stem + std::to_string(i) + size, contract::kPutLater);
     return codes;
   }
 
@@ -70,8 +71,8 @@ private:
     std::string name;
     int count = 0;
     in >> count;
-    Codes codes;
-    while (count-- > 0 && codes.good()) codes = m_connection.get(queue, true, 0, name);
+    Codes codes = kOk;
+    while (count-- > 0 && codes == kOk) codes = m_connection.get(queue, true, 0, name);
     return codes;
   }
 

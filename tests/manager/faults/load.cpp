@@ -74,7 +74,7 @@ private:
     if (m_dice.roll(30) == 0) name += "@" + std::to_string(1000 + m_dice.roll(20000));
     const std::string q = queue();
     call("put " + q + (syncpoint ? " s " : " d ") + name, [&] {
-      return m_connection.put(q, name, {syncpoint, priority, BXEI_UNLIMITED});
+      return m_connection.put(q, name, {syncpoint ? BXPMO_SYNCPOINT : BXPMO_NONE, priority});
     });
   }
 
@@ -111,8 +111,7 @@ private:
     const std::string q = "OWN." + m_worker;
     call("create", [&] { return m_connection.create(q, 100); });
     std::string name;
-    for (int i = 0; i < 3; ++i)
-      call("own", [&] { return m_connection.put(q, "x", {false, 0, BXEI_UNLIMITED}); });
+    for (int i = 0; i < 3; ++i) call("own", [&] { return m_connection.put(q, "x"); });
     call("own", [&] { return m_connection.get(q, true, 0, name); });
     call("delete", [&] { return m_connection.remove(q, true); });
     call("backout", [&] { return m_connection.backout(); });
@@ -124,7 +123,7 @@ private:
     const Codes codes = body();
     write("o " + std::to_string(codes.completion) + " " + std::to_string(codes.reason) + " " +
           m_more);
-    return codes.good();
+    return codes == kOk;
   }
 
   void write(const std::string& text) {
@@ -158,7 +157,7 @@ public:
         m_units(std::atoi(arguments[2].c_str())), m_bulk(std::atoi(arguments[3].c_str())) {}
 
   int run() {
-    if (!m_connection.connect().good()) return 1;
+    if (m_connection.connect() != kOk) return 1;
     if (m_units == 0) return severalFiles();
     for (int unit = 0; unit < m_units; ++unit) {
       const int dice = m_dice.roll(12);
@@ -188,11 +187,11 @@ private:
     for (int i = 0; i < puts; ++i) {
       const bool kept = m_dice.roll(12) == 0;
       const std::string name = newName(kept ? "x" : "m", size);
-      m_connection.put("Q", name, {true, kept ? 0 : 1, BXEI_UNLIMITED});
+      m_connection.put("Q", name, {BXPMO_SYNCPOINT, kept ? 0 : 1});
       put += " +" + name;
     }
     mark("try" + got + put);
-    if (m_connection.commit().good()) mark("did");
+    if (m_connection.commit() == kOk) mark("did");
     m_there += puts;
   }
 
@@ -205,7 +204,7 @@ private:
 
   std::string get(bool syncpoint) {
     std::string name;
-    if (m_connection.get("Q", syncpoint, 0, name).good()) --m_there;
+    if (m_connection.get("Q", syncpoint, 0, name) == kOk) --m_there;
     return name;
   }
 
@@ -225,7 +224,7 @@ private:
     std::this_thread::sleep_for(milliseconds(100 + m_dice.roll(200)));
     direct(m_dice.roll(4));
     mark("try" + (held.empty() ? "" : " -" + held));
-    if (m_connection.commit().good()) mark("did");
+    if (m_connection.commit() == kOk) mark("did");
   }
 
   /// A unit of work of three pieces, in two files. Of the second, with the last piece, all is got:
@@ -234,11 +233,11 @@ private:
     std::string put;
     for (int i = 0; i < 28; ++i) {
       const std::string name = newName(i < 16 ? "x" : "m", 1'000'000);
-      m_connection.put("Q", name, {true, i < 16 ? 0 : 1, BXEI_UNLIMITED});
+      m_connection.put("Q", name, {BXPMO_SYNCPOINT, i < 16 ? 0 : 1});
       put += " +" + name;
     }
     mark("try" + put);
-    if (m_connection.commit().good()) mark("did");
+    if (m_connection.commit() == kOk) mark("did");
     for (const int gets : {11, 1}) {
       direct(gets);
       m_connection.disconnect();

@@ -1,39 +1,20 @@
 #include "tests/manager/faults/words.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 namespace faults {
 
 namespace {
 
-constexpr std::size_t kRoom = 1 << 20;
-
-struct Bag {
-  BXHBAG handle = BXHB_UNUSABLE;
-  Codes codes;
-  Bag() { bxCreateBag(BXCBO_ADMIN_BAG, &handle, &codes.completion, &codes.reason); }
-  ~Bag() { bxDeleteBag(&handle, &codes.completion, &codes.reason); }
-  Bag(const Bag&) = delete;
-  Bag& operator=(const Bag&) = delete;
-  Bag& queue(const std::string& name) {
-    bxAddString(handle, BXCA_QUEUE_NAME, BX_NULL_TERMINATED, name.c_str(), &codes.completion,
-                &codes.reason);
-    return *this;
+Codes read(const contract::Queue& queue, contract::GetHow how, std::string& name) {
+  contract::Message message = queue.get(how);
+  if (message.codes.reason == BXRC_TRUNCATED_FAILED) {
+    how.room = static_cast<std::size_t>(message.length);
+    message = queue.get(how);
   }
-  Bag& number(BXLONG selector, BXLONG value) {
-    bxAddInteger(handle, selector, value, &codes.completion, &codes.reason);
-    return *this;
-  }
-  BXLONG nestedNumber(BXLONG selector) {
-    BXHBAG nested = BXHB_UNUSABLE;
-    BXLONG value = -1;
-    bxInquireBag(handle, BXHA_RESPONSE, 0, &nested, &codes.completion, &codes.reason);
-    bxInquireInteger(nested, selector, 0, &value, &codes.completion, &codes.reason);
-    return value;
-  }
-};
+  if (message.codes == kOk) name = nameOf(message.text);
+  return message.codes;
+}
 
 } // namespace
 
@@ -54,122 +35,66 @@ std::string nameOf(std::string content) {
 }
 
 Codes Connection::connect(const std::string& manager) {
-  Codes codes;
+  static const contract::Api own("");
+  abandon();
   m_opened.clear();
-  BXCONN(manager.c_str(), &m_connection, &codes.completion, &codes.reason);
-  return codes;
+  return m_connection.emplace(own, manager).codes;
 }
 
-Codes Connection::disconnect() {
-  Codes codes;
-  BXDISC(&m_connection, &codes.completion, &codes.reason);
-  return codes;
+void Connection::abandon() {
+  if (m_connection) m_connection->handle = BXHC_UNUSABLE;
 }
 
-Codes Connection::commit() {
-  Codes codes;
-  BXCMIT(m_connection, &codes.completion, &codes.reason);
-  return codes;
-}
-
-Codes Connection::backout() {
-  Codes codes;
-  BXBACK(m_connection, &codes.completion, &codes.reason);
-  return codes;
-}
-
-Codes Connection::open(const std::string& queue, BXHOBJ& object) {
-  const auto found = std::find_if(m_opened.begin(), m_opened.end(),
-                                  [&](const Opened& opened) { return opened.queue == queue; });
-  if (found != m_opened.end()) {
-    object = found->object;
-    return {};
+Codes Connection::on(const std::string& queue,
+                     const std::function<Codes(const contract::Queue&)>& call) {
+  auto found = m_opened.find(queue);
+  if (found == m_opened.end()) {
+    const contract::Queue opened = m_connection->open(queue);
+    if (opened.codes != kOk) return opened.codes;
+    found = m_opened.emplace(queue, opened).first;
   }
-  BXOD descriptor = BXOD_DEFAULT;
-  std::memcpy(descriptor.objectName, queue.data(), std::min<std::size_t>(queue.size(), 48));
-  Codes codes;
-  BXOPEN(m_connection, &descriptor, BXOO_INPUT_SHARED | BXOO_BROWSE | BXOO_OUTPUT, &object,
-         &codes.completion, &codes.reason);
-  if (codes.good()) m_opened.push_back({queue, object});
+  const Codes codes = call(found->second);
+  if (codes.reason == BXRC_Q_DELETED) m_opened.erase(found);
   return codes;
 }
 
-Codes Connection::put(const std::string& queue, const std::string& name, const How& how) {
-  BXHOBJ object = BXHO_UNUSABLE;
-  Codes codes = open(queue, object);
-  if (!codes.good()) return codes;
-  const std::string content = contentOf(name);
-  BXMD descriptor = BXMD_DEFAULT;
-  descriptor.priority = how.priority;
-  descriptor.expiry = how.expiry;
-  BXPMO options = BXPMO_DEFAULT;
-  options.options = how.syncpoint ? BXPMO_SYNCPOINT : BXPMO_NO_SYNCPOINT;
-  BXPUT(m_connection, object, &descriptor, &options, static_cast<BXLONG>(content.size()),
-        content.data(), &codes.completion, &codes.reason);
-  if (codes.reason == BXRC_Q_DELETED)
-    std::erase_if(m_opened, [&](auto& o) { return o.queue == queue; });
-  return codes;
-}
-
-Codes Connection::read(const std::string& queue, BXLONG options, BXLONG wait, std::string& name) {
-  BXHOBJ object = BXHO_UNUSABLE;
-  Codes codes = open(queue, object);
-  if (!codes.good()) return codes;
-  static std::string buffer(kRoom, '\0');
-  BXMD descriptor = BXMD_DEFAULT;
-  BXGMO how = BXGMO_DEFAULT;
-  how.options = options | (wait ? BXGMO_WAIT : 0);
-  how.waitInterval = wait;
-  BXLONG length = 0;
-  BXGET(m_connection, object, &descriptor, &how, static_cast<BXLONG>(buffer.size()), buffer.data(),
-        &length, &codes.completion, &codes.reason);
-  if (codes.good()) name = nameOf(buffer.substr(0, static_cast<std::size_t>(length)));
-  if (codes.reason == BXRC_Q_DELETED)
-    std::erase_if(m_opened, [&](auto& o) { return o.queue == queue; });
-  return codes;
+Codes Connection::put(const std::string& queue, const std::string& name,
+                      const contract::PutHow& how) {
+  return on(queue, [&](const contract::Queue& q) { return q.put(contentOf(name), how); });
 }
 
 Codes Connection::get(const std::string& queue, bool syncpoint, BXLONG wait, std::string& name) {
-  return read(queue, syncpoint ? BXGMO_SYNCPOINT : BXGMO_NO_SYNCPOINT, wait, name);
+  return on(queue, [&](const contract::Queue& q) {
+    contract::GetHow how = syncpoint ? contract::kTake : contract::GetHow{};
+    how.options |= wait ? BXGMO_WAIT : 0;
+    how.wait = wait;
+    return read(q, how, name);
+  });
 }
 
 Codes Connection::browse(const std::string& queue, std::vector<std::string>& names) {
-  std::string name;
-  Codes codes = read(queue, BXGMO_BROWSE_FIRST, 0, name);
-  for (; codes.good(); codes = read(queue, BXGMO_BROWSE_NEXT, 0, name)) names.push_back(name);
-  return codes.reason == BXRC_NO_MESSAGE_AVAILABLE ? Codes{} : codes;
-}
-
-Codes Connection::execute(BXLONG command, BXHBAG arguments, BXHBAG answer) {
-  Codes codes;
-  bxExecute(m_connection, command, BXHB_NONE, arguments, answer, BXHO_NONE, BXHO_NONE,
-            &codes.completion, &codes.reason);
-  return codes;
+  const Codes codes = on(queue, [&](const contract::Queue& q) {
+    std::string name;
+    Codes told = read(q, {.options = BXGMO_BROWSE_FIRST}, name);
+    for (; told == kOk; told = read(q, {.options = BXGMO_BROWSE_NEXT}, name)) names.push_back(name);
+    return told;
+  });
+  return codes.reason == BXRC_NO_MESSAGE_AVAILABLE ? kOk : codes;
 }
 
 Codes Connection::create(const std::string& queue, BXLONG maxDepth) {
-  Bag arguments, answer;
-  arguments.queue(queue).number(BXIA_QUEUE_TYPE, BXQT_LOCAL).number(BXIA_MAX_DEPTH, maxDepth);
-  Codes codes = execute(BXCMD_CREATE_QUEUE, arguments.handle, answer.handle);
-  if (codes.reason == BXRC_COMMAND_FAILED) codes.reason = answer.nestedNumber(BXIA_REASON);
-  return codes;
+  return m_connection->createQueue(queue, {{BXIA_MAX_DEPTH, maxDepth}});
 }
 
 Codes Connection::remove(const std::string& queue, bool purge) {
-  std::erase_if(m_opened, [&](auto& opened) { return opened.queue == queue; });
-  Bag arguments, answer;
-  arguments.queue(queue).number(BXIA_PURGE, purge ? BXPO_YES : BXPO_NO);
-  Codes codes = execute(BXCMD_DELETE_QUEUE, arguments.handle, answer.handle);
-  if (codes.reason == BXRC_COMMAND_FAILED) codes.reason = answer.nestedNumber(BXIA_REASON);
-  return codes;
+  m_opened.erase(queue);
+  return m_connection->deleteQueue(queue, purge ? BXPO_YES : BXPO_NO);
 }
 
 Codes Connection::depth(const std::string& queue, BXLONG& depth) {
-  Bag arguments, answer;
-  arguments.queue(queue);
-  const Codes codes = execute(BXCMD_INQUIRE_QUEUE, arguments.handle, answer.handle);
-  if (codes.good()) depth = answer.nestedNumber(BXIA_CURRENT_DEPTH);
-  return codes;
+  const contract::Answer answer = m_connection->inquire(queue);
+  if (answer.codes == kOk) depth = answer.numbers.at(BXIA_CURRENT_DEPTH);
+  return answer.codes;
 }
 
 } // namespace faults

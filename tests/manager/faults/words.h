@@ -1,19 +1,19 @@
 #pragma once
 
-#include "bx/bx.h"
+#include "tests/manager/contract/vocabulary.h"
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-/// The entry points in the few words that the fault tests speak, for the programs that are to die.
+/// The scenarios' vocabulary in the few words that the fault tests speak, for the programs that are
+/// to die: queues and messages by their names.
 namespace faults {
 
-struct Codes {
-  BXLONG completion = BXCC_OK;
-  BXLONG reason = BXRC_NONE;
-  bool good() const { return completion == BXCC_OK; }
-};
+using contract::Codes;
+using contract::kOk;
 
 /// What is stored for a message's name: the name itself or, for a name that ends in "@n", n bytes
 /// that follow from it, so that any change of them is noticed.
@@ -22,19 +22,17 @@ std::string contentOf(const std::string& name);
 /// the tool gives it.
 std::string nameOf(std::string content);
 
+/// Opens a queue where it is first used. What is open at the end dies with the process.
 class Connection {
 public:
-  Codes connect(const std::string& manager = "");
-  Codes disconnect();
-  Codes commit();
-  Codes backout();
+  ~Connection() { abandon(); }
 
-  struct How {
-    bool syncpoint = false;
-    BXLONG priority = 0;
-    BXLONG expiry = BXEI_UNLIMITED;
-  };
-  Codes put(const std::string& queue, const std::string& name, const How& how);
+  Codes connect(const std::string& manager = "");
+  Codes disconnect() { return m_connection->disconnect(); }
+  Codes commit() { return m_connection->commit(); }
+  Codes backout() { return m_connection->backout(); }
+
+  Codes put(const std::string& queue, const std::string& name, const contract::PutHow& how = {});
   Codes get(const std::string& queue, bool syncpoint, BXLONG wait, std::string& name);
   Codes browse(const std::string& queue, std::vector<std::string>& names);
 
@@ -43,16 +41,11 @@ public:
   Codes depth(const std::string& queue, BXLONG& depth);
 
 private:
-  struct Opened {
-    std::string queue;
-    BXHOBJ object;
-  };
-  Codes open(const std::string& queue, BXHOBJ& object);
-  Codes read(const std::string& queue, BXLONG options, BXLONG wait, std::string& name);
-  Codes execute(BXLONG command, BXHBAG arguments, BXHBAG answer);
+  Codes on(const std::string& queue, const std::function<Codes(const contract::Queue&)>& call);
+  void abandon();
 
-  BXHCONN m_connection = BXHC_UNUSABLE;
-  std::vector<Opened> m_opened;
+  std::optional<contract::Connection> m_connection;
+  std::map<std::string, contract::Queue> m_opened;
 };
 
 } // namespace faults
