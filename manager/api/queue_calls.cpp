@@ -42,10 +42,10 @@ Codes get(Connection& connection, BXHOBJ object, BXMD* descriptor, BXGMO* option
   if (waits && options->waitInterval < BXWI_UNLIMITED) return failed(BXRC_WAIT_INTERVAL_ERROR);
   const BXLONG match = options->version >= BXGMO_VERSION_2 ? options->matchOptions : kMatchOptions;
   if ((match & ~kMatchOptions) != 0) return failed(BXRC_OPTIONS_ERROR);
-  // A descriptor of version 1 ends before the group identifier: nothing is written behind.
+  // A descriptor of version 1 ends before the group identifier: what is behind is not the caller's.
   const bool whole = descriptor->version >= BXMD_VERSION_2;
-  BXMD shorter;
-  if (!whole) shorter = *descriptor;
+  BXMD shorter = BXMD_DEFAULT;
+  if (!whole) __builtin_memcpy(&shorter, descriptor, offsetof(BXMD, groupId));
   Connection::GetRequest request{whole ? *descriptor : shorter,
                                  options->options,
                                  match,

@@ -24,11 +24,11 @@ BXLONG faultOf(const BXMD& descriptor) {
 constexpr int kDefaultPriority = 0;
 
 /// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
-BXMD withDefaultTail(BXMD descriptor) {
-  constexpr BXMD kDefault = BXMD_DEFAULT;
-  if (descriptor.version == BXMD_VERSION_1)
-    std::memcpy(descriptor.groupId, kDefault.groupId, sizeof(BXMD) - offsetof(BXMD, groupId));
-  return descriptor;
+BXMD withDefaultTail(const BXMD& descriptor) {
+  BXMD whole = BXMD_DEFAULT;
+  const bool isShort = descriptor.version == BXMD_VERSION_1;
+  std::memcpy(&whole, &descriptor, isShort ? offsetof(BXMD, groupId) : sizeof whole);
+  return whole;
 }
 
 } // namespace
