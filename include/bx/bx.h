@@ -52,6 +52,31 @@
  * 11. Place. An embedded manager's folder belongs on a local file system of one machine. Its
  *     processes agree by file locks and shared memory, which most network file systems do not
  *     keep: there messages are lost or got twice, the store is damaged, and no call notices.
+ *
+ * EXAMPLE. Gets a message of the queue JOBS, waiting a minute for it at the most, and takes it away
+ * only when it has been worked off. Whoever dies over it leaves it to the next one.
+ *
+ *     BXOD name = BXOD_DEFAULT;
+ *     BXMD descriptor = BXMD_DEFAULT;
+ *     BXGMO how = BXGMO_DEFAULT;
+ *     BXHCONN connection;
+ *     BXHOBJ queue;
+ *     BXLONG completion, reason, length;
+ *     char text[4096];
+ *
+ *     BXCONN("", &connection, &completion, &reason);
+ *     if (completion == BXCC_FAILED) return reason;
+ *     memcpy(name.objectName, "JOBS", 4);
+ *     BXOPEN(connection, &name, BXOO_INPUT_SHARED, &queue, &completion, &reason);
+ *     how.options = BXGMO_WAIT + BXGMO_SYNCPOINT;
+ *     how.waitInterval = 60000;
+ *     BXGET(connection, queue, &descriptor, &how, sizeof text, text, &length, &completion,
+ *           &reason);
+ *     if (completion == BXCC_OK && work(text, length))
+ *       BXCMIT(connection, &completion, &reason);
+ *     else
+ *       BXBACK(connection, &completion, &reason);
+ *     BXDISC(&connection, &completion, &reason);
  */
 #ifndef BX_BX_H
 #define BX_BX_H
