@@ -34,6 +34,7 @@ TEST_F(Programs, ManagersAreMadeListedAndDeleted) {
   EXPECT_EQ(done({"manager", "create", "default"}), "Queue manager default created.\n");
   EXPECT_EQ(done({"manager", "create", "..", "--default"}), "Queue manager .. created.\n");
   EXPECT_EQ(done({"manager", "list"}), ".. (default)\nA\nB/c%d\ndefault\n");
+  EXPECT_FALSE(std::filesystem::exists(folder / "manager")) << "nothing leaves the home";
   EXPECT_THAT(bxadm({"manager", "create", "A"}), FailsWithOneLine("A already"));
   EXPECT_EQ(done({"manager", "delete", ".."}), "Queue manager .. deleted.\n");
   EXPECT_EQ(done({"manager", "delete", "B/c%d"}), "Queue manager B/c%d deleted.\n");
@@ -51,8 +52,9 @@ TEST_F(Programs, NamesThatAreNoneAreRefused) {
     EXPECT_THAT(bxadm({"manager", "delete", name}), FailsWithOneLine(name));
     EXPECT_THAT(bxadm({"manager", "alter", name, "--sync", "full"}), FailsWithOneLine(name));
   }
-  EXPECT_EQ(done({"manager", "create", std::string(48, 'x')}),
-            "Queue manager " + std::string(48, 'x') + " created.\n");
+  for (const std::string& name : {std::string(48, '/'), std::string("bxclient.ini")})
+    EXPECT_EQ(done({"manager", "create", name}), "Queue manager " + name + " created.\n");
+  EXPECT_FALSE(std::filesystem::exists(home + "/bxclient.ini")) << "the client's settings";
 }
 
 TEST_F(Programs, TheSyncAndTheCommandServerAreSwitched) {

@@ -2,28 +2,19 @@
 #include "manager/store/message.h"
 #include "manager/store/queue_definition.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 
 namespace bxm {
 
 namespace {
 
-constexpr std::int64_t kPut = 1'700'000'000'123; ///< 2023-11-14 22:13:20.123 UTC
+constexpr std::int64_t kPut = 1'700'000'000'123;
 
 std::string encoded(const BXMD& descriptor, std::int64_t expires = 0,
                     const std::string& data = "data") {
   std::string record;
   encodeMessageHeader(descriptor, {kPut, expires}, {0x0102030405060708, 9}, record);
   return record + data;
-}
-
-/// What a get tells of a descriptor that was stored like this.
-BXMD told(BXMD descriptor) {
-  if (descriptor.characterSet == BXCS_Q_MGR) descriptor.characterSet = BXCS_UTF8;
-  std::memcpy(descriptor.putDate, "20231114", 8);
-  std::memcpy(descriptor.putTime, "22132012", 8);
-  return descriptor;
 }
 
 BXMD ordinary() {
@@ -33,39 +24,9 @@ BXMD ordinary() {
   return descriptor;
 }
 
-void expectRoundTrip(const BXMD& descriptor, std::int64_t expires = 0) {
-  const std::string record = encoded(descriptor, expires);
-  BXMD got = BXMD_DEFAULT;
-  got.version = descriptor.version;
-  got.priority = descriptor.priority;
-  EXPECT_EQ(decodeMessage(record, kPut, got), "data");
-  const BXMD expected = told(descriptor);
-  EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
-}
-
 TEST(Message, AnOrdinaryMessageIsSmall) {
   EXPECT_EQ(encoded(ordinary()).size(), 11 + 16 + 4);
   EXPECT_EQ(messageData(encoded(ordinary(), 0, "")), "");
-}
-
-TEST(Message, KeepsWhatIsGiven) {
-  BXMD descriptor = ordinary();
-  std::memset(descriptor.messageId, 1, sizeof descriptor.messageId);
-  expectRoundTrip(descriptor);
-  std::memset(descriptor.correlationId, 2, sizeof descriptor.correlationId);
-  expectRoundTrip(descriptor);
-  std::memcpy(descriptor.format, BXFMT_STRING, BX_FORMAT_LENGTH);
-  expectRoundTrip(descriptor);
-  std::memcpy(descriptor.format, "OTHER   ", BX_FORMAT_LENGTH);
-  expectRoundTrip(descriptor);
-  descriptor.persistence = BXPER_NOT_PERSISTENT;
-  expectRoundTrip(descriptor);
-  BXMD grouped = descriptor;
-  grouped.version = BXMD_VERSION_2;
-  grouped.sequenceNumber = 2;
-  expectRoundTrip(grouped);
-  descriptor.expiry = 50;
-  expectRoundTrip(descriptor, kPut + 5000);
 }
 
 TEST(Message, TellsWhatIsLeftOfTheExpiry) {

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <stdexcept>
 #include <vector>
 
 namespace bxm {
@@ -53,17 +52,6 @@ TEST(PutBatch, IsAsItWasWhenTheFileCannotTakeIt) {
   EXPECT_THROW(batch.append(2, 0, "", "one more"), Failure);
   EXPECT_EQ(sizesIn(batch), std::vector<std::size_t>{kBeyondMemory});
   EXPECT_EQ(batch.counts(), (std::map<std::uint32_t, PutBatch::Counts>{{1, {1}}}));
-}
-
-TEST(PutBatch, IsAsItWasWhenMemoryRunsOut) {
-  const support::TempFolder folder;
-  PutBatch batch(folder.path().string());
-  batch.append(1, 0, "", "one");
-  const std::string_view endless("x", std::string().max_size()); // more than any memory, never read
-  EXPECT_THROW(batch.append(2, 0, "", endless), std::length_error);
-  batch.append(1, 0, "", "three");
-  EXPECT_EQ(sizesIn(batch), (std::vector<std::size_t>{3, 5}));
-  EXPECT_EQ(batch.counts(), (std::map<std::uint32_t, PutBatch::Counts>{{1, {2}}}));
 }
 
 } // namespace

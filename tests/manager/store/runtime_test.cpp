@@ -38,10 +38,6 @@ protected:
 
 constexpr std::size_t kVersionAt = 8, kSealedAt = 12, kStoreIdAt = 16, kBootIdAt = 24;
 
-TEST_F(RuntimeFile, IsKeptWithinABoot) {
-  after([] {});
-}
-
 TEST_F(RuntimeFile, KnowsAfterABootWhatExpires) {
   put(*home->connect("M"), {"expired"}, clockNow() - 1);
   reboot();
@@ -49,23 +45,17 @@ TEST_F(RuntimeFile, KnowsAfterABootWhatExpires) {
   EXPECT_EQ(session->open(*session->findQueue("Q"))->depth(), 0U);
 }
 
-TEST_F(RuntimeFile, IsMadeAnewWhenItIsOfAnotherBootStoreOrVersionOrWasNeverFinished) {
+TEST_F(RuntimeFile, IsMadeAnewWhenItIsNotWholeOrNotOfThisBootStoreAndVersion) {
+  after([] {});
   after([this] { patch(kBootIdAt, "00000000-0000-0000-0000-000000000000"); });
   after([this] { patch(kStoreIdAt, "XXXXXXXX"); });
   after([this] { patch(kVersionAt, std::string("\x63\0\0\0", 4)); });
   after([this] { patch(kSealedAt, std::string(4, '\0')); });
-}
-
-TEST_F(RuntimeFile, IsMadeAnewWhenItIsGarbage) {
   after([this] { patch(0, std::string(size(), '\xFF')); });
   after([this] { std::filesystem::resize_file(file("runtime"), 0); });
   after([this] { std::filesystem::resize_file(file("runtime"), size() - 1); });
   after([this] { std::filesystem::resize_file(file("runtime"), size() + 4096); });
-  after([this] { std::filesystem::remove(file("runtime")); });
-}
-
-TEST_F(RuntimeFile, TheIndexOfAnotherBootIsNotRead) {
-  after([this] {
+  after([this] { // nor is the index of another boot read
     patch(kBootIdAt, "another boot");
     std::ofstream(file("index-1-0"), std::ios::binary) << std::string(1 << 20, '\x11');
   });
