@@ -16,59 +16,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-class Stopped : public ::testing::Test {
-protected:
-  Stopped() : m_one(m_home.path().string()), m_other(m_home.path().string()) {
-    m_one.words("connect");
-    m_one.words("create Q");
-    m_other.words("connect");
-    for (const char* words : {"put Q a", "put Q b", "put Q c"}) m_other.words(words);
-  }
-  /// Everything that another process may want, within a second.
-  void expectOthersWork(const std::string& next) {
-    EXPECT_LT(timed([&] {
-                EXPECT_EQ(m_other.words("sget Q").at(0), next);
-                m_other.words("sput Q new");
-                m_other.words("commit");
-                m_other.words("browse Q");
-                m_other.words("create R");
-                m_other.words("delete R");
-                Peer newcomer(m_home.path().string());
-                newcomer.words("connect");
-                newcomer.words("depth Q");
-                newcomer.words("disconnect");
-              }),
-              milliseconds(1000));
-  }
-
-  support::TempFolder m_home;
-  Peer m_one, m_other;
-};
-
-TEST_F(Stopped, WithAMessageInHandKeepsItAndHoldsNobodyUp) {
-  EXPECT_EQ(m_one.words("sget Q").at(0), "a");
-  m_one.signal(SIGSTOP);
-  expectOthersWork("b");
-  EXPECT_EQ(m_other.words("browse Q"), (std::vector<std::string>{"c", "new"}));
-  m_one.signal(SIGCONT);
-  m_one.words("backout");
-  EXPECT_EQ(m_other.words("browse Q"), (std::vector<std::string>{"a", "c", "new"}));
-}
-
-TEST_F(Stopped, WhileItWaitsTakesNothingUntilItGoesOn) {
-  for (const char* expected : {"a", "b", "c"}) EXPECT_EQ(m_one.words("get Q").at(0), expected);
-  m_one.tell("get Q -1");
-  ::usleep(50'000);
-  m_one.signal(SIGSTOP);
-  m_other.words("put Q d");
-  m_other.words("put Q e");
-  expectOthersWork("d");
-  m_one.signal(SIGCONT);
-  EXPECT_EQ(m_one.answer(), "0 0 e");
-}
-
-// ---- At any moment ------------------------------------------------------------------------------
-
 using support::Process;
 using Names = std::vector<std::string>;
 
@@ -85,22 +32,21 @@ struct Work {
   const char* name;
   Names program; ///< without arguments: the client
   std::string queued, input;
-  bool isSlow = false; ///< its input comes line by line
 };
 
 const Work kWorks[] = {
     {"Load", {"-f", "V"}, "", repeated("r", kRecords, true)},
     {"Read", {"-r", "V"}, repeated("r", kRecords, true), ""},
-    {"Feed", {"-f", "V"}, "", repeated("r", 200, true), true},
     {"Purge", {"-k", "V"}, repeated("r", kRecords, true), ""},
+    {"Wait", {}, "", "connect\n" + repeated("get V 2", 100, false)},
     {"MakeAndRemove", {}, "", "connect\n" + repeated("create W\ndelete W", 100, false)},
     {"Settle", {}, repeated("r", kRecords, true), "connect\n" + repeated("get V", kRecords, false)},
 };
 
-class StoppedAtAnyMoment : public Stopped, public ::testing::WithParamInterface<Work> {
+class Stopped : public ::testing::TestWithParam<Work> {
 protected:
-  StoppedAtAnyMoment() {
-    for (const char* words : {"create V", "create O"}) m_other.words(words);
+  Stopped() : m_other(m_home.path().string()) {
+    for (const char* words : {"connect", "create V", "create O"}) m_other.words(words);
   }
 
   static Names command(Names arguments) {
@@ -111,13 +57,6 @@ protected:
   void queue(const std::string& text) {
     Process loader(command({"-f", "V"}));
     ASSERT_EQ(loader.environment("BXM_HOME", m_home.path().string()).input(text).run().status, 0);
-  }
-  static void feed(Process& victim, const std::string& text) {
-    for (const std::string& line : split(text)) {
-      victim.write(line + "\n");
-      ::usleep(100);
-    }
-    victim.close(0);
   }
 
   /// Everything that others may want while the victim stands still, each within a second.
@@ -177,15 +116,10 @@ protected:
     queue(work.queued);
     Process victim(command(work.program));
     victim.environment("BXM_HOME", m_home.path().string()).inOwnGroup().input(work.input);
-    if (work.isSlow) victim.pipe(0);
     const auto begin = std::chrono::steady_clock::now();
     victim.start();
-    std::thread feeder([&] {
-      if (work.isSlow) feed(victim, work.input);
-    });
     std::this_thread::sleep_for(delay);
     const bool stopped = signal != 0 && stop(victim, signal, when);
-    feeder.join();
     const support::Result ended = victim.wait();
     m_life = std::chrono::steady_clock::now() - begin;
     check(ended, when);
@@ -219,12 +153,14 @@ protected:
       m_other.words(words);
   }
 
+  support::TempFolder m_home;
+  Peer m_other;
   Names m_put, m_got;
   std::chrono::steady_clock::duration m_life{};
   milliseconds m_slowest{0};
 };
 
-TEST_P(StoppedAtAnyMoment, HoldsNobodyUpAndLosesNothing) {
+TEST_P(Stopped, AtAnyMomentHoldsNobodyUpAndLosesNothing) {
   using std::chrono::microseconds;
   const int wanted = setting("FAULTS_STOPS", 7), seed = setting("FAULTS_SEED", ::getpid());
   std::mt19937 random(static_cast<unsigned>(seed));
@@ -239,7 +175,7 @@ TEST_P(StoppedAtAnyMoment, HoldsNobodyUpAndLosesNothing) {
             << ", slowest call of others " << m_slowest.count() << " ms\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, StoppedAtAnyMoment, ::testing::ValuesIn(kWorks),
+INSTANTIATE_TEST_SUITE_P(Over, Stopped, ::testing::ValuesIn(kWorks),
                          [](const auto& work) { return work.param.name; });
 
 // ---- Clock --------------------------------------------------------------------------------------
