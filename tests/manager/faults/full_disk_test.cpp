@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 #include <iostream>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 namespace faults {
 namespace {
@@ -195,22 +193,6 @@ TEST(ReadOnlyFolder, IsRefusedWithAClearLine) {
   EXPECT_NE(result.err.find("Read-only file system"), std::string::npos) << result.err;
 }
 
-TEST(NoPermission, IsRefusedWithAClearLine) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
-  support::TempFolder home;
-  {
-    Peer peer(home.path().string());
-    peer.words("connect");
-    peer.words("disconnect");
-  }
-  ::chmod(home.path().c_str(), 0755);
-  ::chmod((home / "DEFAULT").c_str(), 0755);
-  Peer nobody(home.path().string(), {{"FAULTS_USER", "65534"}});
-  const auto answer = nobody.ask("connect");
-  if (!answer) GTEST_SKIP() << "the programs are out of others' reach";
-  EXPECT_EQ(answer, "2 2035");
-}
-
 // ---- One call that fails ------------------------------------------------------------------------
 
 /// The storage calls of a program fail one after the other. What was refused has not happened, what
@@ -345,28 +327,6 @@ TEST(FailingDisk, LetsNoMoreBeGotThanAPowerCutMayBringBack) {
   for (const char* words : {"sgetn Q 600", "commit", "sgetn Q 401"}) units.words(words);
   EXPECT_NE(units.ask("commit"), "0 0") << "1,001 in two units of work";
   EXPECT_EQ(founder.words("depth Q").at(0), "2400");
-}
-
-/// Of a reader that does nothing more, and a disk that failed once.
-TEST(FailingDisk, OnlyPutsOffWhatWasGot) {
-  support::TempFolder home, copy;
-  Peer founder(home.path().string());
-  for (const char* words : {"connect", "create Q", "put Q a"}) founder.words(words);
-  Peer reader(home.path().string(), {{"LD_PRELOAD", preloadLibrary()}, {"FAULTS_FAIL", "1:5"}});
-  for (const char* words : {"connect", "get Q"}) reader.words(words);
-  std::vector<std::string> back{"a"};
-  for (int left = 100; !back.empty() && left > 0; --left) { // what a power cut would bring back
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    std::filesystem::remove_all(copy / "DEFAULT");
-    std::filesystem::copy(home.path(), copy.path(),
-                          std::filesystem::copy_options::recursive |
-                              std::filesystem::copy_options::overwrite_existing);
-    std::filesystem::remove(copy / "DEFAULT/runtime");
-    Peer next(copy.path().string());
-    next.words("connect");
-    back = next.words("browse Q");
-  }
-  EXPECT_TRUE(back.empty());
 }
 
 } // namespace
