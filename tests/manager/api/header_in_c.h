@@ -15,7 +15,7 @@ struct AllStructures {
   BXBO bo;
 };
 
-void fillInC(struct AllStructures* all);
+extern const struct AllStructures kAllInC;
 
 #ifdef __cplusplus
 }

@@ -23,31 +23,24 @@ protected:
 };
 FOR_EVERY_BINDING(ProcessDeath);
 
-TEST_P(ProcessDeath, PutsEverythingBackAtItsOldPlace) {
+TEST_P(ProcessDeath, PutsEverythingBackAtItsOldPlaceAndFreesThePlacesOfUncommittedPuts) {
+  ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 1}}), kOk);
+  const Queue full = mine.open("FULL");
   for (const std::string& text : numbered("m", 4)) ASSERT_EQ(q.put(text), kOk);
-  before = [this] {
+  before = [&] {
+    EXPECT_EQ(full.put("1"), failed(BXRC_Q_FULL));
+    EXPECT_EQ(mine.depth("Q"), 5);
     EXPECT_THAT(q.browse(), ElementsAre("m-2", "m-3"));
     EXPECT_EQ(q.get(kTake).text, "m-2");
     EXPECT_EQ(q.get(kTake).text, "m-3");
     EXPECT_EQ(q.get().codes, failed(BXRC_NO_MESSAGE_AVAILABLE));
   };
-  dieAfter({"sgetn Q 2", "sput Q never"});
+  dieAfter({"sgetn Q 2", "sput Q never", "sput FULL never"});
+  EXPECT_EQ(full.put("1"), kOk);
   EXPECT_THAT(q.browse(), ElementsAre("m-0", "m-1"));
   EXPECT_EQ(q.get(kTake).text, "m-0");
   EXPECT_EQ(mine.backout(), kOk);
   EXPECT_EQ(q.drain(), numbered("m", 4));
-  EXPECT_EQ(mine.depth("Q"), 0);
-}
-
-TEST_P(ProcessDeath, FreesThePlacesOfUncommittedPuts) {
-  ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 1}}), kOk);
-  const Queue full = mine.open("FULL");
-  before = [&] {
-    EXPECT_EQ(full.put("1"), failed(BXRC_Q_FULL));
-    EXPECT_EQ(mine.depth("Q"), 1);
-  };
-  dieAfter({"sput FULL never", "sput Q never"});
-  EXPECT_EQ(full.put("1"), kOk);
   EXPECT_EQ(mine.depth("Q"), 0);
   EXPECT_EQ(mine.deleteQueue("Q"), kOk);
 }
