@@ -47,35 +47,29 @@ TEST_F(BadHome, ThatIsNotOurs) {
   EXPECT_EQ(done({"manager", "list"}), "M (default)\n");
 }
 
-TEST_F(BadHome, WithAStoreThatIsEmptyGoneOrGarbage) {
+TEST_F(BadHome, WithAStoreThatIsEmptyGoneGarbageOrOfAnotherFormat) {
   done({"manager", "create", "M"});
   done({"queue", "create", "Q", "-m", "M"});
   const std::string whole = support::readFile(store());
+  const auto format = std::string(whole).replace(whole.find("format 2"), 8, "format 99");
   for (const std::string& content :
        {std::string(), std::string("short"), std::string(1 << 20, '\0'),
         std::string(1 << 20, '\xFF'), whole.substr(0, 40), whole.substr(0, whole.size() - 1),
-        std::string(whole).replace(whole.find("store "), 7, "store 0")}) {
+        std::string(whole).replace(whole.find("store "), 7, "store 0"), format}) {
     support::writeFile(store(), content);
-    expectEveryProgramToFail("M");
+    expectEveryProgramToFail(content == format ? "format 99" : "M");
     EXPECT_EQ(support::readFile(store()), content) << "what is damaged is not touched";
   }
+  EXPECT_THAT(bxadm({"manager", "repair", "M"}), FailsWithOneLine("format 99"));
   support::writeFile(store(), whole);
   EXPECT_THAT(done({"queue", "list", "-m", "M"}), HasSubstr("Q depth 0"));
-  std::filesystem::remove(store());
-  expectEveryProgramToFail("M");
-  EXPECT_FALSE(std::filesystem::exists(store()));
-  EXPECT_EQ(done({"manager", "delete", "M"}), "Queue manager M deleted.\n");
-}
-
-TEST_F(BadHome, WithAStoreOfAnotherFormat) {
-  done({"manager", "create", "M"});
-  const std::string whole = support::readFile(store());
-  support::writeFile(store(), std::string(whole).replace(whole.find("format 2"), 8, "format 99"));
-  expectEveryProgramToFail("format 99");
-  EXPECT_THAT(bxadm({"manager", "repair", "M"}), FailsWithOneLine("format 99"));
   std::filesystem::rename(store(), home + "/M/durable.mdb");
   expectEveryProgramToFail("format 1");
   EXPECT_EQ(done({"manager", "list"}), "M\n");
+  std::filesystem::remove(home + "/M/durable.mdb");
+  expectEveryProgramToFail("M");
+  EXPECT_FALSE(std::filesystem::exists(store()));
+  EXPECT_EQ(done({"manager", "delete", "M"}), "Queue manager M deleted.\n");
 }
 
 /// What would have a program wait for ever is not even opened.
