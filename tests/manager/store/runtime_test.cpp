@@ -66,6 +66,14 @@ TEST_F(RuntimeFile, IsNotMadeAnewUnderSomebodyWhoUsesIt) {
   if (user == 0) {
     Home own(folder.path().string());
     const auto session = own.connect("M");
+    put(*session, {"got"});
+    std::vector<QueueDefinition> others(20);
+    for (QueueDefinition& each : others) {
+      each.name = "OTHER." + std::to_string(&each - others.data());
+      session->createQueue(each);
+    }
+    take(*session);
+    for (const QueueDefinition& each : others) session->open(each);
     std::ofstream(folder / "connected") << "yes";
     ::pause();
   }
@@ -76,7 +84,9 @@ TEST_F(RuntimeFile, IsNotMadeAnewUnderSomebodyWhoUsesIt) {
   EXPECT_THROW(home->remove("M"), Failure);
   ::kill(user, SIGKILL);
   ::waitpid(user, nullptr, 0);
-  EXPECT_NE(home->connect("M"), nullptr);
+  const auto session = home->connect("M");
+  EXPECT_EQ(session->open(*session->findQueue("Q"))->depth(), 0U)
+      << "what it got was logged before it used too many other queues";
 }
 
 } // namespace
