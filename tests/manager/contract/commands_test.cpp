@@ -89,6 +89,8 @@ TEST_P(Commands, RefusalsTellTheirReason) {
     EXPECT_EQ(mine.deleteQueue(wrong), failed(BXRC_UNKNOWN_OBJECT)) << wrong;
     EXPECT_EQ(mine.inquire(wrong).own, failed(BXRC_UNKNOWN_OBJECT)) << wrong;
   }
+  for (const char wrong : std::string("@[`{-:$,\x7f\x80\xff\n"))
+    EXPECT_EQ(mine.createQueue({wrong}), failed(BXRC_UNKNOWN_OBJECT)) << wrong;
   EXPECT_EQ(mine.inquire("NONE").codes, failed(BXRC_COMMAND_FAILED));
   using Attribute = std::pair<BXLONG, BXLONG>;
   for (const auto& [selector, value] :
