@@ -152,6 +152,8 @@ private:
   };
 
   [[noreturn]] void become() {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
+      ::signal(number, SIG_DFL); // whatever the tests were started by
     if (m_ownGroup) ::setpgid(0, 0);
     for (const auto& [descriptor, pipe] : m_pipes) ::dup2(pipe.theirs, descriptor);
     for (const auto& [descriptor, file] : m_files) {
