@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <random>
+#include <set>
 #include <thread>
 
 namespace faults {
@@ -205,6 +207,34 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"IndexBehindItsCount", "index-1-0", "", 16, "\xCC", false, 0, 0, "", ""},
         Case{"Runtime", "runtime", "", 0, "?", false, 0, 0, "", ""}),
     [](const auto& each) { return std::string(each.param.name); });
+
+/// What nobody has thought of: FAULTS_DAMAGES of each file, half of them found after a boot.
+TEST_F(Damaged, AnywhereAtRandomIsToldAndHarmsNobody) {
+  std::set<std::string> known(m_there.begin(), m_there.end());
+  for (int i = 0; i < 20; ++i) known.insert("a" + std::to_string(i) + "@300");
+  for (const std::string file : {"log-0", "log-1", "queue-1", "manager", "index-1-0", "runtime"})
+    for (int number = 0; number < setting("FAULTS_DAMAGES", 4); ++number) {
+      std::mt19937 random(static_cast<unsigned>(number));
+      fs::remove_all(m_home / "DEFAULT");
+      fs::remove(m_home / "errors");
+      copy(s_sound->path().string(), home());
+      const std::string bytes = readFile(pathOf(file));
+      std::size_t at = 0;
+      do at = random() % bytes.size();
+      while (std::string_view(bytes).substr(at / 4096 * 4096, 4096).find_first_not_of('\0') ==
+             std::string::npos);
+      const std::string into(random() % 50, static_cast<char>(random() % 256)); // none: cut off
+      const bool isBoot = random() % 2 != 0;
+      change(pathOf(file), "", static_cast<int>(at), into);
+      if (isBoot) boot();
+      SCOPED_TRACE(file + ", byte " + std::to_string(at) + ", number " + std::to_string(number));
+      Seen seen;
+      ASSERT_NO_THROW(seen = use());
+      for (const std::string& name : seen.names) EXPECT_TRUE(known.contains(name)) << name;
+      const bool mayBeSilent = !isBoot && (file == "index-1-0" || file == "runtime");
+      EXPECT_TRUE(seen.names == m_there || seen.failed || !seen.errors.empty() || mayBeSilent);
+    }
+}
 
 TEST_F(Damaged, MessageIsNotMovedAlongWithOthers) {
   Peer peer(home());
