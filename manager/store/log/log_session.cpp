@@ -63,6 +63,7 @@ StoreSession::Deleted LogSession::deleteQueue(std::string_view name, bool purge)
   const auto definition = findQueue(name);
   if (!definition) return Deleted::kUnknownQueue;
   if (!purge && open(*definition)->depth() > 0) return Deleted::kNotEmpty; // drops what has expired
+  BXM_KILL_POINT("delete-asked");
   return m_store->queues().remove(*definition, purge, m_slot) ? Deleted::kDone : Deleted::kNotEmpty;
 }
 

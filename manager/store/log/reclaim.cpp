@@ -50,6 +50,7 @@ private:
     return FileState::unpacked(m_runtime.file(number).state.load());
   }
   void freeUncounted();
+  void dropUnnamed(const std::vector<Generation>& still);
   void freeEmpty();
   bool isWorthFreeing(std::uint32_t number, std::uint32_t& idle) const;
   bool tryFree(std::uint32_t number);
@@ -84,13 +85,29 @@ private:
 // ---- Empty files --------------------------------------------------------------------------------
 
 /// Counts may be too high after a death or a queue's deletion. What no index names is not needed;
-/// of a full file that nobody owns, that cannot change any more.
+/// of a file that nobody can append to meanwhile.
 void Reclaim::freeUncounted() {
-  std::vector<Generation> full(m_runtime.fileLimit());
-  for (std::uint32_t number = 0; number < full.size(); ++number)
-    if (stateOf(number).kind == FileKind::kSealed)
-      full[number] = m_runtime.file(number).generation.load();
-  std::vector<bool> named(full.size());
+  std::vector<Generation> still(m_runtime.fileLimit());
+  std::vector<std::uint32_t> held;
+  for (std::uint32_t number = 0; number < still.size(); ++number) {
+    const FileSlot& slot = m_runtime.file(number);
+    const FileKind kind = stateOf(number).kind;
+    const bool isHeld = kind == FileKind::kIdle && liveIn(slot) > 0 &&
+                        m_store.files().beginCleaning(number, m_connection);
+    if (isHeld) held.push_back(number);
+    if (isHeld || kind == FileKind::kSealed) still[number] = slot.generation.load();
+  }
+  try {
+    dropUnnamed(still);
+  } catch (...) {
+    for (const std::uint32_t number : held) m_store.files().endCleaning(number, true);
+    throw;
+  }
+  for (const std::uint32_t number : held) m_store.files().endCleaning(number, true);
+}
+
+void Reclaim::dropUnnamed(const std::vector<Generation>& still) {
+  std::vector<bool> named(still.size());
   for (const QueueDefinition& queue : m_store.queues().list())
     if (const auto share = m_store.share(queue.id, queue.slot))
       share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
@@ -100,10 +117,8 @@ void Reclaim::freeUncounted() {
         if (file < named.size() && state != Entry::kEmpty && state != Entry::kGone)
           named[file] = true;
       });
-  for (std::uint32_t number = 0; number < full.size(); ++number) {
-    FileSlot& slot = m_runtime.file(number);
-    if (full[number] != 0 && !named[number]) dropAll(slot, full[number]);
-  }
+  for (std::uint32_t number = 0; number < still.size(); ++number)
+    if (still[number] != 0 && !named[number]) dropAll(m_runtime.file(number), still[number]);
 }
 
 void Reclaim::freeEmpty() {

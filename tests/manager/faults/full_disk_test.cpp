@@ -249,28 +249,28 @@ TEST(FailingDisk, FullAtAnyWriteLeavesNothingHalfDone) { failEveryCall("28"); }
 TEST(FailingDisk, BrokenAtAnyWriteLeavesNothingHalfDone) { failEveryCall("5"); }
 
 #ifdef FERRY_KILL_POINTS
-/// A put is stopped, something happens to what it puts to, and it goes on.
-TEST(Meanwhile, WhatAPutGoesToMayBeRemoved) {
+/// A call is stopped, something happens to what it is about, and it goes on.
+TEST(Meanwhile, WhatACallIsAboutMayChange) {
   struct Case {
-    const char *at, *answer;
-    void (*meanwhile)(const support::TempFolder& home);
+    const char *call, *at, *meanwhile, *answer;
   };
-  const auto deleteQueue = [](const support::TempFolder& home) {
-    Peer other(home.path().string());
-    for (const char* words : {"connect", "delete Q 1"}) other.words(words);
-  };
-  const auto removeFiles = [](const support::TempFolder& home) {
-    std::filesystem::remove_all(home / "DEFAULT");
-  };
-  for (const Case& each :
-       {Case{"commit-begin", "2 2052", deleteQueue}, {"flush-begin", "2 2009", removeFiles}}) {
+  for (const Case& each : {Case{"put Q x", "commit-begin", "delete Q 1", "2 2052"},
+                           {"put Q x", "flush-begin", "", "2 2009"}, // all files are removed
+                           {"delete Q", "delete-asked", "put Q x", "2 2055"},
+                           {"create R", "queue-claimed:2", "create R", "2 2100"}}) {
+    SCOPED_TRACE(each.at);
     support::TempFolder home;
     Peer slow(home.path().string(), {{"BXM_STOP_AT", each.at}});
     begin(slow);
-    slow.tell("put Q x");
+    slow.tell(each.call);
     int status = 0;
     ASSERT_EQ(::waitpid(slow.pid(), &status, WUNTRACED), slow.pid());
-    each.meanwhile(home);
+    if (*each.meanwhile) {
+      Peer other(home.path().string());
+      for (const char* words : {"connect", each.meanwhile}) other.words(words);
+    } else {
+      std::filesystem::remove_all(home / "DEFAULT");
+    }
     slow.signal(SIGCONT);
     EXPECT_EQ(slow.answer(), each.answer);
   }

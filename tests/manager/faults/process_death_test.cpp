@@ -179,8 +179,8 @@ constexpr const char* kPoints[] = {
     "consume-entry",      "backout-begin",  "release-entry",      "commit-takes-consumed",
     "release-lowered",    "backout-end",    "settle-begin",       "settle-written",
     "settle-entry",       "queue-claimed",  "queue-written",      "queue-prepared",
-    "queue-live",         "delete-begin",   "delete-decided",     "delete-synced",
-    "file-closed"};
+    "queue-live",         "delete-asked",   "delete-begin",       "delete-decided",
+    "delete-synced",      "file-closed"};
 constexpr const char* kSpacePoints[] = {"file-made",     "file-sealed",  "clean-begin",
                                         "clean-carried", "free-written", "free-synced",
                                         "free-removed",  "move-written", "move-entry"};

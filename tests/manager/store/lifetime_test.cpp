@@ -18,6 +18,14 @@ protected:
   static Runtime& runtimeOf(StoreSession& session) {
     return dynamic_cast<LogSession&>(session).store().runtime();
   }
+  std::ptrdiff_t logs() const {
+    const std::filesystem::directory_iterator all(file(""));
+    return std::count_if(begin(all), end(all), [](const auto& entry) {
+      return entry.path().filename().string().starts_with("log-");
+    });
+  }
+  /// A file's worth.
+  const std::vector<std::string> m_file = std::vector<std::string>(40, std::string(100'000, 'x'));
 };
 
 /// An administrator's connection may live as long as it likes.
@@ -37,6 +45,10 @@ TEST_F(Lifetime, QueuesThatComeAndGoLeaveNothingBehind) {
     EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(0077), std::filesystem::perms())
         << name << " is its owner's alone, as the folder is";
   }
+  for (int i = 0; i < 8; ++i) put(*session, m_file);
+  EXPECT_EQ(session->deleteQueue("Q", true), StoreSession::Deleted::kDone);
+  home->connect("M"); // whose end gives the space back
+  EXPECT_LE(logs(), 5);
 }
 
 TEST_F(Lifetime, QueuesThatNobodyUsesHoldNoDescriptors) {
@@ -88,19 +100,12 @@ TEST_F(Lifetime, OldMessagesDoNotKeepTheSpaceOfThoseAroundThem) {
       return messageData(message.stored).size() > 100 ? Verdict::kAccept : Verdict::kSkip;
     }
   } large;
-  const auto logs = [this] {
-    const std::filesystem::directory_iterator all(file(""));
-    return std::count_if(begin(all), end(all), [](const auto& entry) {
-      return entry.path().filename().string().starts_with("log-");
-    });
-  };
-  const std::vector<std::string> around(10, std::string(100'000, 'x'));
   for (const std::string round : {"1", "2"}) {
     {
       const auto session = home->connect("M");
       for (const char* name : {"a", "b", "c", "d", "e", "f"}) {
         put(*session, {round + name});
-        for (int i = 0; i < 4; ++i) put(*session, around); // a file's worth
+        put(*session, m_file);
       }
       put(*session, {round + "last"});
       const auto queue = session->open(*session->findQueue("Q"));
