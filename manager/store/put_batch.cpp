@@ -1,6 +1,7 @@
 #include "manager/store/put_batch.h"
 
 #include "manager/base/bytes.h"
+#include "manager/base/descriptor.h"
 #include "manager/base/failure.h"
 #include "manager/store/message.h"
 
@@ -18,10 +19,11 @@ constexpr std::size_t kMemoryLimit = 26 << 20;
 constexpr std::size_t kDoubled = 4 << 20; ///< from here on all of it is reserved
 
 int openUnlinked(const std::string& folder) {
-  const int file = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  const int file =
+      apartFromStandardStreams(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   if (file >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return file;
   std::string name = folder + "/.batch-XXXXXX"; // a file system without O_TMPFILE
-  const int named = ::mkostemp(name.data(), O_CLOEXEC);
+  const int named = apartFromStandardStreams(::mkostemp(name.data(), O_CLOEXEC));
   if (named >= 0) ::unlink(name.c_str());
   return named;
 }

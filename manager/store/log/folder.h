@@ -1,5 +1,7 @@
 #pragma once
 
+#include "manager/base/descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,7 +15,7 @@ namespace bxm {
 class File {
 public:
   File() = default;
-  explicit File(int descriptor) : m_descriptor(descriptor) {}
+  explicit File(int descriptor) : m_descriptor(apartFromStandardStreams(descriptor)) {}
   ~File();
   File(File&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
   File& operator=(File&& other) noexcept {

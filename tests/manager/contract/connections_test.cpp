@@ -154,6 +154,17 @@ TEST_P(Connections, AForkedChildConnectsAnew) {
   EXPECT_THAT(q.drain(), testing::ElementsAre("kept by the parent"));
 }
 
+/// Its descriptor 2 would be the next file that is opened.
+TEST_P(Connections, AProgramWithoutStandardErrorWritesIntoNoFileOfTheManager) {
+  faults::Peer mute(std::getenv("BXM_HOME"), {{"LD_PRELOAD", GetParam().client}},
+                    "/nowhere/at all");
+  for (const char* words : {"connect", "create Q", "put Q x"}) mute.words(words);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(mute.ask("connect NOBODY"), "2 2058"); // and a line
+  EXPECT_EQ(mute.ask("connect"), "0 0");
+  EXPECT_EQ(mute.ask("get Q"), "0 0 x");
+  EXPECT_EQ(connect().depth("Q"), 0);
+}
+
 TEST_P(Connections, TooManyAreRefusedAndLeaveTheOthersAlone) {
   std::vector<Connection> many;
   many.push_back(connect());
