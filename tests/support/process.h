@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -68,6 +69,7 @@ public:
 #endif
   }
   ~Process() {
+    for (const auto& [descriptor, pipe] : m_pipes) close(descriptor);
     if (m_pid <= 0) return;
     ::kill(m_pid, SIGKILL);
     ::waitpid(m_pid, nullptr, 0);
@@ -85,6 +87,10 @@ public:
   }
   Process& redirect(int descriptor, const std::string& path, int flags) {
     m_files[descriptor] = {path, flags};
+    return *this;
+  }
+  Process& inherit(int descriptor) {
+    m_files.erase(descriptor);
     return *this;
   }
   /// The folder that the program starts in.
@@ -122,7 +128,16 @@ public:
     if (pipe.ours >= 0) ::close(std::exchange(pipe.ours, -1));
   }
   void signal(int number) const { ::kill(m_pid, number); }
+  /// Waits until a signal has stopped it; false when it has ended.
+  bool waitForStop() {
+    int status = 0;
+    ::waitpid(m_pid, &status, WUNTRACED);
+    if (!WIFSTOPPED(status)) m_pid = -1;
+    return WIFSTOPPED(status);
+  }
   pid_t pid() const { return m_pid; }
+  /// The test's end of a pipe.
+  int end(int descriptor) const { return m_pipes.at(descriptor).ours; }
   std::string out() const { return readFile(m_folder / "1"); }
   std::string err() const { return readFile(m_folder / "2"); }
 
@@ -152,6 +167,7 @@ private:
   };
 
   [[noreturn]] void become() {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
       ::signal(number, SIG_DFL); // whatever the tests were started by
     if (m_ownGroup) ::setpgid(0, 0);

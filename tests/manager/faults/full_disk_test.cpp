@@ -263,8 +263,7 @@ TEST(Meanwhile, WhatACallIsAboutMayChange) {
     Peer slow(home.path().string(), {{"BXM_STOP_AT", each.at}});
     begin(slow);
     slow.tell(each.call);
-    int status = 0;
-    ASSERT_EQ(::waitpid(slow.pid(), &status, WUNTRACED), slow.pid());
+    ASSERT_TRUE(slow.waitForStop());
     if (*each.meanwhile) {
       Peer other(home.path().string());
       for (const char* words : {"connect", each.meanwhile}) other.words(words);

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "tests/support/process.h"
+
 #include <chrono>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace faults {
@@ -15,19 +17,16 @@ std::string preloadLibrary();
 
 using Environment = std::map<std::string, std::string>;
 
-/// Starts the client program with an environment; its standard error goes to a file when one is
-/// given.
-pid_t startClient(const std::vector<std::string>& arguments, const Environment& environment,
-                  int input, int output, const std::string& errors = "");
+/// The client program, not yet started.
+std::unique_ptr<support::Process> client(std::vector<std::string> arguments,
+                                         const Environment& environment);
 
 /// A client program that waits for words. It is killed with its scope.
 class Peer {
 public:
+  /// Its standard error goes to a file when one is given.
   explicit Peer(const std::string& home, Environment environment = {},
                 const std::string& errors = "");
-  ~Peer();
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
 
   /// The answer, or nullopt when the program died over it. Throws std::runtime_error when there is
   /// neither for ten seconds.
@@ -37,14 +36,14 @@ public:
   /// The answer's part behind "0 0", each word; throws when the answer is another.
   std::vector<std::string> words(const std::string& question);
 
-  void signal(int number) const;
+  void signal(int number) const { m_program->signal(number); }
   /// Waits for the end; true when a signal ended it.
-  bool waitForDeath();
-  pid_t pid() const { return m_pid; }
+  bool waitForDeath() { return m_program->wait().killed; }
+  bool waitForStop() { return m_program->waitForStop(); }
+  pid_t pid() const { return m_program->pid(); }
 
 private:
-  pid_t m_pid = -1;
-  int m_in = -1, m_out = -1;
+  std::unique_ptr<support::Process> m_program;
   std::string m_read;
 };
 

@@ -32,15 +32,11 @@ protected:
     }
     for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
-    const pid_t load =
-        startClient({"power", std::to_string(m_seed), units, syncFull ? "20" : "2500"},
-                    {{"BXM_HOME", home()},
-                     {"LD_PRELOAD", preloadLibrary()},
-                     {"FAULTS_RECORD", m_folder / "recording"}},
-                    -1, -1);
-    int status = 0;
-    ::waitpid(load, &status, 0);
-    ASSERT_EQ(status, 0);
+    const auto load = client({"power", std::to_string(m_seed), units, syncFull ? "20" : "2500"},
+                             {{"BXM_HOME", home()},
+                              {"LD_PRELOAD", preloadLibrary()},
+                              {"FAULTS_RECORD", m_folder / "recording"}});
+    ASSERT_EQ(load->start().wait(std::chrono::minutes(5)).status, 0);
     m_events = readRecording(m_folder / "recording");
   }
 

@@ -59,11 +59,6 @@ int bxadm(const std::string& home, std::vector<std::string> words) {
 void synchroniseFully(const std::string& home) {
   EXPECT_EQ(bxadm(home, {"alter", "DEFAULT", "--sync", "full"}), 0);
 }
-void waitForStop(pid_t process) {
-  int status = 0;
-  ::waitpid(process, &status, WUNTRACED);
-  ASSERT_TRUE(WIFSTOPPED(status));
-}
 
 struct Look {
   Queues queues;
@@ -324,7 +319,7 @@ TEST_F(Recovery, AfterABootKeepsTheOrderWithinALargeUnitOfWork) {
   for (const char* words : {"connect", "sputn Q big 150 @300000"}) slow.words(words);
   for (const char* words : {"connect", "put R first"}) other.words(words);
   slow.tell("commit");
-  waitForStop(slow.pid());
+  ASSERT_TRUE(slow.waitForStop());
   for (const char* words : {"put R later", "disconnect"}) other.words(words);
   slow.signal(SIGCONT);
   EXPECT_EQ(slow.answer(), "0 0");
@@ -405,7 +400,7 @@ TEST_F(Recovery, BackupBesidesSpaceThatIsGivenBackIsWhole) {
   for (const char* words : {"connect", "get Q"}) mover.words(words);
   support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-copied").start();
-  waitForStop(backup.pid());
+  ASSERT_TRUE(backup.waitForStop());
   for (int i = 0; i < 4; ++i) mover.words("get Q");
   for (int i = 0; i < 11; ++i) mover.words("get R");
   const std::string before = generation();

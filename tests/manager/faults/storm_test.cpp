@@ -28,28 +28,21 @@ public:
     peer.words("disconnect");
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
   }
-  ~Storm() {
-    for (const pid_t worker : m_workers) end(worker);
-  }
 
   void startWorker(milliseconds life) {
     const std::string name = "w" + std::to_string(++m_started);
     m_logs.push_back(m_folder / name);
-    m_workers.push_back(startClient(
+    m_workers.push_back(client(
         {"storm", m_logs.back(), name, std::to_string(m_random()), std::to_string(life.count())},
-        {{"BXM_HOME", m_home.path().string()}}, -1, -1));
+        {{"BXM_HOME", m_home.path().string()}}));
+    m_workers.back()->start();
   }
+  /// By SIGKILL, as any program whose scope ends.
   void killOne() {
-    const std::size_t chosen = roll(m_workers.size());
-    end(m_workers[chosen]);
-    m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(chosen));
+    m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(roll(m_workers.size())));
   }
   void letEnd() {
-    for (const pid_t worker : std::exchange(m_workers, {})) {
-      int status = 0;
-      ::waitpid(worker, &status, 0);
-      EXPECT_EQ(status, 0);
-    }
+    for (const auto& worker : std::exchange(m_workers, {})) EXPECT_EQ(worker->wait().status, 0);
   }
   std::size_t roll(std::size_t sides) { return m_random() % sides; }
 
@@ -86,15 +79,10 @@ public:
   }
 
 private:
-  static void end(pid_t worker) {
-    ::kill(worker, SIGKILL);
-    ::waitpid(worker, nullptr, 0);
-  }
-
   support::TempFolder m_home, m_folder;
   unsigned m_seed = static_cast<unsigned>(setting("FAULTS_SEED", static_cast<int>(::getpid())));
   std::mt19937 m_random{m_seed};
-  std::vector<pid_t> m_workers;
+  std::vector<std::unique_ptr<support::Process>> m_workers;
   std::vector<std::string> m_logs;
   int m_started = 0;
   milliseconds m_slowest{0};
