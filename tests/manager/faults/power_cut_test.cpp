@@ -23,19 +23,29 @@ protected:
     for (const std::string& words : script) peer.words(words);
   }
 
+  Environment recorded() const {
+    return {{"LD_PRELOAD", preloadLibrary()}, {"FAULTS_RECORD", m_folder / "recording"}};
+  }
+  void presetDisk() {
+    for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
+  }
+  void synchroniseFully(const Environment& environment) const {
+    support::Process alter(
+        {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
+    for (const auto& [name, value] : environment) alter.environment(name, value);
+    alter.environment("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
+    ASSERT_EQ(alter.environment("BXM_HOME", home()).run().status, 0);
+  }
+
   /// Runs the load under the recorder.
   void record(bool syncFull, const std::string& units = "150") {
-    if (syncFull) {
-      support::Process alter(
-          {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
-      ASSERT_EQ(alter.environment("BXM_HOME", home()).run().status, 0);
-    }
-    for (const auto& [name, bytes] : durableFiles()) m_disk.preset(name, bytes);
+    if (syncFull) synchroniseFully({});
+    presetDisk();
     std::cout << "seed " << m_seed << " (FAULTS_SEED)\n";
-    const auto load = client({"power", std::to_string(m_seed), units, syncFull ? "20" : "2500"},
-                             {{"BXM_HOME", home()},
-                              {"LD_PRELOAD", preloadLibrary()},
-                              {"FAULTS_RECORD", m_folder / "recording"}});
+    Environment environment = recorded();
+    environment["BXM_HOME"] = home();
+    const auto load =
+        client({"power", std::to_string(m_seed), units, syncFull ? "20" : "2500"}, environment);
     ASSERT_EQ(load->start().wait(std::chrono::minutes(5)).status, 0);
     m_events = readRecording(m_folder / "recording");
   }
@@ -168,6 +178,49 @@ TEST_F(PowerCut, FindsNothingInMemoryForLong) {
     return browsed().empty();
   }));
 }
+
+/// Each is a file that is written under another name.
+TEST_F(PowerCut, KeepsAQueueAndASettingOnceTheCallHasReturned) {
+  presetDisk();
+  {
+    Peer maker(home(), recorded());
+    for (const char* words : {"connect", "create R"}) maker.words(words);
+  }
+  synchroniseFully(recorded());
+  std::mt19937 random;
+  for (const Event& event : readRecording(m_folder / "recording")) {
+    EXPECT_EQ(found(m_disk.afterCut(Disk::Unflushed::kLast, &event, random)).size(), 0u);
+    m_disk.apply(event);
+  }
+  lay(m_disk.afterCut(Disk::Unflushed::kDropped, nullptr, random));
+  EXPECT_EQ(support::readFile(m_folder / "cut/DEFAULT/manager"), durableFiles().at("manager"));
+  Peer booted(m_folder / "cut");
+  booted.words("connect");
+  EXPECT_EQ(booted.ask("depth R"), "0 0 0");
+}
+
+#ifdef FERRY_KILL_POINTS
+TEST_F(PowerCut, KeepsWhatIsSeenOfADeadProgramsUnitOfWork) {
+  tell({"connect", "put Q a", "disconnect"});
+  presetDisk();
+  Environment killed = recorded(), stopped = recorded();
+  killed["BXM_KILL_AT"] = "append-end";
+  stopped["BXM_STOP_AT"] = "recover-published";
+  Peer neighbour(home()), dead(home(), killed), finisher(home(), stopped);
+  for (Peer* each : {&neighbour, &dead}) each->words("connect");
+  EXPECT_FALSE(dead.ask("put Q b"));
+  finisher.tell("connect");
+  int status = 0;
+  ::waitpid(finisher.pid(), &status, WUNTRACED);
+  ASSERT_TRUE(WIFSTOPPED(status));
+  const std::vector<std::string> seen{"a", "b"};
+  EXPECT_EQ(neighbour.words("browse Q"), seen);
+  for (const Event& event : readRecording(m_folder / "recording")) m_disk.apply(event);
+  std::mt19937 random;
+  lay(m_disk.afterCut(Disk::Unflushed::kDropped, nullptr, random));
+  EXPECT_EQ(browsed(), seen);
+}
+#endif
 
 } // namespace
 } // namespace faults

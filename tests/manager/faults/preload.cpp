@@ -100,7 +100,7 @@ bool isWatched(int file) { return file >= 0 && file < kMostFiles && g_watched[fi
 std::string durableName(const std::string& path) {
   std::string name = path.substr(path.rfind('/') + 1);
   if (name.starts_with(".new-")) name = name.substr(5);
-  if (name.starts_with(".manager-")) name = "manager";
+  if (name.starts_with(".")) name = name.substr(1, name.rfind('-') - 1); // the maker's process id
   const bool durable = name == "manager" || name.starts_with("log-") || name.starts_with("queue-");
   return durable ? name : "";
 }
