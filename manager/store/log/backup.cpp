@@ -155,6 +155,7 @@ Backup::Sources Backup::look() const {
   for (auto& [number, source] : sources) {
     source.end = endOf(number);
     source.sure = std::min(source.sure, source.end);
+    BXM_KILL_POINT("backup-looked");
   }
   return sources;
 }

@@ -250,6 +250,15 @@ protected:
     next.words("connect");
     return lookedAt(next);
   }
+  /// What backup B holds.
+  Queues restored() const {
+    const support::TempFolder other;
+    EXPECT_EQ(bxadm(other.path().string(), {"restore", m_home / "B", "DEFAULT"}), 0);
+    support::writeFile(other / "default", "DEFAULT\n");
+    Peer peer(other.path().string());
+    peer.words("connect");
+    return lookedAt(peer);
+  }
   std::string home() const { return m_home.path().string(); }
   support::TempFolder m_home;
 };
@@ -409,12 +418,7 @@ TEST_F(Recovery, BackupBesidesSpaceThatIsGivenBackIsWhole) {
   for (const char* words : {"connect", "sputn Q new 10 @418000", "commit"}) filler.words(words);
   backup.signal(SIGCONT);
   EXPECT_EQ(backup.wait().status, 0);
-  const support::TempFolder other;
-  EXPECT_EQ(bxadm(other.path().string(), {"restore", m_home / "B", "DEFAULT"}), 0);
-  support::writeFile(other / "default", "DEFAULT\n");
-  Peer restored(other.path().string());
-  restored.words("connect");
-  EXPECT_EQ(lookedAt(restored), look());
+  EXPECT_EQ(restored(), look());
 }
 
 TEST_F(Recovery, AfterABootMayDieAnywhere) {
@@ -436,6 +440,34 @@ TEST(FirstStart, MayDieAnywhere) {
     EXPECT_EQ(next.ask("connect"), "0 0");
     EXPECT_EQ(next.ask("create Q"), "0 0");
   }
+}
+
+TEST_F(Recovery, BackupBesidesReadersThatAreStoppedBringsNothingBack) {
+  Peer one(home(), {{"BXM_STOP_AT", "settle-begin"}}),
+      unit(home(), {{"BXM_STOP_AT", "consume-entry"}});
+  for (Peer* each : {&one, &unit}) each->words("connect");
+  one.tell("get Q");
+  waitForStop(one.pid());
+  unit.words("sgetn Q 2");
+  unit.tell("commit");
+  waitForStop(unit.pid());
+  EXPECT_EQ(bxadm(home(), {"backup", m_home / "B"}), 0);
+  EXPECT_EQ(restored(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b0", "b1"}}}));
+}
+
+/// The unit's last piece lies in a file that is looked at later than that of its first.
+TEST_F(Recovery, BackupBesidesAUnitOfWorkInSeveralFilesHoldsNoPartOfIt) {
+  Peer writer(home());
+  for (const char* words : {"connect", "sputn R full 5 @418000", "commit"}) writer.words(words);
+  tell({"connect", "put R other", "disconnect"});
+  const Queues before = look();
+  support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
+  backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-looked").start();
+  waitForStop(backup.pid());
+  for (const char* words : {"sputn R half 8 @418000", "commit"}) writer.words(words);
+  backup.signal(SIGCONT);
+  EXPECT_EQ(backup.wait().status, 0);
+  EXPECT_EQ(restored(), before);
 }
 
 } // namespace
