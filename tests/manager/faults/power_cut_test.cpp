@@ -210,9 +210,7 @@ TEST_F(PowerCut, KeepsWhatIsSeenOfADeadProgramsUnitOfWork) {
   for (Peer* each : {&neighbour, &dead}) each->words("connect");
   EXPECT_FALSE(dead.ask("put Q b"));
   finisher.tell("connect");
-  int status = 0;
-  ::waitpid(finisher.pid(), &status, WUNTRACED);
-  ASSERT_TRUE(WIFSTOPPED(status));
+  ASSERT_TRUE(finisher.waitForStop());
   const std::vector<std::string> seen{"a", "b"};
   EXPECT_EQ(neighbour.words("browse Q"), seen);
   for (const Event& event : readRecording(m_folder / "recording")) m_disk.apply(event);

@@ -447,10 +447,10 @@ TEST_F(Recovery, BackupBesidesReadersThatAreStoppedBringsNothingBack) {
       unit(home(), {{"BXM_STOP_AT", "consume-entry"}});
   for (Peer* each : {&one, &unit}) each->words("connect");
   one.tell("get Q");
-  waitForStop(one.pid());
+  ASSERT_TRUE(one.waitForStop());
   unit.words("sgetn Q 2");
   unit.tell("commit");
-  waitForStop(unit.pid());
+  ASSERT_TRUE(unit.waitForStop());
   EXPECT_EQ(bxadm(home(), {"backup", m_home / "B"}), 0);
   EXPECT_EQ(restored(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b0", "b1"}}}));
 }
@@ -463,7 +463,7 @@ TEST_F(Recovery, BackupBesidesAUnitOfWorkInSeveralFilesHoldsNoPartOfIt) {
   const Queues before = look();
   support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-looked").start();
-  waitForStop(backup.pid());
+  ASSERT_TRUE(backup.waitForStop());
   for (const char* words : {"sputn R half 8 @418000", "commit"}) writer.words(words);
   backup.signal(SIGCONT);
   EXPECT_EQ(backup.wait().status, 0);
