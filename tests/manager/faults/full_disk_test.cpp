@@ -42,6 +42,12 @@ void begin(Peer& peer) {
   peer.words("create Q");
 }
 
+void synchroniseFully(const std::string& home) {
+  support::Process alter(
+      {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
+  EXPECT_EQ(alter.environment("BXM_HOME", home).run().status, 0);
+}
+
 /// Puts units of work until one fails. Returns how many messages were committed.
 int fill(Peer& peer) {
   for (int unit = 0;; ++unit) {
@@ -81,6 +87,21 @@ TEST(FullDisk, RefusesPutsAndLosesNothing) {
   reader.words("disconnect");
   second.words("disconnect");
   EXPECT_GT(fill(peer), count / 2);
+}
+
+/// There is one file for what they take, which each of them needs at once.
+TEST(FullDisk, IsReadByTwoInTurns) {
+  const SmallDisk disk("16m");
+  NEEDS_MOUNT(disk);
+  Peer peer(disk.path()), first(disk.path()), second(disk.path());
+  begin(peer);
+  synchroniseFully(disk.path());
+  for (Peer* each : {&first, &second}) each->words("connect");
+  fill(peer);
+  for (const std::string unit : {"u0-", "u1-"})
+    for (int i = 0; i < 5; ++i)
+      EXPECT_EQ((i % 2 ? first : second).ask("get Q"),
+                "0 0 " + unit + std::to_string(i) + "@40000");
 }
 
 /// Small messages need the most beside themselves: for who takes them, and for their deletion.
@@ -282,9 +303,7 @@ TEST(FailingDisk, MakesACallUnknownOnlyWhereItsRecordCannotBeVoided) {
     support::TempFolder home;
     Peer founder(home.path().string());
     for (const char* words : {"connect", "create Q", "put Q a", "put Q b"}) founder.words(words);
-    support::Process alter(
-        {support::binDir() + "/bxadm", "manager", "alter", "DEFAULT", "--sync", "full"});
-    EXPECT_EQ(alter.environment("BXM_HOME", home.path().string()).run().status, 0);
+    synchroniseFully(home.path().string());
     Peer peer(home.path().string(),
               {{"LD_PRELOAD", preloadLibrary()}, {"FAULTS_FAIL", std::to_string(n) + "+:5"}});
     peer.words("connect");
