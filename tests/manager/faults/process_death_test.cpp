@@ -358,6 +358,40 @@ TEST_F(Recovery, AfterABootFindsNothingOfHalfAUnitOfWork) {
   EXPECT_EQ(bxadm(home(), {"check"}), 0);
 }
 
+/// What the seal of one file covers counts when the other has been freed.
+TEST_F(Recovery, AfterABootFindsWhatAUnitTookWhoseEndIsGivenBack) {
+  tell({"connect", "sputn Q full 8 @418000", "commit", "sget R", "sputn Q big 8 @418000", "commit",
+        "sgetn Q 21", "commit", "disconnect"});
+  tell(kLookedOver);
+  EXPECT_EQ(look(true), (Queues{{"Q", {}}, {"R", {"b1"}}}));
+}
+
+class RecoveryOfMove : public Recovery, public ::testing::WithParamInterface<bool> {};
+
+/// Also once what it was made of, and what says that this was got, have been freed.
+TEST_P(RecoveryOfMove, BringsNoCopyBackThatWasNotEntered) {
+  for (const std::string unit : {"0", "1", "2"})
+    tell(
+        {"connect", "sputn R old" + unit + " 2", "sputn Q big 10 @418000", "commit", "disconnect"});
+  Peer mover(home(), {{"BXM_STOP_AT", "move-written"}}), other(home());
+  for (const char* words : {"connect", "sgetn Q 35"}) mover.words(words);
+  mover.tell("commit");
+  waitForStop(mover.pid());
+  for (const char* words : {"connect", "get R"}) other.words(words);
+  std::this_thread::sleep_for(milliseconds(300)); // until it is settled
+  const bool dies = GetParam();
+  mover.signal(dies ? SIGKILL : SIGCONT);
+  if (dies) mover.waitForDeath();
+  for (const char* words : {"get R", "get R", "get R", "sputn Q more 10 @418000", "commit",
+                            "sgetn Q 10", "commit", "disconnect"})
+    other.words(words);
+  tell(kLookedOver);
+  EXPECT_EQ(look(true), (Queues{{"Q", {}}, {"R", {"old10", "old11", "old20", "old21"}}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(, RecoveryOfMove, ::testing::Bool(),
+                         [](const auto& dies) { return dies.param ? "Death" : "Pause"; });
+
 /// Else that would be there again.
 TEST_F(Recovery, OfSpaceKeepsACopyAsLongAsWhatItWasMadeOf) {
   Peer peer(home()), holder(home());
