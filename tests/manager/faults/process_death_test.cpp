@@ -358,6 +358,20 @@ TEST_F(Recovery, AfterABootFindsNothingOfHalfAUnitOfWork) {
   EXPECT_EQ(bxadm(home(), {"check"}), 0);
 }
 
+/// Nor does who has read ahead take it for what is put later.
+TEST_F(Recovery, WritesNothingOverHalfAUnitOfWork) {
+  Peer victim(home(), {{"BXM_STOP_AT", "append-end:2"}}), reader(home());
+  for (const char* words : {"connect", "sputn Q never 9", "sputn Q big 36 @1000000"})
+    victim.words(words);
+  victim.tell("commit");
+  waitForStop(victim.pid());
+  for (const char* words : {"connect", "browse Q"}) reader.words(words);
+  victim.signal(SIGKILL);
+  victim.waitForDeath();
+  tell({"connect", "sputn Q fresh 2", "commit", "disconnect"});
+  EXPECT_EQ(reader.ask("browse Q"), "0 0 a0 a1 a2 a3 a4 fresh0 fresh1");
+}
+
 /// What the seal of one file covers counts when the other has been freed.
 TEST_F(Recovery, AfterABootFindsWhatAUnitTookWhoseEndIsGivenBack) {
   tell({"connect", "sputn Q full 8 @418000", "commit", "sget R", "sputn Q big 8 @418000", "commit",
