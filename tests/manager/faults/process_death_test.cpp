@@ -364,7 +364,7 @@ TEST_F(Recovery, WritesNothingOverHalfAUnitOfWork) {
   for (const char* words : {"connect", "sputn Q never 9", "sputn Q big 36 @1000000"})
     victim.words(words);
   victim.tell("commit");
-  waitForStop(victim.pid());
+  ASSERT_TRUE(victim.waitForStop());
   for (const char* words : {"connect", "browse Q"}) reader.words(words);
   victim.signal(SIGKILL);
   victim.waitForDeath();
@@ -390,7 +390,7 @@ TEST_P(RecoveryOfMove, BringsNoCopyBackThatWasNotEntered) {
   Peer mover(home(), {{"BXM_STOP_AT", "move-written"}}), other(home());
   for (const char* words : {"connect", "sgetn Q 25"}) mover.words(words);
   mover.tell("commit\ndisconnect"); // which does it in the thread that is stopped
-  waitForStop(mover.pid());
+  ASSERT_TRUE(mover.waitForStop());
   for (const char* words : {"connect", "get R"}) other.words(words);
   std::this_thread::sleep_for(milliseconds(300)); // until it is settled
   for (const char* words : {"sputn Q more 10 @418000", "commit"}) other.words(words); // behind it
