@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 
 namespace bxm {
 
@@ -31,8 +30,8 @@ struct Target {
 
 void killPoint(const char* name) {
   static Target killed("BXM_KILL_AT"), stopped("BXM_STOP_AT");
-  if (killed.name == name && --killed.left == 0) ::kill(::getpid(), SIGKILL);
-  if (stopped.name == name && --stopped.left == 0) ::kill(::getpid(), SIGSTOP);
+  if (killed.name == name && --killed.left == 0) std::raise(SIGKILL);
+  if (stopped.name == name && --stopped.left == 0) std::raise(SIGSTOP);
 }
 
 } // namespace bxm

@@ -92,8 +92,8 @@ void Reclaim::freeUncounted() {
   for (std::uint32_t number = 0; number < still.size(); ++number) {
     const FileSlot& slot = m_runtime.file(number);
     const FileKind kind = stateOf(number).kind;
-    const bool isHeld = kind == FileKind::kIdle && liveIn(slot) > 0 &&
-                        m_store.files().beginCleaning(number, m_connection);
+    const bool isHeld = kind == FileKind::kIdle && slot.end.load() >= kFileSize / 2 &&
+                        liveIn(slot) > 0 && m_store.files().beginCleaning(number, m_connection);
     if (isHeld) held.push_back(number);
     if (isHeld || kind == FileKind::kSealed) still[number] = slot.generation.load();
   }
