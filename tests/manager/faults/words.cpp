@@ -10,7 +10,7 @@ Codes read(const contract::Queue& queue, contract::GetHow how, std::string& name
   how.room = 1024; // most are small, and a sanitizer looks at every byte of a buffer
   contract::Message message = queue.get(how);
   if (message.codes.reason == BXRC_TRUNCATED_FAILED) {
-    how.room = static_cast<std::size_t>(message.length);
+    how.room = 1 << 20; // by now it may be another one, and larger
     message = queue.get(how);
   }
   if (message.codes == kOk) name = nameOf(message.text);
