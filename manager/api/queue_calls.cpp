@@ -44,7 +44,7 @@ Codes get(Connection& connection, BXHOBJ object, BXMD* descriptor, BXGMO* option
   if ((match & ~kMatchOptions) != 0) return failed(BXRC_OPTIONS_ERROR);
   // A descriptor of version 1 ends before the group identifier: what is behind is not the caller's.
   const bool whole = descriptor->version >= BXMD_VERSION_2;
-  BXMD shorter = BXMD_DEFAULT;
+  BXMD shorter;
   if (!whole) __builtin_memcpy(&shorter, descriptor, offsetof(BXMD, groupId));
   Connection::GetRequest request{whole ? *descriptor : shorter,
                                  options->options,

@@ -25,9 +25,9 @@ constexpr int kDefaultPriority = 0;
 
 /// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
 BXMD withDefaultTail(const BXMD& descriptor) {
+  if (descriptor.version != BXMD_VERSION_1) return descriptor;
   BXMD whole = BXMD_DEFAULT;
-  const bool isShort = descriptor.version == BXMD_VERSION_1;
-  std::memcpy(&whole, &descriptor, isShort ? offsetof(BXMD, groupId) : sizeof whole);
+  std::memcpy(&whole, &descriptor, offsetof(BXMD, groupId));
   return whole;
 }
 

@@ -114,12 +114,10 @@ void Backup::findUnlogged() {
 
 std::vector<Backup::Seen> Backup::entriesIn(Entry::State state) const {
   std::vector<Seen> found;
-  for (const QueueDefinition& queue : m_store.queues().list())
-    if (const auto share = m_store.share(queue.id, queue.slot))
-      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-        const std::uint64_t word = entry.load();
-        if (Entry::stateOf(word) == state) found.push_back({share, &entry, word});
-      });
+  m_store.forEachEntry([&](const auto& share, QueueIndex::Word& entry) {
+    const std::uint64_t word = entry.load();
+    if (Entry::stateOf(word) == state) found.push_back({share, &entry, word});
+  });
   return found;
 }
 

@@ -105,6 +105,13 @@ public:
   /// Null when there is no such queue any more.
   std::shared_ptr<QueueShare> share(std::uint32_t queueId);
   std::shared_ptr<QueueShare> share(std::uint32_t queueId, std::uint32_t slot);
+  /// Calls visit(share, entry) for all entries of all queues; the share keeps them mapped.
+  template <typename Visit>
+  void forEachEntry(Visit visit) {
+    for (const QueueDefinition& queue : m_queues.list())
+      if (const auto its = share(queue.id, queue.slot))
+        its->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) { visit(its, entry); });
+  }
 
   void saveSettings(const ManagerSettings& settings);
   void saveCommandServer(bool runs);

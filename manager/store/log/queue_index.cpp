@@ -22,10 +22,6 @@ constexpr std::size_t kMostTouched = 8;       ///< windows whose pages are held
 constexpr std::uint64_t kTrimmed = 65536;     ///< entries given back at once
 constexpr std::uint64_t kBetweenTrims = 4096; ///< messages that end, until it is looked for them
 
-std::uint64_t keyOf(int priority, std::uint64_t number) {
-  return static_cast<std::uint64_t>(priority) << 56 | number;
-}
-
 } // namespace
 
 QueueIndex::QueueIndex(const Folder& folder, QueueSlot& slot, std::uint32_t queueId)
@@ -88,7 +84,7 @@ PrioritySlot& QueueIndex::mapSlot(int priority) const {
 
 QueueIndex::Word* QueueIndex::window(int priority, std::uint64_t number) const {
   const std::lock_guard guard(m_mutex);
-  const std::uint64_t key = keyOf(priority, number);
+  const std::uint64_t key = packedPosition(priority, number);
   auto found = m_windows.find(key);
   if (found == m_windows.end()) {
     void* mapped = mapFile(file(priority), kSlotBytes + number * kWindowBytes, kWindowBytes,
@@ -112,8 +108,9 @@ void QueueIndex::letGoOfPages() const {
 QueueIndex::Word& QueueIndex::entry(int priority, std::uint64_t sequence) const {
   const std::uint64_t number = sequence / kWindow;
   const Mapped* latest = m_latest[static_cast<std::size_t>(priority)].load();
-  Word* const words = latest && latest->first == keyOf(priority, number) ? latest->second.words
-                                                                         : window(priority, number);
+  Word* const words = latest && latest->first == packedPosition(priority, number)
+                          ? latest->second.words
+                          : window(priority, number);
   return words[sequence % kWindow];
 }
 

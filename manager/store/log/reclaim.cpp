@@ -108,15 +108,12 @@ void Reclaim::freeUncounted() {
 
 void Reclaim::dropUnnamed(const std::vector<Generation>& still) {
   std::vector<bool> named(still.size());
-  for (const QueueDefinition& queue : m_store.queues().list())
-    if (const auto share = m_store.share(queue.id, queue.slot))
-      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-        const std::uint64_t word = entry.load();
-        const std::uint32_t file = Entry::placeOf(word).file;
-        const auto state = Entry::stateOf(word);
-        if (file < named.size() && state != Entry::kEmpty && state != Entry::kGone)
-          named[file] = true;
-      });
+  m_store.forEachEntry([&](const auto&, QueueIndex::Word& entry) {
+    const std::uint64_t word = entry.load();
+    const std::uint32_t file = Entry::placeOf(word).file;
+    const auto state = Entry::stateOf(word);
+    if (file < named.size() && state != Entry::kEmpty && state != Entry::kGone) named[file] = true;
+  });
   for (std::uint32_t number = 0; number < still.size(); ++number)
     if (still[number] != 0 && !named[number]) dropAll(m_runtime.file(number), still[number]);
 }
@@ -242,15 +239,13 @@ bool Reclaim::moveOldMessages() {
   const auto files = mostlyEmpty();
   if (files.empty() || begin.time_since_epoch().count() < due.load()) return false;
   std::unordered_map<std::uint64_t, Named> named;
-  for (const QueueDefinition& queue : m_store.queues().list())
-    if (const auto share = m_store.share(queue.id, queue.slot))
-      share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-        const std::uint64_t word = entry.load();
-        const Place place = Entry::placeOf(word);
-        if (Entry::stateOf(word) == Entry::kAvailable &&
-            std::binary_search(files.begin(), files.end(), place.file))
-          named[place.packed()] = {&entry, word, share};
-      });
+  m_store.forEachEntry([&](const auto& share, QueueIndex::Word& entry) {
+    const std::uint64_t word = entry.load();
+    const Place place = Entry::placeOf(word);
+    if (Entry::stateOf(word) == Entry::kAvailable &&
+        std::binary_search(files.begin(), files.end(), place.file))
+      named[place.packed()] = {&entry, word, share};
+  });
   std::size_t moved = 0;
   for (const std::uint32_t number : files) {
     // Nobody else moves them, nor frees the file before it is said what became of the copies.

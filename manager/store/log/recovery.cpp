@@ -216,12 +216,10 @@ void Recovery::undoMoves() {
   if (!copies.empty()) {
     std::unordered_map<std::uint64_t, bool> named;
     for (const auto& [packed, origin] : copies) named[packed] = named[origin] = false;
-    for (const QueueDefinition& queue : m_store.queues().list())
-      if (const auto share = m_store.share(queue.id, queue.slot))
-        share->index.forEach([&](int, std::uint64_t, QueueIndex::Word& entry) {
-          const auto found = named.find(Entry::placeOf(entry.load()).packed());
-          if (found != named.end()) found->second = true;
-        });
+    m_store.forEachEntry([&](const auto&, QueueIndex::Word& entry) {
+      const auto found = named.find(Entry::placeOf(entry.load()).packed());
+      if (found != named.end()) found->second = true;
+    });
     std::vector<TakeGroup> takes;
     for (const auto& [packed, origin] : copies) {
       const Place place = Place::unpacked(packed);
