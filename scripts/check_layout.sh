@@ -19,9 +19,10 @@ declare -A may=(
   [manager/base]="bx"
   [manager/store]="bx manager/base"
   [manager/store/log]="bx manager/base manager/store"
+  [manager/store/postgres]="bx manager/base manager/store"
   [manager/engine]="bx manager/base manager/store"
   [manager/api]="bx manager/base manager/engine"
-  [manager/admin]="bx manager/base manager/engine"
+  [manager/admin]="bx manager/base manager/store manager/engine"
 )
 # A circle: some folders that no order puts behind what they include.
 left=" ${!may[*]} "

@@ -11,7 +11,7 @@ using bxm::admin::Arguments;
 
 constexpr const char* kUsage =
     "Usage:\n"
-    " bxadm manager create NAME [--default]\n"
+    " bxadm manager create NAME [--default] [--store postgresql://...]\n"
     " bxadm manager list\n"
     " bxadm manager delete NAME\n"
     " bxadm manager alter NAME --sync full|batch\n"
@@ -25,9 +25,10 @@ constexpr const char* kUsage =
 
 int createManager(Arguments& arguments) {
   const bool makeDefault = arguments.takeFlag("--default");
+  const std::string place = arguments.takeOptionalValue("--store").value_or("");
   const std::string name = arguments.takeName();
   arguments.expectEnd();
-  bxm::createManager(name, makeDefault);
+  bxm::createManager(name, makeDefault, place);
   std::printf("Queue manager %s created.\n", name.c_str());
   return 0;
 }

@@ -16,8 +16,8 @@ BXLONG limitOf(BXLONG asked, BXLONG byDefault, BXLONG highest, const char* what)
 
 } // namespace
 
-void createManager(const std::string& name, bool makeDefault) {
-  catalog().create(name, makeDefault);
+void createManager(const std::string& name, bool makeDefault, const std::string& place) {
+  catalog().create(name, makeDefault, place);
 }
 
 void deleteManager(const std::string& name) { catalog().remove(name); }

@@ -16,7 +16,8 @@ struct ManagerInfo {
   bool isDefault = false;
 };
 
-void createManager(const std::string& name, bool makeDefault);
+/// place: postgresql://... for one in a database, empty for one in the folder of BXM_HOME.
+void createManager(const std::string& name, bool makeDefault, const std::string& place);
 void deleteManager(const std::string& name);
 std::vector<ManagerInfo> listManagers();
 void switchCommandServer(const std::string& name, bool runs);

@@ -69,6 +69,12 @@ public:
     m_position = message.position;
   }
 
+  std::optional<std::size_t> room() const override {
+    if (!m_match.any()) return std::nullopt;
+    const bool cuts = (m_request.options & BXGMO_ACCEPT_TRUNCATED_MESSAGE) != 0;
+    return cuts ? std::size_t{kMessageLengthLimit} : m_request.bufferLength;
+  }
+
   const Position& position() const { return m_position; }
 
 private:

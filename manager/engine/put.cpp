@@ -60,7 +60,7 @@ Codes Connection::store(OpenQueue& queue, const PutRequest& request, int priorit
   const MessageTimes times = encodeHeader(request.descriptor, definition);
 
   const bool syncpoint = (request.options.options & BXPMO_SYNCPOINT) != 0;
-  if (!queue.queue->reserve()) return failed(BXRC_Q_FULL);
+  if (!queue.queue->reserve(syncpoint)) return failed(BXRC_Q_FULL);
   PutBatch& batch = syncpoint ? m_puts : m_single;
   try {
     batch.append(definition.id, priority, m_header, request.data, times.expires != 0);
@@ -84,7 +84,7 @@ MessageTimes Connection::encodeHeader(const BXMD& descriptor, const QueueDefinit
   stored.backoutCount = 0;
   if (stored.persistence == BXPER_AS_Q_DEF) stored.persistence = definition.defaultPersistence;
   MessageTimes times;
-  times.put = clockNow();
+  times.put = m_session->now();
   if (stored.expiry != BXEI_UNLIMITED)
     times.expires = times.put + std::int64_t{stored.expiry} * 100;
   m_header.clear();

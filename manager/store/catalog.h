@@ -14,7 +14,7 @@ struct ManagerSettings {
   bool syncFull = false; ///< commits of gets wait for the disk
 };
 
-/// The managers that a binding can reach. Each binding's library defines catalog().
+/// The managers that a binding can reach.
 class Catalog {
 public:
   virtual ~Catalog() = default;
@@ -23,8 +23,9 @@ public:
   /// 2059 cannot be opened, 2035 no permission, 2025 too many connections.
   virtual std::unique_ptr<StoreSession> connect(std::string_view name) = 0;
 
+  /// place: where it is to live, as far as the binding offers a choice; empty where it does not.
   /// Throws Failure: 2100 it exists, 2058 not a name, or what the folder or server said.
-  virtual void create(const std::string& name, bool makeDefault) = 0;
+  virtual void create(const std::string& name, bool makeDefault, const std::string& place) = 0;
   /// Throws Failure: 2058 unknown, 2042 somebody is connected.
   virtual void remove(const std::string& name) = 0;
   virtual void setSettings(const std::string& name, const ManagerSettings& settings) = 0;
@@ -66,6 +67,12 @@ public:
   virtual void restore(const std::string& source, const std::string& name) = 0;
 };
 
+/// The managers in the folder of BXM_HOME.
+Catalog& embeddedCatalog();
+/// Those in databases, which bxclient.ini names.
+Catalog& postgresCatalog();
+
+/// What the calls of a program work on: one of these, or both.
 Catalog& catalog();
 
 } // namespace bxm

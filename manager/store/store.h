@@ -42,6 +42,8 @@ public:
   /// kSkip: not this one, go on. kRefuse: stop here and leave the message where it is.
   virtual Verdict judge(const StoredMessage& message) = 0;
   virtual void deliver(const StoredMessage& message) = 0;
+  /// When judge accepts whatever message has up to so many bytes of data: that number.
+  virtual std::optional<std::size_t> room() const { return std::nullopt; }
 };
 
 enum class Found { kDelivered, kRefused, kNothing };
@@ -63,8 +65,9 @@ public:
   /// Committed messages that are not got for good, plus uncommitted puts of all sessions.
   virtual std::uint64_t depth() = 0;
   /// Counts one uncommitted put; false, and nothing counted, when the queue would then hold more
-  /// than its maximum depth. Counted until the commit or backout that ends it, or unreserve.
-  virtual bool reserve() = 0;
+  /// than its maximum depth. Counted until the commit or backout that ends it, or unreserve; a put
+  /// outside of units of work follows at once.
+  virtual bool reserve(bool syncpoint) = 0;
   virtual void unreserve() = 0;
 
   /// Takes the first message that is committed, not expired, not taken, and that the receiver
@@ -91,6 +94,8 @@ public:
   virtual std::string managerName() const = 0;
   /// Where the session's batch may spill to.
   virtual std::string scratchFolder() const = 0;
+  /// The clock by which messages expire, ms since 1970.
+  virtual std::int64_t now() = 0;
 
   virtual std::optional<QueueDefinition> findQueue(std::string_view name) = 0;
   virtual std::vector<QueueDefinition> listQueues() = 0;

@@ -65,19 +65,6 @@ Failure unknownManager(std::string_view name) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-std::string defaultHomeFolder() {
-  auto variable = [](const char* name) -> std::string {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-  };
-  if (const std::string home = variable("BXM_HOME"); !home.empty()) return home;
-  if (::geteuid() == 0) return "/var/lib/bxm";
-  if (const std::string state = variable("XDG_STATE_HOME"); !state.empty()) return state + "/bxm";
-  if (const std::string home = variable("HOME"); !home.empty()) return home + "/.local/state/bxm";
-  throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
-                "no folder for queue managers: neither BXM_HOME nor HOME is set");
-}
-
 std::string encodeFolderName(std::string_view name) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   std::string out;
@@ -227,7 +214,9 @@ void Home::build(const Folder& home, const std::string& name,
   home.sync();
 }
 
-void Home::create(const std::string& name, bool makeDefault) {
+void Home::create(const std::string& name, bool makeDefault, const std::string& place) {
+  if (!place.empty())
+    throw Failure(BXRC_OPTIONS_ERROR, "no place for a queue manager is known by '" + place + "'");
   if (!isName(name))
     throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
   makeHome();

@@ -19,7 +19,7 @@ public:
   explicit Home(std::string folder) : m_folder(std::move(folder)) {}
 
   std::unique_ptr<StoreSession> connect(std::string_view name) override;
-  void create(const std::string& name, bool makeDefault) override;
+  void create(const std::string& name, bool makeDefault, const std::string& place) override;
   void remove(const std::string& name) override;
   void setSettings(const std::string& name, const ManagerSettings& settings) override;
   std::vector<Entry> list() override;
@@ -62,10 +62,6 @@ private:
   std::map<std::string, OpenStore> m_open; ///< by manager
   std::shared_ptr<LogStore> m_latest;      ///< kept open: a process often connects again at once
 };
-
-/// BXM_HOME, else where the system keeps the state of root's or a user's programs. Throws Failure
-/// 2059 when nothing says where.
-std::string defaultHomeFolder();
 
 /// A manager's name as a folder's name, and back. Slashes, percent signs and whatever could be
 /// mistaken for another file are encoded as %XX.

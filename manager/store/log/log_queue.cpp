@@ -76,7 +76,7 @@ std::uint64_t LogQueue::depth() {
   return depth;
 }
 
-bool LogQueue::reserve() {
+bool LogQueue::reserve(bool /*syncpoint*/) {
   const auto most = static_cast<std::uint64_t>(m_definition.maxDepth);
   for (;;) {
     // Counted before it is checked: of two that meet at the limit, none passes it, and who deletes

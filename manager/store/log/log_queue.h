@@ -19,7 +19,7 @@ public:
   const QueueDefinition& definition() const override { return m_definition; }
   bool exists() override { return m_share->exists(); }
   std::uint64_t depth() override;
-  bool reserve() override;
+  bool reserve(bool syncpoint) override;
   void unreserve() override;
   Found take(Receiver& receiver, bool syncpoint) override;
   Found takeAt(const Position& position, Receiver& receiver, bool syncpoint) override;

@@ -24,6 +24,7 @@ public:
 
   std::string managerName() const override { return m_store->name(); }
   std::string scratchFolder() const override { return m_store->folder().path(); }
+  std::int64_t now() override { return clockNow(); }
 
   std::optional<QueueDefinition> findQueue(std::string_view name) override;
   std::vector<QueueDefinition> listQueues() override;

@@ -30,5 +30,6 @@ inline std::ostream& operator<<(std::ostream& out, const Binding& binding) {
 }
 
 Binding embeddedBinding();
+Binding postgresBinding();
 
 } // namespace contract

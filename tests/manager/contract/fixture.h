@@ -64,5 +64,7 @@ protected:
 
 /// Registers a suite of scenarios for every binding that has been built.
 #define FOR_EVERY_BINDING(suite)                                                                   \
-  INSTANTIATE_TEST_SUITE_P(Bindings, suite, testing::Values(contract::embeddedBinding()),          \
+  INSTANTIATE_TEST_SUITE_P(Bindings, suite,                                                       \
+                           testing::Values(contract::embeddedBinding(),                            \
+                                           contract::postgresBinding()),                           \
                            testing::PrintToStringParamName())

@@ -72,7 +72,7 @@ TEST_F(Lifetime, QueuesThatNobodyUsesHoldNoDescriptors) {
 /// Whichever thread lets go of a manager last closes it while others open it anew: the locks by
 /// which other processes know that a connection lives must not go with the old one.
 TEST_F(Lifetime, ConnectionsSurviveTheEndOfOthers) {
-  home->create("OTHER", false);
+  home->create("OTHER", false, "");
   home->connect("M");
   const int file = ::open(this->file("runtime").c_str(), O_RDWR | O_CLOEXEC);
   std::atomic<int> takenForDead = 0;
@@ -133,8 +133,8 @@ TEST_F(Lifetime, AManagerMadeAnewIsNotTakenForTheOld) {
   }
   home->remove("M");
   EXPECT_THROW(home->connect("M"), Failure);
-  home->create("M", true);
-  EXPECT_THROW(home->create("M", true), Failure);
+  home->create("M", true, "");
+  EXPECT_THROW(home->create("M", true, ""), Failure);
   EXPECT_FALSE(home->connect("")->findQueue("Q"));
 }
 

@@ -18,7 +18,7 @@ class OneManager : public testing::Test {
 protected:
   OneManager() {
     open();
-    home->create("M", false);
+    home->create("M", false, "");
     const auto session = home->connect("M");
     QueueDefinition queue;
     queue.name = "Q";
@@ -42,7 +42,7 @@ protected:
     const auto queue = session.open(definition);
     PutBatch batch(session.scratchFolder());
     for (const std::string& text : texts) {
-      ASSERT_TRUE(queue->reserve());
+      ASSERT_TRUE(queue->reserve(true));
       std::string header;
       encodeMessageHeader(BXMD_DEFAULT, {clockNow(), expires}, {1, ++m_made}, header);
       batch.append(definition.id, 0, header, text, expires != 0);

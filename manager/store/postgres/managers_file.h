@@ -1,0 +1,28 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace bxm {
+
+/// bxclient.ini: where the managers are that live in databases.
+///
+///   [managers]
+///   default = ORDERS
+///   ORDERS = postgresql://db1,db2/queues
+///
+/// Read from where BXM_CLIENT_INI says, else from the folder of BXM_HOME, else from /etc/bxm.
+struct ManagersFile {
+  std::string path; ///< of the file that was read, or that is to be written
+  std::string defaultName;
+  std::map<std::string, std::string> places; ///< URIs by names
+
+  /// Without a file there are no managers. Throws Failure 2059 when it cannot be read or understood.
+  static ManagersFile read();
+  /// Adds a manager, leaving all other lines as they are; with the mark as the default one.
+  void add(const std::string& name, const std::string& place, bool makeDefault) const;
+  /// Takes it out, and its mark.
+  void remove(const std::string& name) const;
+};
+
+} // namespace bxm

@@ -1,0 +1,431 @@
+#include "manager/store/postgres/postgres_queue.h"
+
+#include "bx/bx.h"
+#include "manager/base/failure.h"
+#include "manager/store/postgres/postgres_session.h"
+#include "manager/store/postgres/promises.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+namespace bxm {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+/// What comes back without a word, of processes that died, is found after this.
+constexpr milliseconds kBetweenFullScans{100};
+/// A full scan, or a count, is due again after so many times as long as it took.
+constexpr int kBetweenExpensive = 20;
+/// A share of the room that is left may be used until the depth is looked at again.
+constexpr std::uint64_t kRoomShare = 16;
+/// After so many gets it is looked up what is gone for good.
+constexpr std::uint64_t kBetweenSettling = 32;
+constexpr seconds kBetweenTidying{1}, kBetweenLooks{1};
+/// How large a segment gets, and after how many puts it is looked at.
+constexpr std::uint64_t kSegmentBytes = 16 << 20, kBetweenSizings = 8192;
+
+/// Messages that are looked at on the way to one that matches.
+constexpr int kMostLookedAt = 16;
+
+} // namespace
+
+PostgresQueue::PostgresQueue(PostgresSession& session, const QueueDefinition& definition)
+    : m_session(session), m_definition(definition), m_segments(definition.id) {}
+
+PostgresQueue::~PostgresQueue() {
+  try {
+    endWait();
+  } catch (const Failure&) { // the lock of a lost connection is gone
+  }
+}
+
+bool PostgresQueue::refresh(Server& server) {
+  m_gone = m_gone || !m_segments.refresh(server);
+  return !m_gone;
+}
+
+void PostgresQueue::unitEnded(bool committed) {
+  if (!committed && m_taken > 0) m_anewDue = {};
+  m_taken = m_reserved = m_published = 0;
+  m_publications = 0;
+}
+
+// ---- Depth --------------------------------------------------------------------------------------
+
+/// Of what is put and not committed others tell the first few one by one, then in doubling steps.
+std::uint64_t PostgresQueue::counted(Server& server) {
+  const auto count = m_segments.count(server);
+  m_gone = m_gone || !count;
+  return count.value_or(0);
+}
+
+std::uint64_t PostgresQueue::depth() {
+  return counted(m_taken > 0 ? m_session.aside() : m_session.looking());
+}
+
+bool PostgresQueue::reserve(bool syncpoint) {
+  if (m_gone) return true; // the put is told
+  if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
+    --m_roomLeft;
+  else if (!findRoom(syncpoint))
+    return false;
+  if (syncpoint) publishReserved();
+  return true;
+}
+
+/// Near the limit each put is told to others before the depth is looked at: of two that meet there
+/// none passes it.
+bool PostgresQueue::findRoom(bool syncpoint) {
+  const auto begin = Clock::now();
+  Server& server = syncpoint ? m_session.unit() : m_session.single();
+  if (!syncpoint || m_published <= m_reserved) {
+    publish(server, 0);
+    server.run();
+    if (syncpoint) ++m_published;
+  }
+  std::uint64_t depth = counted(m_taken > 0 ? m_session.aside() : server);
+  if (syncpoint) depth -= std::min(depth, m_published - m_reserved - 1); // told, and not yet used
+  const auto most = static_cast<std::uint64_t>(m_definition.maxDepth);
+  if (depth > most) {
+    if (!syncpoint) m_session.dropSingle();
+    return false;
+  }
+  m_roomLeft = (most - depth) / kRoomShare;
+  const auto end = Clock::now();
+  m_roomUntil = end + std::max<Clock::duration>(milliseconds(100), (end - begin) * kBetweenExpensive);
+  return true;
+}
+
+void PostgresQueue::publish(Server& server, int exponent) {
+  promisePuts(server, m_segments.returned(), m_publications, exponent);
+  m_publications = std::min(m_publications + 1, kMostPromises);
+}
+
+void PostgresQueue::publishReserved() {
+  if (++m_reserved <= m_published) return;
+  Server& server = m_session.unit();
+  const std::uint64_t more = m_published < 4 ? 1 : std::min(m_published, m_roomLeft + 1);
+  const int exponent = static_cast<int>(std::bit_width(more)) - 1;
+  publish(server, exponent);
+  m_published += std::uint64_t{1} << exponent;
+  if (m_published <= 4)
+    server.run();
+  else
+    server.send();
+}
+
+void PostgresQueue::unreserve() {
+  m_session.dropSingle();
+  if (m_reserved > 0) --m_reserved;
+}
+
+// ---- Looking ------------------------------------------------------------------------------------
+
+/// The first messages behind a position; nullopt when the queue is gone.
+std::optional<std::vector<PostgresQueue::Seen>>
+PostgresQueue::look(const std::optional<Position>& after, int most) {
+  Server& server = m_session.looking();
+  for (;;) {
+    if (!refresh(server)) return std::nullopt;
+    std::vector<Arm> arms = m_segments.arms(false);
+    if (after) {
+      std::erase_if(arms, [&](const Arm& arm) { return arm.priority > after->priority; });
+      for (Arm& arm : arms)
+        if (arm.priority == after->priority)
+          arm.from = std::max(arm.from, static_cast<std::int64_t>(after->sequence) + 1);
+    }
+    const int pages = std::clamp((1 << 20) >> m_segments.sizeClass(), 1, most);
+    Parameters parameters;
+    parameters.add(key()).add(pages);
+    for (const Arm& arm : arms) parameters.add(arm.from - 1);
+    const Reply reply = server.runOne(m_segments.lookStatement(arms), parameters);
+    if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
+      m_segments.forget();
+      continue;
+    }
+    std::vector<Seen> seen;
+    for (int row = 0; row < reply.rows() && !reply.isNull(row, 2); ++row)
+      seen.push_back({{static_cast<int>(reply.number(row, 2)),
+                       static_cast<std::uint64_t>(reply.number(row, 3))},
+                      reply.text(row, 4),
+                      reply.number(row, 1)});
+    return seen;
+  }
+}
+
+Found PostgresQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
+  for (std::optional<Position> at = after;;) {
+    const auto seen = look(at, 1);
+    if (!seen || seen->empty()) return Found::kNothing;
+    const StoredMessage message{seen->front().position, seen->front().stored, seen->front().now};
+    switch (receiver.judge(message)) {
+    case Receiver::Verdict::kSkip: at = message.position; break;
+    case Receiver::Verdict::kRefuse: return Found::kRefused;
+    case Receiver::Verdict::kAccept:
+      receiver.deliver(message);
+      endWait();
+      return Found::kDelivered;
+    }
+  }
+}
+
+// ---- Taking -------------------------------------------------------------------------------------
+
+Found PostgresQueue::take(Receiver& receiver, bool syncpoint) {
+  const bool began = syncpoint && !m_session.unitIsOpen();
+  const Found found = takeFirst(receiver, syncpoint);
+  if (began && found != Found::kDelivered) m_session.dropEmptyUnit();
+  return found;
+}
+
+Found PostgresQueue::takeAt(const Position& position, Receiver& receiver, bool syncpoint) {
+  if (position.sequence == 0) return Found::kNothing;
+  const auto seen = look(Position{position.priority, position.sequence - 1}, 1);
+  if (!seen || seen->empty() || seen->front().position.priority != position.priority ||
+      seen->front().position.sequence != position.sequence)
+    return Found::kNothing;
+  switch (receiver.judge({position, seen->front().stored, seen->front().now})) {
+  case Receiver::Verdict::kSkip: return Found::kNothing;
+  case Receiver::Verdict::kRefuse: return Found::kRefused;
+  case Receiver::Verdict::kAccept: break;
+  }
+  const bool began = syncpoint && !m_session.unitIsOpen();
+  const Found found = takeExactly(position, receiver, syncpoint);
+  if (began && found != Found::kDelivered) m_session.dropEmptyUnit();
+  return found;
+}
+
+/// What the scans of this session found unavailable is not looked at again, unless something was
+/// given back or some time has passed.
+Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
+  const auto room = receiver.room();
+  while (refresh(m_session.looking())) {
+    if (!room || *room + 1 < std::size_t{1} << m_segments.sizeClass())
+      return takeJudged(receiver, syncpoint);
+    const bool quick = Clock::now() < m_anewDue;
+    switch (tryTake(m_segments.arms(quick), {syncpoint, quick, false}, receiver)) {
+    case Took::kOne: return Found::kDelivered;
+    case Took::kStale: break;
+    case Took::kNothing:
+      m_anewDue = {};
+      if (!quick) return Found::kNothing;
+    }
+  }
+  return Found::kNothing;
+}
+
+Found PostgresQueue::takeJudged(Receiver& receiver, bool syncpoint) {
+  std::optional<Position> at;
+  for (int most = 1;; most = kMostLookedAt) {
+    const auto page = look(at, most);
+    if (!page || page->empty()) return Found::kNothing;
+    for (const Seen& seen : *page) {
+      at = seen.position;
+      switch (receiver.judge({seen.position, seen.stored, seen.now})) {
+      case Receiver::Verdict::kSkip: continue;
+      case Receiver::Verdict::kRefuse: return Found::kRefused;
+      case Receiver::Verdict::kAccept: break;
+      }
+      const Found found = takeExactly(seen.position, receiver, syncpoint);
+      if (found != Found::kNothing) return found;
+    }
+  }
+}
+
+/// The message that the receiver has accepted, unless somebody else has it by now.
+Found PostgresQueue::takeExactly(const Position& position, Receiver& receiver, bool syncpoint) {
+  const auto sequence = static_cast<std::int64_t>(position.sequence);
+  while (refresh(m_session.looking())) {
+    std::vector<Arm> arms = m_segments.arms(false);
+    std::erase_if(arms, [&](const Arm& arm) {
+      return arm.priority != position.priority || arm.from > sequence;
+    });
+    for (Arm& arm : arms) arm.from = sequence;
+    const Took took = tryTake(arms, {syncpoint, false, true}, receiver);
+    if (took != Took::kStale) return took == Took::kOne ? Found::kDelivered : Found::kNothing;
+  }
+  return Found::kNothing;
+}
+
+PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const Taking& how,
+                                           Receiver& receiver) {
+  const auto begin = Clock::now();
+  Server& server = how.syncpoint ? m_session.unit() : m_session.aside();
+  Parameters parameters;
+  parameters.add(key()).add(m_segments.version()).add(how.fromStarts ? m_returned : std::int64_t{-1});
+  for (const Arm& arm : arms) parameters.add(arm.from);
+  std::vector<Reply> replies;
+  const bool bounds = ++m_sinceBounded % kBetweenSettling == 1;
+  try {
+    if (bounds) server.add("SELECT settled_below() << 20"); // before the look that it is to bound
+    server.add(m_segments.takeStatement(arms, how.exactly), parameters);
+    replies = server.run();
+  } catch (const Failure&) {
+    if (how.syncpoint) m_session.loseUnit();
+    throw;
+  }
+  if (bounds) m_settledBelow = (replies.end() - 2)->number(0, 0);
+  const Reply& reply = replies.back();
+  if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
+    m_segments.forget();
+    return Took::kStale;
+  }
+  const bool any = !reply.isNull(0, 2);
+  if (!any && how.fromStarts && reply.number(0, 1) != m_returned) {
+    m_anewDue = {};
+    return Took::kStale;
+  }
+  m_returned = reply.number(0, 1);
+  if (!how.exactly) remember(arms, any ? static_cast<std::size_t>(reply.number(0, 2)) : arms.size(),
+                             any ? reply.number(0, 4) : 0);
+  if (!how.fromStarts && !how.exactly) {
+    const auto end = Clock::now();
+    m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+  }
+  if (!any) return Took::kNothing;
+  if (how.syncpoint) m_session.rememberTransaction(reply.text(0, 6));
+  took(how.syncpoint);
+  receiver.deliver({{static_cast<int>(reply.number(0, 3)),
+                     static_cast<std::uint64_t>(reply.number(0, 4))},
+                    reply.bytes(0, 5),
+                    reply.number(0, 7)});
+  return Took::kOne;
+}
+
+/// Nothing was available in the arms before the one that had a message, and in that one before it.
+/// In the last segment what is being committed may still come before what is seen.
+void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
+                             std::int64_t sequence) {
+  for (std::size_t i = 0; i < arms.size() && i <= found; ++i) {
+    const auto priority = static_cast<std::size_t>(arms[i].priority);
+    Segment& segment = m_segments.at(arms[i].segment);
+    std::int64_t start = i == found ? sequence + 1 : Segment::kNothing;
+    if (m_segments.isLast(arms[i].segment)) start = std::min(start, m_settledBelow);
+    segment.start.at(priority) = std::max(start, segment.floor.at(priority));
+  }
+}
+
+void PostgresQueue::took(bool syncpoint) {
+  ++m_sinceSettled;
+  if (syncpoint) ++m_taken;
+  endWait();
+  if (!syncpoint && !m_session.unitIsOpen()) lookAfter(0, 0);
+}
+
+// ---- Waiting ------------------------------------------------------------------------------------
+
+/// Who begins to wait looks once more before it sleeps: what came meanwhile was not announced.
+void PostgresQueue::waitForArrival(std::uint32_t seen, Clock::time_point until) {
+  if (m_arrivals != seen) return;
+  ++m_arrivals;
+  Server& server = m_session.aside();
+  if (m_waitsOn != &server) {
+    endWait();
+    server.runOne("SELECT start_wait($1::int)", Parameters().add(key()));
+    m_waitsOn = &server;
+    return;
+  }
+  if (m_sinceSettled > 0 && !m_session.unitIsOpen()) settle();
+  server.awaitNotice(std::min(until, Clock::now() + kBetweenLooks));
+  if (Clock::now() >= until) endWait();
+}
+
+void PostgresQueue::endWait() {
+  if (!m_waitsOn) return;
+  Server& server = *std::exchange(m_waitsOn, nullptr);
+  if (!server.alive()) return;
+  server.add("SELECT pg_advisory_unlock_shared(lock_class('segment'), $1::int)",
+             Parameters().add(key()));
+  server.send();
+}
+
+// ---- What is left of the segments ---------------------------------------------------------------
+
+void PostgresQueue::lookAfter(std::uint64_t put, std::uint64_t bytes) {
+  if (m_gone) return;
+  if (m_sinceSettled >= kBetweenSettling) settle();
+  sealIfLarge(put, bytes);
+}
+
+/// Looks up what is gone for good: where a scan may begin, and which segments are empty. What is
+/// taken and not committed is still seen here.
+void PostgresQueue::settle() {
+  m_sinceSettled = 0;
+  Server& server = m_session.looking();
+  if (!refresh(server)) return;
+  const std::vector<Arm> arms = m_segments.arms(false);
+  if (arms.empty()) return;
+  Parameters from;
+  for (const Arm& arm : arms) from.add(arm.from);
+  server.add("SELECT settled_below() << 20");
+  server.add(m_segments.remainderStatement(arms), from);
+  const std::vector<Reply> replies = server.run();
+  m_settledBelow = (replies.end() - 2)->number(0, 0);
+  for (std::size_t i = 0; i < arms.size(); ++i) {
+    const auto priority = static_cast<std::size_t>(arms[i].priority);
+    const int column = static_cast<int>(i);
+    Segment& segment = m_segments.at(arms[i].segment);
+    std::int64_t floor =
+        replies.back().isNull(0, column) ? Segment::kNothing : replies.back().number(0, column);
+    if (m_segments.isLast(arms[i].segment)) floor = std::min(floor, m_settledBelow);
+    segment.floor.at(priority) = std::max(floor, arms[i].from);
+    segment.start.at(priority) = std::max(segment.start.at(priority), floor);
+  }
+  freeSegments();
+  if (Clock::now() >= m_tidyDue) tidy();
+}
+
+void PostgresQueue::freeSegments() {
+  for (std::size_t i = 0; !m_segments.isLast(i); ++i) {
+    const Segment& segment = m_segments.at(i);
+    bool empty = true;
+    for (int priority = 0; priority < 10; ++priority)
+      empty = empty && (!segment.mayHold(priority) ||
+                        segment.floor.at(static_cast<std::size_t>(priority)) == Segment::kNothing);
+    if (!empty) continue;
+    const Reply freed = m_session.looking().runOne("SELECT free_segment($1::int, $2::int)",
+                                                   Parameters().add(key()).add(segment.number));
+    if (freed.number(0, 0) != 0) m_segments.forget();
+  }
+}
+
+/// Other sessions' scans begin where this one's do, and what has expired goes.
+void PostgresQueue::tidy() {
+  m_tidyDue = Clock::now() + kBetweenTidying;
+  Server& server = m_session.looking();
+  for (const Segment& segment : m_segments.all()) {
+    server.add("DELETE FROM " + m_segments.tableOf(segment) + " WHERE ctid IN (SELECT ctid FROM " +
+               m_segments.tableOf(segment) +
+               " WHERE expires <= clock_ms() LIMIT 1000 FOR UPDATE SKIP LOCKED)");
+    for (int priority = 0; priority < 10; ++priority)
+      if (const auto floor = segment.floor.at(static_cast<std::size_t>(priority)); floor > 0)
+        server.add("INSERT INTO floor VALUES ($1::int, $2::int, $3::int, $4::bigint)"
+                   " ON CONFLICT (queue, number, priority) DO UPDATE"
+                   " SET sequence = greatest(floor.sequence, excluded.sequence)",
+                   Parameters().add(key()).add(segment.number).add(priority).add(floor));
+  }
+  server.add("SELECT tidy_up()");
+  server.run();
+}
+
+/// What is put next goes into a new segment, so that this one will be empty some day.
+void PostgresQueue::sealIfLarge(std::uint64_t put, std::uint64_t bytes) {
+  m_putSinceSized += put;
+  m_bytesSinceSized += bytes;
+  if (m_putSinceSized < kBetweenSizings && m_bytesSinceSized < kSegmentBytes / 4) return;
+  m_putSinceSized = m_bytesSinceSized = 0;
+  Server& server = m_session.looking();
+  if (!refresh(server)) return;
+  const Segment& last = m_segments.last();
+  server.add("SELECT tidy_up()");
+  server.add("SELECT pg_table_size($1::text::regclass)", Parameters().add(m_segments.tableOf(last)));
+  if (server.run().back().number(0, 0) < static_cast<std::int64_t>(kSegmentBytes)) return;
+  server.runOne("SELECT seal($1::int, $2::int)", Parameters().add(key()).add(last.number));
+  m_segments.forget();
+}
+
+} // namespace bxm

@@ -1,0 +1,101 @@
+#pragma once
+
+#include "manager/store/postgres/segments.h"
+#include "manager/store/store.h"
+
+#include <chrono>
+#include <optional>
+
+namespace bxm {
+
+class PostgresSession;
+
+/// One queue as one session uses it.
+class PostgresQueue : public StoreQueue {
+public:
+  PostgresQueue(PostgresSession& session, const QueueDefinition& definition);
+  ~PostgresQueue() override;
+
+  const QueueDefinition& definition() const override { return m_definition; }
+  /// What the last look at the queue found.
+  bool exists() override { return !m_gone; }
+  std::uint64_t depth() override;
+  bool reserve(bool syncpoint) override;
+  void unreserve() override;
+  Found take(Receiver& receiver, bool syncpoint) override;
+  Found takeAt(const Position& position, Receiver& receiver, bool syncpoint) override;
+  Found browse(const std::optional<Position>& after, Receiver& receiver) override;
+  std::uint32_t arrivals() override { return m_arrivals; }
+  void waitForArrival(std::uint32_t seen, std::chrono::steady_clock::time_point until) override;
+
+  std::uint32_t id() const { return m_definition.id; }
+  Segments& segments() { return m_segments; }
+  /// Learns what has changed; false when the queue has been deleted.
+  bool refresh(Server& server);
+  /// The connection on which it waits is gone.
+  void forgetWait() { m_waitsOn = nullptr; }
+
+  /// Messages of the unit of work that were taken here.
+  std::uint64_t taken() const { return m_taken; }
+  bool isQuiet() const { return m_taken == 0 && m_reserved == 0; }
+  /// The unit of work has ended, and so has what was told of its puts.
+  void unitEnded(bool committed);
+  /// After a commit: looks at times what is left of the queue's segments, and how large the last
+  /// one is.
+  void lookAfter(std::uint64_t put, std::uint64_t bytes);
+
+private:
+  using Clock = std::chrono::steady_clock;
+  struct Seen { ///< a message that is there
+    Position position;
+    std::string stored;
+    std::int64_t now;
+  };
+  std::optional<std::vector<Seen>> look(const std::optional<Position>& after, int most);
+  struct Taking {
+    bool syncpoint;
+    bool fromStarts;
+    bool exactly;
+  };
+  enum class Took { kOne, kNothing, kStale };
+  Took tryTake(const std::vector<Arm>& arms, const Taking& how, Receiver& receiver);
+  Found takeExactly(const Position& position, Receiver& receiver, bool syncpoint);
+  Found takeFirst(Receiver& receiver, bool syncpoint);
+  Found takeJudged(Receiver& receiver, bool syncpoint);
+  void remember(const std::vector<Arm>& arms, std::size_t found, std::int64_t sequence);
+  void took(bool syncpoint);
+  std::uint64_t counted(Server& server);
+  bool findRoom(bool syncpoint);
+  void publish(Server& server, int exponent);
+  void publishReserved();
+  void settle();
+  void freeSegments();
+  void tidy();
+  void sealIfLarge(std::uint64_t put, std::uint64_t bytes);
+  void endWait();
+  std::int32_t key() const { return static_cast<std::int32_t>(m_definition.id); }
+
+  PostgresSession& m_session;
+  const QueueDefinition m_definition;
+  Segments m_segments;
+  bool m_gone = false;
+
+  std::uint64_t m_taken = 0;       ///< by the unit of work
+  std::uint64_t m_sinceSettled = 0; ///< messages got
+  std::uint64_t m_sinceBounded = 0;
+  std::int64_t m_settledBelow = 0; ///< no sequence below will yet come to be seen
+  std::int64_t m_returned = -1;
+  Clock::time_point m_anewDue{}, m_tidyDue{};
+
+  std::uint64_t m_reserved = 0;  ///< puts of the unit of work
+  std::uint64_t m_published = 0; ///< of these others know about
+  int m_publications = 0;
+  std::uint64_t m_roomLeft = 0; ///< puts until the depth is looked at again
+  Clock::time_point m_roomUntil{};
+  std::uint64_t m_putSinceSized = 0, m_bytesSinceSized = 0;
+
+  std::uint32_t m_arrivals = 0;
+  Server* m_waitsOn = nullptr;
+};
+
+} // namespace bxm

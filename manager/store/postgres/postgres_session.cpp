@@ -1,0 +1,365 @@
+#include "manager/store/postgres/postgres_session.h"
+
+#include "bx/bx.h"
+#include "manager/base/failure.h"
+#include "manager/base/random_number.h"
+#include "manager/store/postgres/put_statements.h"
+#include "manager/store/postgres/schema.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <utility>
+
+namespace bxm {
+
+namespace {
+
+constexpr std::size_t kMostQuietQueues = 16;
+constexpr std::chrono::seconds kMostOutcomeWait{30};
+constexpr std::int64_t kOnlyTakes = 0; ///< in place of a unit's number
+
+constexpr const char* kDefinition =
+    "SELECT id, name, cluster, max_depth, max_length, persistence,"
+    " floor(extract(epoch FROM created))::bigint, floor(extract(epoch FROM altered))::bigint"
+    " FROM queue";
+
+/// "committed", "aborted", "in progress", or nothing when the server does not know it (any more).
+std::string statusOf(Server& server, const std::string& transaction) {
+  try {
+    const Reply reply =
+        server.runOne("SELECT pg_xact_status($1::text::xid8)", Parameters().add(transaction));
+    return reply.isNull(0, 0) ? "" : reply.text(0, 0);
+  } catch (const ServerError&) { // a number that this server has not come to yet
+    if (!server.alive()) throw;
+    return "";
+  }
+}
+
+} // namespace
+
+PostgresSession::PostgresSession(std::string name, std::string uri, std::unique_ptr<Server> server)
+    : m_name(std::move(name)), m_uri(std::move(uri)), m_main(std::move(server)) {
+  // As long as it is held nobody deletes the manager.
+  const Reply reply = m_main->runOne("SELECT clock_ms(), gets_wait,"
+                                     " pg_advisory_lock_shared(lock_class('manager'), 0)"
+                                     " FROM manager");
+  m_clockAhead = reply.number(0, 0) - clockNow();
+  m_getsWait = reply.number(0, 1) != 0;
+}
+
+PostgresSession::~PostgresSession() {
+  try {
+    PutBatch none(scratchFolder());
+    backout(none);
+    m_queues.clear();
+  } catch (const std::exception&) { // the server gives back what a lost connection had taken
+  }
+}
+
+std::string PostgresSession::scratchFolder() const {
+  const char* folder = std::getenv("TMPDIR");
+  return folder && *folder ? folder : "/tmp";
+}
+
+std::int64_t PostgresSession::now() { return clockNow() + m_clockAhead; }
+
+// ---- Connections --------------------------------------------------------------------------------
+
+Server& PostgresSession::unit() {
+  if (!m_unitIsOpen) m_main->add("BEGIN");
+  m_unitIsOpen = true;
+  return *m_main;
+}
+
+void PostgresSession::dropEmptyUnit() {
+  m_main->add("ROLLBACK");
+  m_main->send();
+  m_unitIsOpen = false;
+}
+
+Server& PostgresSession::aside() {
+  if (!m_unitIsOpen && !m_single) return *m_main;
+  if (!m_side) m_side = std::make_unique<Server>(m_uri, schemaOf(m_name));
+  return *m_side;
+}
+
+Server& PostgresSession::single() {
+  if (!m_single) {
+    Server& server = aside();
+    server.add("BEGIN");
+    m_single = &server;
+  }
+  return *m_single;
+}
+
+void PostgresSession::dropSingle() {
+  if (!m_single) return;
+  Server& server = *std::exchange(m_single, nullptr);
+  if (!server.alive()) return;
+  server.add("ROLLBACK");
+  server.run(); // who is refused a place no longer holds one
+}
+
+// ---- Definitions --------------------------------------------------------------------------------
+
+QueueDefinition PostgresSession::definitionIn(const Reply& reply, int row) const {
+  QueueDefinition definition;
+  definition.id = static_cast<std::uint32_t>(reply.number(row, 0));
+  definition.name = reply.text(row, 1);
+  definition.cluster = reply.text(row, 2);
+  definition.maxDepth = static_cast<BXLONG>(reply.number(row, 3));
+  definition.maxMessageLength = static_cast<BXLONG>(reply.number(row, 4));
+  definition.defaultPersistence = static_cast<BXLONG>(reply.number(row, 5));
+  definition.created = reply.number(row, 6);
+  definition.altered = reply.number(row, 7);
+  return definition;
+}
+
+std::optional<QueueDefinition> PostgresSession::findQueue(std::string_view name) {
+  const Reply found = aside().runOne(std::string(kDefinition) + " WHERE name = $1::text",
+                                     Parameters().add(name));
+  if (found.rows() == 0) return std::nullopt;
+  return definitionIn(found, 0);
+}
+
+std::vector<QueueDefinition> PostgresSession::listQueues() {
+  const Reply found = aside().runOne(std::string(kDefinition) + " ORDER BY name");
+  std::vector<QueueDefinition> all;
+  for (int row = 0; row < found.rows(); ++row) all.push_back(definitionIn(found, row));
+  return all;
+}
+
+bool PostgresSession::createQueue(QueueDefinition& definition) {
+  const Reply made = aside().runOne(
+      "SELECT create_queue($1::text, $2::text, $3::int, $4::int, $5::int)",
+      Parameters()
+          .add(definition.name)
+          .add(definition.cluster)
+          .add(definition.maxDepth)
+          .add(definition.maxMessageLength)
+          .add(definition.defaultPersistence));
+  if (made.isNull(0, 0)) return false;
+  definition.id = static_cast<std::uint32_t>(made.number(0, 0));
+  return true;
+}
+
+/// Who commits puts is waited for, and who comes later finds no queue.
+StoreSession::Deleted PostgresSession::deleteQueue(std::string_view name, bool purge) {
+  const auto definition = findQueue(name);
+  if (!definition) return Deleted::kUnknownQueue;
+  const auto id = static_cast<std::int32_t>(definition->id);
+  Server& server = single();
+  Deleted result = Deleted::kUnknownQueue;
+  try {
+    server.add("SELECT pg_advisory_xact_lock(lock_class('queue'), $1::int)", Parameters().add(id));
+    server.run();
+    Segments segments(definition->id);
+    if (const auto count = segments.count(server))
+      result = purge || *count == 0 ? Deleted::kDone : Deleted::kNotEmpty;
+    if (result == Deleted::kDone) {
+      server.add("INSERT INTO deleted VALUES ($1::int)", Parameters().add(id));
+      for (const char* table : {"segment", "floor"})
+        server.add(std::string("DELETE FROM ") + table + " WHERE queue = $1::int",
+                   Parameters().add(id));
+      server.add("DELETE FROM queue WHERE id = $1::int", Parameters().add(id));
+      server.add("COMMIT");
+      m_single = nullptr;
+      server.divide();
+      server.add("SELECT wake($1::int[])", Parameters().add(std::vector<std::int32_t>{id}));
+      server.divide();
+      server.add("SELECT tidy_up()");
+      server.run();
+    }
+  } catch (...) {
+    dropSingle();
+    throw;
+  }
+  dropSingle();
+  return result;
+}
+
+bool PostgresSession::commandServerRuns() {
+  return aside().runOne("SELECT command_server FROM manager").number(0, 0) != 0;
+}
+
+void PostgresSession::setCommandServer(bool runs) {
+  aside().runOne("UPDATE manager SET command_server = $1::int <> 0",
+                 Parameters().add(std::int32_t{runs}));
+}
+
+std::shared_ptr<StoreQueue> PostgresSession::open(const QueueDefinition& definition) {
+  const auto found = m_queues.find(definition.id);
+  if (found != m_queues.end()) return found->second;
+  if (m_queues.size() >= kMostQuietQueues)
+    std::erase_if(m_queues, [](const auto& entry) {
+      return entry.second.use_count() == 1 && entry.second->isQuiet();
+    });
+  return m_queues.emplace(definition.id, std::make_shared<PostgresQueue>(*this, definition))
+      .first->second;
+}
+
+// ---- Units of work ------------------------------------------------------------------------------
+
+std::vector<std::int32_t> PostgresSession::takenFrom() const {
+  std::vector<std::int32_t> ids;
+  for (const auto& [id, queue] : m_queues)
+    if (queue->taken() > 0) ids.push_back(static_cast<std::int32_t>(id));
+  return ids;
+}
+
+void PostgresSession::endUnit(bool committed) {
+  m_unitIsOpen = false;
+  m_transaction.clear();
+  for (auto& [id, queue] : m_queues) queue->unitEnded(committed);
+}
+
+void PostgresSession::loseUnit() {
+  if (!m_unitIsOpen) return;
+  m_unitIsLost = true;
+  PutBatch none(scratchFolder());
+  backout(none);
+}
+
+void PostgresSession::backout(PutBatch& puts) {
+  puts.clear();
+  const bool open = m_unitIsOpen;
+  const auto taken = takenFrom();
+  endUnit(false);
+  if (!open || !m_main->alive()) return;
+  m_main->add("ROLLBACK");
+  m_main->divide();
+  if (!taken.empty()) m_main->add("SELECT give_back($1::int[])", Parameters().add(taken));
+  m_main->run();
+}
+
+Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
+  if (std::exchange(m_unitIsLost, false)) {
+    puts.clear();
+    reason = m_main->alive() ? BXRC_BACKED_OUT : BXRC_CONNECTION_BROKEN;
+    return Committed::kFailed;
+  }
+  if (!m_unitIsOpen && puts.empty()) return Committed::kDone;
+  const Committed result =
+      puts.empty() ? finish(*m_main, kOnlyTakes, {}, reason) : store(*m_main, m_unitIsOpen, puts, reason);
+  if (result == Committed::kDone || result == Committed::kUnknown) {
+    const auto counts = puts.counts();
+    const std::uint64_t bytes = puts.bytes();
+    puts.clear();
+    endUnit(result == Committed::kDone);
+    lookAfter(counts, bytes);
+  } else {
+    backout(puts);
+  }
+  return result;
+}
+
+Committed PostgresSession::put(PutBatch& puts, BXLONG& reason) {
+  bool open = m_single != nullptr;
+  Server& server = open ? *m_single : aside();
+  const Committed result = store(server, open, puts, reason);
+  if (result == Committed::kDone)
+    m_single = nullptr;
+  else if (open)
+    m_single = &server;
+  dropSingle();
+  const auto counts = puts.counts();
+  const std::uint64_t bytes = puts.bytes();
+  puts.clear();
+  if (result == Committed::kDone) lookAfter(counts, bytes);
+  return result;
+}
+
+/// What can be done later must not fail what was committed.
+void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>& counts,
+                                std::uint64_t bytes) {
+  if (m_unitIsOpen) return;
+  try {
+    for (auto& [id, queue] : m_queues) {
+      std::uint64_t put = 0;
+      if (const auto found = counts.find(id); found != counts.end())
+        for (const std::uint64_t count : found->second) put += count;
+      queue->lookAfter(put, put > 0 ? bytes : 0);
+    }
+  } catch (const Failure&) {
+  }
+}
+
+/// The work first, in one journey where it is not too much for one, then the commit alone: when the
+/// connection is lost in it, its transaction's number is known.
+Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXLONG& reason) {
+  const auto unit = static_cast<std::int64_t>(randomNumber() >> 1);
+  std::vector<std::int32_t> queues;
+  for (const auto& [id, counts] : puts.counts()) queues.push_back(static_cast<std::int32_t>(id));
+  try {
+    for (const std::int32_t id : queues)
+      if (!m_queues.at(static_cast<std::uint32_t>(id))->refresh(server))
+        return Committed::kQueueGone;
+    if (!open) server.add("BEGIN");
+    open = true;
+    server.add("SELECT begin_commit($1::int[], $2::bigint), pg_current_xact_id()::text",
+               Parameters().add(queues).add(unit));
+    PutStatements statements(server, [this](std::uint32_t id) -> PostgresQueue& {
+      return *m_queues.at(id);
+    });
+    puts.forEach([&](const PutBatch::Entry& entry) { statements.add(entry); });
+    if (!statements.finish()) return Committed::kQueueGone;
+    m_transaction = statements.transaction();
+  } catch (const std::exception& error) {
+    reason = reasonOf(error);
+    return Committed::kFailed;
+  }
+  return finish(server, unit, queues, reason);
+}
+
+Committed PostgresSession::finish(Server& server, std::int64_t unit,
+                                  const std::vector<std::int32_t>& wake, BXLONG& reason) {
+  try {
+    if (unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
+    server.add("COMMIT");
+    const bool done = server.run().back().command() == "COMMIT";
+    if (!done) reason = BXRC_BACKED_OUT;
+    if (done && !wake.empty()) {
+      server.add("SELECT wake($1::int[])", Parameters().add(wake));
+      server.send();
+    }
+    return done ? Committed::kDone : Committed::kFailed;
+  } catch (const Failure& error) {
+    reason = error.reason();
+    if (server.alive()) return Committed::kFailed;
+    return findOutcome(server, unit, reason);
+  }
+}
+
+/// The connection was lost in a commit. Once the transaction is over, which may take the server a
+/// moment to notice, what it left tells how it ended. A transaction's number alone is not enough:
+/// a server that crashed may give it to another one.
+Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& reason) {
+  const auto until = std::chrono::steady_clock::now() + kMostOutcomeWait;
+  for (; std::chrono::steady_clock::now() < until;
+       std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
+    try {
+      auto server = std::make_unique<Server>(m_uri, schemaOf(m_name));
+      const std::string status = statusOf(*server, m_transaction);
+      if (status == "in progress") continue;
+      const bool done =
+          unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)", Parameters().add(unit))
+                              .number(0, 0) != 0
+                    : status == "committed";
+      for (auto& [id, queue] : m_queues) queue->forgetWait();
+      (&lost == m_side.get() ? m_side : m_main) = std::move(server);
+      if (done) return Committed::kDone;
+      reason = BXRC_CONNECTION_BROKEN;
+      return Committed::kFailed;
+    } catch (const Failure&) { // the server is not back yet
+    }
+  }
+  std::fprintf(stderr,
+               "bxm: the database was lost in a commit to queue manager %s and did not come back: "
+               "whether transaction %s was committed only it can tell (pg_xact_status)\n",
+               m_name.c_str(), m_transaction.c_str());
+  return Committed::kUnknown;
+}
+
+} // namespace bxm

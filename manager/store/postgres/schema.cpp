@@ -1,0 +1,327 @@
+#include "manager/store/postgres/schema.h"
+
+#include "bx/bx.h"
+
+namespace bxm {
+
+namespace {
+
+constexpr const char* kTables = R"sql(
+CREATE TABLE manager (
+  format int NOT NULL,
+  command_server boolean NOT NULL DEFAULT true,
+  gets_wait boolean NOT NULL DEFAULT true,
+  created timestamptz NOT NULL DEFAULT now());
+INSERT INTO manager (format) VALUES (1);
+
+CREATE TABLE queue (
+  id serial PRIMARY KEY,
+  name text COLLATE "C" NOT NULL UNIQUE,
+  cluster text NOT NULL,
+  max_depth int NOT NULL,
+  max_length int NOT NULL,
+  persistence int NOT NULL,
+  created timestamptz NOT NULL DEFAULT now(),
+  altered timestamptz NOT NULL DEFAULT now(),
+  version int NOT NULL DEFAULT 1);
+
+-- priorities: the bits of those that were ever put; size_class: all have less than 2 to this
+-- bytes of data
+CREATE TABLE segment (
+  queue int NOT NULL,
+  number int NOT NULL,
+  place int NOT NULL,
+  priorities int NOT NULL DEFAULT 0,
+  size_class int NOT NULL DEFAULT 0,
+  PRIMARY KEY (queue, number));
+
+CREATE TABLE floor (
+  queue int NOT NULL,
+  number int NOT NULL,
+  priority int NOT NULL,
+  sequence bigint NOT NULL,
+  PRIMARY KEY (queue, number, priority));
+
+CREATE TABLE deleted (queue int NOT NULL, at timestamptz NOT NULL DEFAULT now());
+
+CREATE SEQUENCE unit_number;
+
+CREATE TABLE outcome_0 (unit bigint NOT NULL);
+CREATE TABLE outcome_1 (unit bigint NOT NULL);
+CREATE TABLE outcome_2 (unit bigint NOT NULL);
+)sql";
+
+constexpr const char* kFunctions = R"sql(
+CREATE FUNCTION lock_class(relation regclass) RETURNS int LANGUAGE sql IMMUTABLE AS
+$$ SELECT relation::oid::bigint::bit(32)::int $$;
+
+CREATE FUNCTION clock_ms() RETURNS bigint LANGUAGE sql STABLE AS
+$$ SELECT (extract(epoch FROM statement_timestamp()) * 1000)::bigint $$;
+
+CREATE FUNCTION make_place(queue int, place int) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE name text := format('messages_%s_%s', queue, place);
+BEGIN
+  EXECUTE format('CREATE TABLE IF NOT EXISTS %I (priority smallint NOT NULL,
+    sequence bigint NOT NULL, expires bigint, stored bytea NOT NULL,
+    PRIMARY KEY (priority, sequence))', name);
+  EXECUTE format('ALTER TABLE %I ALTER COLUMN stored SET STORAGE EXTERNAL', name);
+  EXECUTE format('CREATE INDEX IF NOT EXISTS %I ON %I (expires) WHERE expires IS NOT NULL',
+    name || '_expires', name);
+END $$;
+
+CREATE FUNCTION create_queue(name text, cluster text, max_depth int, max_length int,
+    persistence int) RETURNS int LANGUAGE plpgsql AS $$
+DECLARE made int;
+BEGIN
+  INSERT INTO queue (name, cluster, max_depth, max_length, persistence)
+    VALUES ($1, $2, $3, $4, $5) ON CONFLICT DO NOTHING RETURNING id INTO made;
+  IF made IS NULL THEN RETURN NULL; END IF;
+  EXECUTE format('CREATE SEQUENCE %I', 'returned_' || made);
+  PERFORM nextval(('returned_' || made)::regclass); -- the first does not change what it shows
+  PERFORM make_place(made, 0);
+  INSERT INTO segment (queue, number, place) VALUES (made, 1, 0);
+  RETURN made;
+END $$;
+
+-- Who waits for one of the queues is told. Nobody waits as long as the lock is to be had.
+CREATE FUNCTION wake(queues int[]) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE class int := lock_class('segment'); id int;
+BEGIN
+  FOREACH id IN ARRAY queues LOOP
+    IF NOT pg_try_advisory_xact_lock(class, id) THEN
+      PERFORM pg_notify('bxm_' || class || '_' || id, '');
+    END IF;
+  END LOOP;
+END $$;
+
+CREATE FUNCTION start_wait(queue int) RETURNS void LANGUAGE plpgsql AS $$
+BEGIN
+  EXECUTE format('LISTEN %I', 'bxm_' || lock_class('segment') || '_' || queue);
+  PERFORM pg_advisory_lock_shared(lock_class('segment'), queue);
+END $$;
+
+CREATE FUNCTION give_back(queues int[]) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE id int;
+BEGIN
+  FOREACH id IN ARRAY queues LOOP
+    PERFORM nextval(('returned_' || id)::regclass);
+  END LOOP;
+  PERFORM wake(queues);
+EXCEPTION WHEN undefined_table THEN NULL; -- of a queue that was deleted
+END $$;
+
+-- Begins the commit of puts to some queues, in the order of their ids: until it has ended none of
+-- them is deleted, and none gets a new segment. unit is a number of nobody else's: where it stands
+-- later the commit was done.
+CREATE FUNCTION begin_commit(queues int[], unit bigint) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE class int := lock_class('queue'); id int; last bigint;
+BEGIN
+  FOREACH id IN ARRAY queues LOOP
+    PERFORM pg_advisory_xact_lock_shared(class, id);
+  END LOOP;
+  SELECT last_value INTO last FROM unit_number;
+  PERFORM pg_advisory_xact_lock_shared(lock_class('unit_number'), (last & 2147483647)::int);
+  CASE extract(epoch FROM now())::bigint / 600 % 3
+    WHEN 0 THEN INSERT INTO outcome_0 VALUES (unit);
+    WHEN 1 THEN INSERT INTO outcome_1 VALUES (unit);
+    ELSE INSERT INTO outcome_2 VALUES (unit);
+  END CASE;
+END $$;
+
+-- Whether a transaction that is over was committed.
+CREATE FUNCTION was_committed(unit bigint) RETURNS boolean LANGUAGE sql AS $$
+  SELECT EXISTS (SELECT FROM outcome_0 o WHERE o.unit = $1 UNION ALL SELECT FROM outcome_1 o
+    WHERE o.unit = $1 UNION ALL SELECT FROM outcome_2 o WHERE o.unit = $1) $$;
+
+CREATE FUNCTION widen(queue int, number int, priorities int, size_class int) RETURNS void
+    LANGUAGE sql AS $$
+  UPDATE segment s SET priorities = s.priorities | $3, size_class = greatest(s.size_class, $4)
+    WHERE s.queue = $1 AND s.number = $2;
+  UPDATE queue q SET version = q.version + 1 WHERE q.id = $1;
+$$;
+
+-- Below this no commit that is not to be seen yet has a number.
+CREATE FUNCTION settled_below() RETURNS bigint LANGUAGE plpgsql AS $$
+DECLARE last bigint; least bigint;
+BEGIN
+  SELECT last_value INTO last FROM unit_number;
+  SELECT min(objid::bigint) INTO least FROM pg_locks
+    WHERE locktype = 'advisory' AND objsubid = 2 AND classid = 'unit_number'::regclass::oid
+      AND database = (SELECT d.oid FROM pg_database d WHERE d.datname = current_database());
+  -- What is held are the lower 31 bits of a number not far below the last.
+  RETURN least(last, last - ((last - least) & 2147483647)) + 1;
+END $$;
+
+-- After this no more is put into the segment: the next one takes it. Does nothing while commits to
+-- the queue go on for long.
+CREATE FUNCTION seal(queue int, number int) RETURNS boolean LANGUAGE plpgsql AS $$
+DECLARE free int;
+BEGIN
+  SET LOCAL lock_timeout = '50ms';
+  PERFORM pg_advisory_xact_lock(lock_class('queue'), $1);
+  IF $2 <> (SELECT max(s.number) FROM segment s WHERE s.queue = $1) THEN RETURN true; END IF;
+  SELECT min(place) INTO free FROM generate_series(0, 999999) place
+    WHERE NOT EXISTS (SELECT FROM segment s WHERE s.queue = $1 AND s.place = generate_series.place);
+  PERFORM make_place($1, free);
+  INSERT INTO segment (queue, number, place) VALUES ($1, $2 + 1, free);
+  UPDATE queue q SET version = q.version + 1 WHERE q.id = $1;
+  RETURN true;
+EXCEPTION WHEN lock_not_available THEN RETURN false;
+END $$;
+
+-- The space of a sealed segment that is empty, unless somebody still looks at it.
+CREATE FUNCTION free_segment(queue int, number int) RETURNS boolean LANGUAGE plpgsql AS $$
+DECLARE name text; left_over boolean;
+BEGIN
+  SELECT format('messages_%s_%s', $1, s.place) INTO name FROM segment s
+    WHERE s.queue = $1 AND s.number = $2 AND s.number < (SELECT max(n.number) FROM segment n WHERE n.queue = $1);
+  IF name IS NULL THEN RETURN false; END IF;
+  EXECUTE format('LOCK TABLE %I IN ACCESS EXCLUSIVE MODE NOWAIT', name);
+  EXECUTE format('SELECT EXISTS (SELECT FROM %I)', name) INTO left_over;
+  IF left_over THEN RETURN false; END IF;
+  DELETE FROM segment s WHERE s.queue = $1 AND s.number = $2;
+  IF NOT FOUND THEN RETURN false; END IF;
+  EXECUTE format('TRUNCATE %I', name);
+  DELETE FROM floor f WHERE f.queue = $1 AND f.number = $2;
+  UPDATE queue q SET version = q.version + 1 WHERE q.id = $1;
+  RETURN true;
+EXCEPTION WHEN lock_not_available THEN RETURN false;
+END $$;
+
+-- The space of queues that were deleted at once, and their tables after a minute, when nobody's
+-- statements name them any more; unless somebody still looks at them.
+CREATE FUNCTION drop_deleted() RETURNS void LANGUAGE plpgsql AS $$
+DECLARE each record; old boolean;
+BEGIN
+  FOR each IN SELECT c.relname, c.relkind, d.queue, d.at < now() - interval '1 minute' AS old
+      FROM deleted d JOIN pg_class c ON c.relname ~ ('^(messages|returned)_' || d.queue || '(_[0-9]+)?$')
+      WHERE c.relnamespace = (SELECT relnamespace FROM pg_class WHERE oid = 'queue'::regclass)
+        AND c.relkind IN ('r', 'S') LOOP
+    BEGIN
+      IF each.relkind = 'S' THEN
+        IF each.old THEN EXECUTE format('DROP SEQUENCE %I', each.relname); END IF;
+      ELSIF each.old OR pg_table_size(each.relname::regclass) > 8192 THEN
+        EXECUTE format('LOCK TABLE %I IN ACCESS EXCLUSIVE MODE NOWAIT', each.relname);
+        EXECUTE format(CASE WHEN each.old THEN 'DROP TABLE %I' ELSE 'TRUNCATE %I' END, each.relname);
+      END IF;
+    EXCEPTION WHEN lock_not_available OR undefined_table THEN NULL;
+    END;
+  END LOOP;
+  DELETE FROM deleted d WHERE NOT EXISTS (SELECT FROM pg_class c
+    WHERE c.relnamespace = (SELECT relnamespace FROM pg_class WHERE oid = 'queue'::regclass)
+      AND c.relname ~ ('^(messages|returned)_' || d.queue || '(_[0-9]+)?$'));
+END $$;
+
+-- What nobody needs any more: deleted queues, and the outcomes of ten to twenty minutes ago.
+CREATE FUNCTION tidy_up() RETURNS void LANGUAGE plpgsql AS $$
+DECLARE name text := 'outcome_' || (extract(epoch FROM now())::bigint / 600 + 1) % 3;
+BEGIN
+  IF EXISTS (SELECT FROM deleted) THEN PERFORM drop_deleted(); END IF;
+  IF pg_relation_size(name::regclass) > 0 THEN
+    EXECUTE format('LOCK TABLE %I IN ACCESS EXCLUSIVE MODE NOWAIT', name);
+    EXECUTE format('TRUNCATE %I', name);
+  END IF;
+EXCEPTION WHEN lock_not_available THEN NULL;
+END $$;
+)sql";
+
+/// For who looks with psql: what a message holds as text, its first line.
+constexpr const char* kViews = R"sql(
+CREATE FUNCTION message_data(stored bytea) RETURNS bytea LANGUAGE sql IMMUTABLE AS $$
+  SELECT substring(stored FROM 12 + CASE WHEN f & 1 > 0 THEN 8 ELSE 0 END
+    + CASE WHEN f & 2 > 0 THEN 16 ELSE 0 END + CASE WHEN f & 4 > 0 THEN 24 ELSE 0 END
+    + CASE WHEN f & 8 > 0 THEN 24 ELSE 0 END + CASE WHEN f & 32 > 0 THEN 8 ELSE 0 END
+    + CASE WHEN f & 128 > 0 THEN 364 ELSE 0 END) FROM (SELECT get_byte(stored, 1)) AS flags(f) $$;
+
+CREATE FUNCTION first_line(stored bytea) RETURNS text LANGUAGE plpgsql IMMUTABLE AS $$
+BEGIN
+  RETURN split_part(convert_from(substring(message_data(stored) FROM 1 FOR 200), 'UTF8'), E'\n', 1);
+EXCEPTION WHEN OTHERS THEN
+  RETURN encode(substring(message_data(stored) FROM 1 FOR 50), 'hex');
+END $$;
+
+CREATE FUNCTION messages_of(queue_name text) RETURNS TABLE (priority smallint, sequence bigint,
+    expires timestamptz, size int, line text) LANGUAGE plpgsql STABLE AS $$
+DECLARE each record;
+BEGIN
+  FOR each IN SELECT format('messages_%s_%s', q.id, s.place) AS name FROM queue q
+      JOIN segment s ON s.queue = q.id WHERE q.name = queue_name ORDER BY s.number LOOP
+    RETURN QUERY EXECUTE format('SELECT priority, sequence, to_timestamp(expires / 1000.0),
+      octet_length(message_data(stored)), first_line(stored) FROM %I
+      ORDER BY priority DESC, sequence', each.name);
+  END LOOP;
+END $$;
+
+CREATE FUNCTION depth_of(queue_name text) RETURNS bigint LANGUAGE plpgsql STABLE AS $$
+DECLARE each record; part bigint; depth bigint := 0;
+BEGIN
+  FOR each IN SELECT format('messages_%s_%s', q.id, s.place) AS name FROM queue q
+      JOIN segment s ON s.queue = q.id WHERE q.name = queue_name LOOP
+    EXECUTE format('SELECT count(*) FROM %I WHERE expires IS NULL OR expires > clock_ms()',
+      each.name) INTO part;
+    depth := depth + part;
+  END LOOP;
+  RETURN depth;
+END $$;
+
+CREATE VIEW queues AS SELECT name, depth_of(name) AS depth, max_depth, max_length, created, altered
+  FROM queue ORDER BY name;
+)sql";
+
+std::string quotedIdentifier(const std::string& name) { return '"' + name + '"'; }
+
+/// Whoever makes or changes a schema does so alone.
+std::string locked(const std::string& body) {
+  return "BEGIN; SELECT pg_advisory_xact_lock(1114139984, 1);" + body + "; COMMIT";
+}
+
+void executeOrUndo(Server& server, const std::string& script) {
+  try {
+    server.execute(script);
+  } catch (const Failure&) {
+    if (server.alive()) server.execute("ROLLBACK");
+    throw;
+  }
+}
+
+} // namespace
+
+std::string schemaOf(const std::string& manager) { return "bxm_" + manager; }
+
+void makeSchema(Server& server, const std::string& manager) {
+  const std::string schema = quotedIdentifier(schemaOf(manager));
+  server.execute("BEGIN; SELECT pg_advisory_xact_lock(1114139984, 1)");
+  try {
+    const Reply there = server.runOne("SELECT 1 FROM pg_namespace WHERE nspname = $1::text",
+                                      Parameters().add(schemaOf(manager)));
+    if (there.rows() == 0)
+      server.execute("CREATE SCHEMA " + schema + ";" + kTables + kFunctions + kViews);
+    server.execute("COMMIT");
+  } catch (const Failure&) {
+    if (server.alive()) server.execute("ROLLBACK");
+    throw;
+  }
+}
+
+void dropSchema(Server& server, const std::string& manager) {
+  executeOrUndo(server,
+                locked("DROP SCHEMA IF EXISTS " + quotedIdentifier(schemaOf(manager)) + " CASCADE"));
+}
+
+bool checkSchema(Server& server, const std::string& manager) {
+  const Reply there = server.runOne(
+      "SELECT has_schema_privilege(oid, 'USAGE') FROM pg_namespace WHERE nspname = $1::text",
+      Parameters().add(schemaOf(manager)));
+  if (there.rows() == 0) return false;
+  if (there.number(0, 0) == 0)
+    throw Failure(BXRC_NOT_AUTHORIZED, "no right to use queue manager " + manager);
+  const std::int64_t format = server.runOne("SELECT format FROM manager").number(0, 0);
+  if (format > kSchemaFormat)
+    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
+                  "queue manager " + manager + " has format " + std::to_string(format) +
+                      " in the database, and this program knows formats up to " +
+                      std::to_string(kSchemaFormat) + ": install the newer version");
+  return true;
+}
+
+} // namespace bxm

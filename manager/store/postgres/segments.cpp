@@ -1,0 +1,181 @@
+#include "manager/store/postgres/segments.h"
+
+#include "manager/store/postgres/promises.h"
+
+#include <algorithm>
+
+namespace bxm {
+
+namespace {
+
+constexpr int kMostCounts = 100; ///< to find a depth that was there at one time
+constexpr const char* kAlive = " AND (expires IS NULL OR expires > clock_ms())";
+
+template <typename Number>
+std::string number(Number value) {
+  return std::to_string(value);
+}
+
+} // namespace
+
+std::string Segments::tableOf(const Segment& segment) const {
+  return "messages_" + number(m_queue) + "_" + number(segment.place);
+}
+
+bool Segments::refresh(Server& server) {
+  if (m_version != 0) return true;
+  const Reply reply = server.runOne(
+      "SELECT q.version, s.number, s.place, s.priorities, s.size_class FROM queue q"
+      " JOIN segment s ON s.queue = q.id WHERE q.id = $1 ORDER BY s.number",
+      Parameters().add(m_queue));
+  const bool first = m_segments.empty();
+  std::vector<Segment> segments;
+  for (int row = 0; row < reply.rows(); ++row) {
+    Segment segment;
+    segment.number = static_cast<int>(reply.number(row, 1));
+    segment.place = static_cast<int>(reply.number(row, 2));
+    for (const Segment& known : m_segments)
+      if (known.number == segment.number) segment = known;
+    segment.priorities = static_cast<int>(reply.number(row, 3));
+    segment.sizeClass = static_cast<int>(reply.number(row, 4));
+    segments.push_back(segment);
+    m_version = static_cast<int>(reply.number(row, 0));
+  }
+  m_segments = std::move(segments);
+  m_takes.clear();
+  if (first && !m_segments.empty()) readFloors(server);
+  return !m_segments.empty();
+}
+
+void Segments::readFloors(Server& server) {
+  const Reply reply = server.runOne("SELECT number, priority, sequence FROM floor WHERE queue = $1",
+                                    Parameters().add(m_queue));
+  for (int row = 0; row < reply.rows(); ++row)
+    for (Segment& segment : m_segments)
+      if (segment.number == reply.number(row, 0)) {
+        const auto priority = static_cast<std::size_t>(reply.number(row, 1));
+        segment.floor.at(priority) = segment.start.at(priority) = reply.number(row, 2);
+      }
+}
+
+int Segments::sizeClass() const {
+  int largest = 0;
+  for (const Segment& segment : m_segments) largest = std::max(largest, segment.sizeClass);
+  return largest;
+}
+
+std::vector<Arm> Segments::arms(bool fromStarts) const {
+  std::vector<Arm> arms;
+  for (int priority = 9; priority >= 0; --priority)
+    for (std::size_t i = 0; i < m_segments.size(); ++i) {
+      const auto p = static_cast<std::size_t>(priority);
+      const Segment& segment = m_segments[i];
+      const std::int64_t from = fromStarts ? segment.start.at(p) : segment.floor.at(p);
+      if (segment.mayHold(priority) && segment.floor.at(p) != Segment::kNothing)
+        arms.push_back({i, priority, from});
+    }
+  return arms;
+}
+
+const std::string& Segments::takeStatement(const std::vector<Arm>& arms, bool exactly) {
+  std::vector<int> shape{exactly ? 1 : 0};
+  for (const Arm& arm : arms) shape.push_back(static_cast<int>(arm.segment) * 10 + arm.priority);
+  std::string& made = m_takes[shape];
+  if (made.empty()) made = makeTake(arms, exactly);
+  return made;
+}
+
+std::string Segments::makeTake(const std::vector<Arm>& arms, bool exactly) const {
+  std::string looks, takes;
+  for (std::size_t i = 0; i < arms.size(); ++i) {
+    const Arm& arm = arms[i];
+    const Segment& segment = m_segments.at(arm.segment);
+    looks += looks.empty() ? "" : " UNION ALL ";
+    looks += "(SELECT " + number(i) + " AS arm, " + number(segment.place) +
+             " AS place, * FROM (SELECT ctid AS at, priority, sequence, stored FROM " +
+             tableOf(segment) + " WHERE priority = " + number(arm.priority) + " AND sequence " +
+             (exactly ? "=" : ">=") + " $" + number(i + 4) + "::bigint" + kAlive +
+             " ORDER BY sequence LIMIT 1 FOR UPDATE SKIP LOCKED) of)";
+  }
+  if (arms.empty())
+    looks = "SELECT 0 AS arm, 0 AS place, NULL::tid AS at, NULL::smallint AS priority,"
+            " NULL::bigint AS sequence, NULL::bytea AS stored WHERE false";
+  for (const Segment& segment : m_segments)
+    takes += ", t" + number(segment.place) + " AS (DELETE FROM " + tableOf(segment) +
+             " WHERE ctid = (SELECT at FROM found WHERE place = " + number(segment.place) + "))";
+  // How often messages were given back is read before they are looked for.
+  return "WITH given AS MATERIALIZED (SELECT last_value AS times FROM " + returned() +
+         "), found AS MATERIALIZED (SELECT * FROM (" + looks +
+         ") of WHERE EXISTS (SELECT FROM queue WHERE id = $1::int AND version = $2::int)"
+         " AND $3::bigint IN (-1, (SELECT times FROM given)) LIMIT 1)" + takes +
+         " SELECT q.version, (SELECT times FROM given), arm, priority, sequence, stored, pg_current_xact_id_if_assigned()::text, clock_ms()"
+         " FROM queue q LEFT JOIN found ON true WHERE q.id = $1::int";
+}
+
+std::string Segments::lookStatement(const std::vector<Arm>& arms) const {
+  std::string looks;
+  for (std::size_t i = 0; i < arms.size(); ++i) {
+    const Arm& arm = arms[i];
+    looks += looks.empty() ? "" : " UNION ALL ";
+    looks += "(SELECT priority, sequence, stored FROM " + tableOf(m_segments.at(arm.segment)) +
+             " WHERE priority = " + number(arm.priority) + " AND sequence > $" +
+             number(i + 3) + "::bigint AND xmax <> ALL ((SELECT xids FROM taking)::xid[])"
+             " AND age(xmax) > (SELECT next FROM taking)" +
+             kAlive + " ORDER BY sequence LIMIT $2::int)";
+  }
+  if (arms.empty())
+    looks = "SELECT NULL::smallint AS priority, NULL::bigint AS sequence, NULL::bytea AS stored"
+            " WHERE false";
+  // A row that somebody has taken bears the number of a transaction in progress: of one that the
+  // snapshot names, or of a later one.
+  return "WITH taking AS MATERIALIZED (SELECT coalesce(array_agg(x::xid), '{}') AS xids,"
+         " age(pg_snapshot_xmax(pg_current_snapshot())::xid) AS next"
+         " FROM pg_snapshot_xip(pg_current_snapshot()) x)"
+         " SELECT q.version, clock_ms(), priority, sequence, stored FROM queue q"
+         " LEFT JOIN LATERAL (SELECT * FROM (" + looks + ") of LIMIT $2::int) of ON true"
+         " WHERE q.id = $1::int";
+}
+
+std::string Segments::remainderStatement(const std::vector<Arm>& arms) const {
+  std::string all;
+  for (std::size_t i = 0; i < arms.size(); ++i) {
+    const Arm& arm = arms[i];
+    all += all.empty() ? "SELECT " : ", ";
+    all += "(SELECT sequence FROM " + tableOf(m_segments.at(arm.segment)) +
+           " WHERE priority = " + number(arm.priority) + " AND sequence >= $" +
+           number(i + 1) + "::bigint ORDER BY sequence LIMIT 1)";
+  }
+  return all;
+}
+
+std::string Segments::countStatement() const {
+  std::string sum;
+  for (const Segment& segment : m_segments)
+    sum += " + (SELECT count(*) FROM " + tableOf(segment) +
+           " WHERE expires IS NULL OR expires > clock_ms())";
+  return "SELECT version, (0" + sum + ")::bigint, pg_current_snapshot() || ',' ||"
+                        " coalesce(pg_current_xact_id_if_assigned()::text, '') FROM queue WHERE id = $1::int";
+}
+
+/// The messages as they were at one time, and what was promised at that time.
+std::optional<std::uint64_t> Segments::count(Server& server) {
+  const std::string promises = Promises::statement(returned());
+  for (int left = kMostCounts;; --left) {
+    if (!refresh(server)) return std::nullopt;
+    server.add(promises);
+    server.add(countStatement(), Parameters().add(m_queue));
+    server.add(promises);
+    const std::vector<Reply> replies = server.run();
+    const Reply& counted = *(replies.end() - 2);
+    if (counted.rows() == 0 || counted.number(0, 0) != m_version) {
+      forget();
+      continue;
+    }
+    const auto promised = Promises::between(Promises(*(replies.end() - 3)), counted.bytes(0, 2),
+                                            Promises(replies.back()));
+    if (promised || left == 0)
+      return static_cast<std::uint64_t>(counted.number(0, 1)) + promised.value_or(0);
+  }
+}
+
+} // namespace bxm
