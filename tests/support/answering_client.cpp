@@ -32,7 +32,7 @@ std::string nextAnswer(const std::string& call) {
 
 template <typename Function>
 Function* real(const char* name) {
-  static void* library = ::dlopen("libbxm_r.so", RTLD_LAZY);
+  static void* library = ::dlopen(REAL, RTLD_LAZY);
   return reinterpret_cast<Function*>(::dlsym(library, name));
 }
 

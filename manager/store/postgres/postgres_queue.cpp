@@ -30,6 +30,9 @@ constexpr std::uint64_t kSegmentBytes = 16 << 20, kBetweenSizings = 8192;
 
 /// Messages that are looked at on the way to one that matches.
 constexpr int kMostLookedAt = 16;
+/// Messages that are read together for who browses, and how long they are good for.
+constexpr std::size_t kMostReadAhead = 64;
+constexpr milliseconds kReadAheadLasts{10};
 
 } // namespace
 
@@ -50,6 +53,7 @@ bool PostgresQueue::refresh(Server& server) {
 
 void PostgresQueue::unitEnded(bool committed) {
   if (!committed && m_taken > 0) m_anewDue = {};
+  m_ahead.clear();
   m_taken = m_reserved = m_published = 0;
   m_publications = 0;
 }
@@ -157,14 +161,31 @@ PostgresQueue::look(const std::optional<Position>& after, int most) {
   }
 }
 
+/// The next message for a browse. Who goes on and on is given those that were read together, for a
+/// moment: so long a browse may be behind what others do.
+const PostgresQueue::Seen* PostgresQueue::next(const std::optional<Position>& after) {
+  const bool goesOn = after && m_aheadAt > 0 && m_aheadAt <= m_ahead.size() &&
+                      m_ahead[m_aheadAt - 1].position.priority == after->priority &&
+                      m_ahead[m_aheadAt - 1].position.sequence == after->sequence;
+  if (!goesOn || m_aheadAt == m_ahead.size() || Clock::now() >= m_aheadUntil) {
+    const auto most = goesOn ? std::min<std::size_t>(2 * m_ahead.size(), kMostReadAhead) : 1;
+    auto page = look(after, static_cast<int>(most));
+    if (!page || page->empty()) return nullptr;
+    m_ahead = std::move(*page);
+    m_aheadAt = 0;
+    m_aheadUntil = Clock::now() + kReadAheadLasts;
+  }
+  return &m_ahead[m_aheadAt++];
+}
+
 Found PostgresQueue::browse(const std::optional<Position>& after, Receiver& receiver) {
   for (std::optional<Position> at = after;;) {
-    const auto seen = look(at, 1);
-    if (!seen || seen->empty()) return Found::kNothing;
-    const StoredMessage message{seen->front().position, seen->front().stored, seen->front().now};
+    const Seen* seen = next(at);
+    if (!seen) return Found::kNothing;
+    const StoredMessage message{seen->position, seen->stored, seen->now};
     switch (receiver.judge(message)) {
     case Receiver::Verdict::kSkip: at = message.position; break;
-    case Receiver::Verdict::kRefuse: return Found::kRefused;
+    case Receiver::Verdict::kRefuse: --m_aheadAt; return Found::kRefused;
     case Receiver::Verdict::kAccept:
       receiver.deliver(message);
       endWait();
@@ -311,6 +332,7 @@ void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
 
 void PostgresQueue::took(bool syncpoint) {
   ++m_sinceSettled;
+  m_ahead.clear();
   if (syncpoint) ++m_taken;
   endWait();
   if (!syncpoint && !m_session.unitIsOpen()) lookAfter(0, 0);
@@ -347,6 +369,7 @@ void PostgresQueue::endWait() {
 
 void PostgresQueue::lookAfter(std::uint64_t put, std::uint64_t bytes) {
   if (m_gone) return;
+  m_ahead.clear();
   if (m_sinceSettled >= kBetweenSettling) settle();
   sealIfLarge(put, bytes);
 }

@@ -73,6 +73,7 @@ private:
   void tidy();
   void sealIfLarge(std::uint64_t put, std::uint64_t bytes);
   void endWait();
+  const Seen* next(const std::optional<Position>& after);
   std::int32_t key() const { return static_cast<std::int32_t>(m_definition.id); }
 
   PostgresSession& m_session;
@@ -86,6 +87,9 @@ private:
   std::int64_t m_settledBelow = 0; ///< no sequence below will yet come to be seen
   std::int64_t m_returned = -1;
   Clock::time_point m_anewDue{}, m_tidyDue{};
+  std::vector<Seen> m_ahead; ///< messages that a browse will come to
+  std::size_t m_aheadAt = 0;
+  Clock::time_point m_aheadUntil{};
 
   std::uint64_t m_reserved = 0;  ///< puts of the unit of work
   std::uint64_t m_published = 0; ///< of these others know about

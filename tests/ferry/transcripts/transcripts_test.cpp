@@ -8,7 +8,7 @@
 //     ? its exit status, unless that is 0
 //
 // In what is expected "..." stands for anything, over several lines too.
-#include "tests/support/process.h"
+#include "tests/support/postgres_cluster.h"
 
 #include <gtest/gtest.h>
 
@@ -91,18 +91,63 @@ bool matches(std::string_view pattern, std::string_view text) {
   return true;
 }
 
+/// Where the transcript's managers are: in a folder, or, where TRANSCRIPTS_ON says so, in a database
+/// that only the tool of a client installation reaches.
+class Managers {
+public:
+  Managers() {
+    if (!inDatabase()) return;
+    static int number = 0;
+    m_database = "transcript_" + std::to_string(++number);
+    cluster().psql("postgres", "CREATE DATABASE " + m_database);
+    std::filesystem::create_directory(m_folder / "managers");
+    writeFile(m_folder / "managers/bxclient.ini", "[managers]\ndefault = DEFAULT\nDEFAULT = " +
+                                                      cluster().uri(m_database) + "\n");
+  }
+  ~Managers() {
+    if (inDatabase())
+      cluster().psql("postgres", "DROP DATABASE " + m_database + " WITH (FORCE)");
+  }
+  std::string home() const { return m_folder / "managers"; }
+  /// What makes another manager live there, too.
+  std::string store() const {
+    return inDatabase() ? "--store " + cluster().uri(m_database) : "";
+  }
+  static std::string client() {
+    return std::filesystem::absolute(libDir()) / (inDatabase() ? "libbxic_r.so" : "libbxm_r.so");
+  }
+  static std::string answering() {
+    return std::string(ANSWERING) + (inDatabase() ? "_postgres" : "");
+  }
+  static std::string path() {
+    const std::string bin = std::filesystem::absolute(binDir()).string();
+    return (inDatabase() ? bin + "/../client/bin:" : "") + bin + ":" + std::getenv("PATH");
+  }
+
+private:
+  static bool inDatabase() { return std::getenv("TRANSCRIPTS_ON") != nullptr; }
+  static PostgresCluster& cluster() {
+    static PostgresCluster one;
+    return one;
+  }
+  TempFolder m_folder;
+  std::string m_database;
+};
+
 class Transcripts : public ::testing::TestWithParam<Transcript> {};
 
 } // namespace
 
 TEST_P(Transcripts, ShowWhatHappens) {
-  const TempFolder folder, home;
-  const std::string path = std::filesystem::absolute(binDir()).string() + ":" + std::getenv("PATH");
+  const TempFolder folder;
+  const Managers managers;
   for (const auto& [command, expected] : GetParam().steps) {
     Process bash({"/bin/bash", "-o", "pipefail", "-c", WORDS + command});
-    bash.environment("PATH", path)
-        .environment("BXM_HOME", home / "managers")
-        .environment("ANSWERING", ANSWERING);
+    bash.environment("PATH", Managers::path())
+        .environment("BXM_HOME", managers.home())
+        .environment("STORE", managers.store())
+        .environment("CLIENT", Managers::client())
+        .environment("ANSWERING", Managers::answering());
     const std::string actual = outcome(bash.in(folder.path().string()).run());
     if (!matches(expected, actual)) {
       EXPECT_EQ(expected, actual) << "$ " << command;
