@@ -1,6 +1,7 @@
 #include "tests/manager/faults/history.h"
 #include "tests/manager/faults/load.h"
 #include "tests/manager/faults/peer.h"
+#include "tests/support/postgres_cluster.h"
 #include "tests/support/temp_folder.h"
 
 #include <csignal>
@@ -21,7 +22,8 @@ using std::chrono::milliseconds;
 class Storm {
 public:
   Storm() {
-    Peer peer(m_home.path().string());
+    if (std::getenv("STORM_ON")) moveIntoDatabase();
+    Peer peer(home(), m_binding);
     peer.words("connect");
     for (const std::string& queue : kStormQueues) peer.words("create " + queue);
     peer.words("create PROBE");
@@ -34,7 +36,7 @@ public:
     m_logs.push_back(m_folder / name);
     m_workers.push_back(client(
         {"storm", m_logs.back(), name, std::to_string(m_random()), std::to_string(life.count())},
-        {{"BXM_HOME", m_home.path().string()}}));
+        environment()));
     m_workers.back()->start();
   }
   /// By SIGKILL, as any program whose scope ends.
@@ -49,7 +51,7 @@ public:
   /// A newcomer does not wait for anything.
   void lookFromOutside() {
     const auto took = timed([&] {
-      Peer peer(m_home.path().string());
+      Peer peer(home(), m_binding);
       peer.words("connect");
       for (const std::string& queue : kStormQueues) {
         peer.words("depth " + queue);
@@ -65,7 +67,7 @@ public:
   void check() {
     History history;
     for (const std::string& log : m_logs) history.read(log);
-    Peer peer(m_home.path().string());
+    Peer peer(home(), m_binding);
     peer.words("connect");
     for (const std::string& queue : kStormQueues) {
       const auto names = peer.words("browse " + queue);
@@ -79,7 +81,22 @@ public:
   }
 
 private:
+  std::string home() const { return m_home.path().string(); }
+  Environment environment() const {
+    Environment all = m_binding;
+    all["BXM_HOME"] = home();
+    return all;
+  }
+  void moveIntoDatabase() {
+    m_cluster = std::make_unique<support::PostgresCluster>();
+    support::writeFile(m_home / "bxclient.ini",
+                       "[managers]\ndefault = M\nM = " + m_cluster->uri("postgres") + "\n");
+    m_binding["LD_PRELOAD"] = support::libDir() + "/libbxic_r.so";
+  }
+
   support::TempFolder m_home, m_folder;
+  std::unique_ptr<support::PostgresCluster> m_cluster;
+  Environment m_binding;
   unsigned m_seed = static_cast<unsigned>(setting("FAULTS_SEED", static_cast<int>(::getpid())));
   std::mt19937 m_random{m_seed};
   std::vector<std::unique_ptr<support::Process>> m_workers;
