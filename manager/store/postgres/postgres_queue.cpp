@@ -22,8 +22,10 @@ constexpr milliseconds kBetweenFullScans{100};
 constexpr int kBetweenExpensive = 20;
 /// A share of the room that is left may be used until the depth is looked at again.
 constexpr std::uint64_t kRoomShare = 16;
-/// After so many gets it is looked up what is gone for good.
-constexpr std::uint64_t kBetweenSettling = 32;
+/// So often it is looked up what is gone for good, and after so many gets what may yet come before
+/// others.
+constexpr milliseconds kBetweenSettling{100};
+constexpr std::uint64_t kBetweenBounds = 32;
 constexpr seconds kBetweenTidying{1}, kBetweenLooks{1};
 /// How large a segment gets, and after how many puts it is looked at.
 constexpr std::uint64_t kSegmentBytes = 16 << 20, kBetweenSizings = 8192;
@@ -280,7 +282,7 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
   parameters.add(key()).add(m_segments.version()).add(how.fromStarts ? m_returned : std::int64_t{-1});
   for (const Arm& arm : arms) parameters.add(arm.from);
   std::vector<Reply> replies;
-  const bool bounds = ++m_sinceBounded % kBetweenSettling == 1;
+  const bool bounds = m_boundHeld && ++m_sinceBounded >= kBetweenBounds;
   try {
     if (bounds) server.add("SELECT settled_below() << 20"); // before the look that it is to bound
     server.add(m_segments.takeStatement(arms, how.exactly), parameters);
@@ -289,7 +291,11 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
     if (how.syncpoint) m_session.loseUnit();
     throw;
   }
-  if (bounds) m_settledBelow = (replies.end() - 2)->number(0, 0);
+  if (bounds) {
+    m_settledBelow = (replies.end() - 2)->number(0, 0);
+    m_sinceBounded = 0;
+  }
+  m_boundHeld = false;
   const Reply& reply = replies.back();
   if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
     m_segments.forget();
@@ -325,7 +331,10 @@ void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
     const auto priority = static_cast<std::size_t>(arms[i].priority);
     Segment& segment = m_segments.at(arms[i].segment);
     std::int64_t start = i == found ? sequence + 1 : Segment::kNothing;
-    if (m_segments.isLast(arms[i].segment)) start = std::min(start, m_settledBelow);
+    if (m_segments.isLast(arms[i].segment) && start > m_settledBelow) {
+      m_boundHeld = m_boundHeld || i == found;
+      start = m_settledBelow;
+    }
     segment.start.at(priority) = std::max(start, segment.floor.at(priority));
   }
 }
@@ -370,7 +379,7 @@ void PostgresQueue::endWait() {
 void PostgresQueue::lookAfter(std::uint64_t put, std::uint64_t bytes) {
   if (m_gone) return;
   m_ahead.clear();
-  if (m_sinceSettled >= kBetweenSettling) settle();
+  if (m_sinceSettled > 0 && Clock::now() >= m_settleDue) settle();
   sealIfLarge(put, bytes);
 }
 
@@ -378,6 +387,7 @@ void PostgresQueue::lookAfter(std::uint64_t put, std::uint64_t bytes) {
 /// taken and not committed is still seen here.
 void PostgresQueue::settle() {
   m_sinceSettled = 0;
+  m_settleDue = Clock::now() + kBetweenSettling;
   Server& server = m_session.looking();
   if (!refresh(server)) return;
   const std::vector<Arm> arms = m_segments.arms(false);

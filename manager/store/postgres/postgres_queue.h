@@ -84,9 +84,10 @@ private:
   std::uint64_t m_taken = 0;       ///< by the unit of work
   std::uint64_t m_sinceSettled = 0; ///< messages got
   std::uint64_t m_sinceBounded = 0;
+  bool m_boundHeld = false; ///< the last scan could have begun later, but for what is being committed
   std::int64_t m_settledBelow = 0; ///< no sequence below will yet come to be seen
   std::int64_t m_returned = -1;
-  Clock::time_point m_anewDue{}, m_tidyDue{};
+  Clock::time_point m_anewDue{}, m_settleDue{}, m_tidyDue{};
   std::vector<Seen> m_ahead; ///< messages that a browse will come to
   std::size_t m_aheadAt = 0;
   Clock::time_point m_aheadUntil{};

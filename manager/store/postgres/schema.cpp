@@ -160,8 +160,8 @@ BEGIN
   SET LOCAL lock_timeout = '50ms';
   PERFORM pg_advisory_xact_lock(lock_class('queue'), $1);
   IF $2 <> (SELECT max(s.number) FROM segment s WHERE s.queue = $1) THEN RETURN true; END IF;
-  SELECT min(place) INTO free FROM generate_series(0, 999999) place
-    WHERE NOT EXISTS (SELECT FROM segment s WHERE s.queue = $1 AND s.place = generate_series.place);
+  SELECT min(p) INTO free FROM generate_series(0, (SELECT count(*)::int FROM segment s WHERE s.queue = $1)) g(p)
+    WHERE NOT EXISTS (SELECT FROM segment s WHERE s.queue = $1 AND s.place = p);
   PERFORM make_place($1, free);
   INSERT INTO segment (queue, number, place) VALUES ($1, $2 + 1, free);
   UPDATE queue q SET version = q.version + 1 WHERE q.id = $1;
