@@ -35,6 +35,10 @@ constexpr int kMostLookedAt = 16;
 /// Messages that are read together for who browses, and how long they are good for.
 constexpr std::size_t kMostReadAhead = 64;
 constexpr milliseconds kReadAheadLasts{10};
+/// Units of work that have so many messages, and take the next this soon, are given more at once.
+constexpr std::uint64_t kLeastForAhead = 64;
+constexpr milliseconds kFast{2}, kAheadLasts{10};
+constexpr std::size_t kMostAhead = 256, kMostAheadBytes = 256 << 10;
 
 } // namespace
 
@@ -55,6 +59,9 @@ bool PostgresQueue::refresh(Server& server) {
 
 void PostgresQueue::unitEnded(bool committed) {
   if (!committed && m_taken > 0) m_anewDue = {};
+  if (m_lockedAt < m_locked.size()) m_anewDue = {};
+  m_locked.clear();
+  m_lockedAt = m_deleted = 0;
   m_ahead.clear();
   m_taken = m_reserved = m_published = 0;
   m_publications = 0;
@@ -135,6 +142,7 @@ void PostgresQueue::unreserve() {
 std::optional<std::vector<PostgresQueue::Seen>>
 PostgresQueue::look(const std::optional<Position>& after, int most) {
   Server& server = m_session.looking();
+  deleteGot(server);
   for (;;) {
     if (!refresh(server)) return std::nullopt;
     std::vector<Arm> arms = m_segments.arms(false);
@@ -229,9 +237,15 @@ Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
   while (refresh(m_session.looking())) {
     if (!room || *room + 1 < std::size_t{1} << m_segments.sizeClass())
       return takeJudged(receiver, syncpoint);
+    if (syncpoint && takeLocked(receiver)) return Found::kDelivered;
     const bool quick = Clock::now() < m_anewDue;
-    switch (tryTake(m_segments.arms(quick), {syncpoint, quick, false}, receiver)) {
-    case Took::kOne: return Found::kDelivered;
+    const std::size_t most = syncpoint ? howManyAhead() : 1;
+    const std::vector<Arm> arms = m_segments.arms(quick);
+    switch (most > 1 ? lockSome(arms, quick, most)
+                     : tryTake(arms, {syncpoint, quick, false}, receiver)) {
+    case Took::kOne:
+      if (most > 1) takeLocked(receiver);
+      return Found::kDelivered;
     case Took::kStale: break;
     case Took::kNothing:
       m_anewDue = {};
@@ -274,6 +288,46 @@ Found PostgresQueue::takeExactly(const Position& position, Receiver& receiver, b
   return Found::kNothing;
 }
 
+std::vector<Reply> PostgresQueue::ask(Server& server, const std::string& statement,
+                                      const Parameters& parameters, bool syncpoint) {
+  const bool bounds = m_boundHeld && ++m_sinceBounded >= kBetweenBounds;
+  try {
+    if (syncpoint) deleteGot(server);
+    if (bounds) server.add("SELECT settled_below() << 20"); // before the look that it is to bound
+    server.add(statement, parameters);
+    std::vector<Reply> replies = server.run();
+    if (bounds) {
+      m_settledBelow = (replies.end() - 2)->number(0, 0);
+      m_sinceBounded = 0;
+    }
+    return replies;
+  } catch (const Failure&) {
+    if (syncpoint) m_session.loseUnit();
+    throw;
+  }
+}
+
+/// What a scan tells of the queue, and where the next one may begin.
+PostgresQueue::Took PostgresQueue::learn(const Reply& reply, const std::vector<Arm>& arms,
+                                         bool fromStarts) {
+  if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
+    m_segments.forget();
+    return Took::kStale;
+  }
+  const bool any = !reply.isNull(0, 2);
+  if (!any && fromStarts && reply.number(0, 1) != m_returned) {
+    m_anewDue = {};
+    return Took::kStale;
+  }
+  m_returned = reply.number(0, 1);
+  if (!arms.empty()) {
+    const int last = reply.rows() - 1;
+    remember(arms, any ? static_cast<std::size_t>(reply.number(last, 2)) : arms.size(),
+             any ? reply.number(last, 4) : 0);
+  }
+  return any ? Took::kOne : Took::kNothing;
+}
+
 PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const Taking& how,
                                            Receiver& receiver) {
   const auto begin = Clock::now();
@@ -281,39 +335,15 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
   Parameters parameters;
   parameters.add(key()).add(m_segments.version()).add(how.fromStarts ? m_returned : std::int64_t{-1});
   for (const Arm& arm : arms) parameters.add(arm.from);
-  std::vector<Reply> replies;
-  const bool bounds = m_boundHeld && ++m_sinceBounded >= kBetweenBounds;
-  try {
-    if (bounds) server.add("SELECT settled_below() << 20"); // before the look that it is to bound
-    server.add(m_segments.takeStatement(arms, how.exactly), parameters);
-    replies = server.run();
-  } catch (const Failure&) {
-    if (how.syncpoint) m_session.loseUnit();
-    throw;
-  }
-  if (bounds) {
-    m_settledBelow = (replies.end() - 2)->number(0, 0);
-    m_sinceBounded = 0;
-  }
-  m_boundHeld = false;
+  const auto replies =
+      ask(server, m_segments.takeStatement(arms, how.exactly), parameters, how.syncpoint);
   const Reply& reply = replies.back();
-  if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
-    m_segments.forget();
-    return Took::kStale;
-  }
-  const bool any = !reply.isNull(0, 2);
-  if (!any && how.fromStarts && reply.number(0, 1) != m_returned) {
-    m_anewDue = {};
-    return Took::kStale;
-  }
-  m_returned = reply.number(0, 1);
-  if (!how.exactly) remember(arms, any ? static_cast<std::size_t>(reply.number(0, 2)) : arms.size(),
-                             any ? reply.number(0, 4) : 0);
-  if (!how.fromStarts && !how.exactly) {
+  const Took told = learn(reply, how.exactly ? std::vector<Arm>() : arms, how.fromStarts);
+  if (told != Took::kStale && !how.fromStarts && !how.exactly) {
     const auto end = Clock::now();
     m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
   }
-  if (!any) return Took::kNothing;
+  if (told != Took::kOne) return told;
   if (how.syncpoint) m_session.rememberTransaction(reply.text(0, 6));
   took(how.syncpoint);
   receiver.deliver({{static_cast<int>(reply.number(0, 3)),
@@ -321,6 +351,67 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
                     reply.bytes(0, 5),
                     reply.number(0, 7)});
   return Took::kOne;
+}
+
+// ---- Units of work that take many ---------------------------------------------------------------
+
+/// A unit of work that takes one message after the other, and fast, is given as many more at once as
+/// it has: they are its own, as if it had got them, until it ends.
+std::size_t PostgresQueue::howManyAhead() const {
+  if (m_taken < kLeastForAhead || Clock::now() - m_lastTook > kFast) return 1;
+  const auto fit = std::max<std::size_t>(kMostAheadBytes >> m_segments.sizeClass(), 1);
+  return std::min({static_cast<std::size_t>(m_taken), kMostAhead, fit});
+}
+
+PostgresQueue::Took PostgresQueue::lockSome(const std::vector<Arm>& arms, bool fromStarts,
+                                            std::size_t most) {
+  Parameters parameters;
+  parameters.add(key()).add(m_segments.version()).add(fromStarts ? m_returned : std::int64_t{-1});
+  for (const Arm& arm : arms) parameters.add(arm.from);
+  parameters.add(static_cast<std::int32_t>(most));
+  const auto begin = Clock::now();
+  const auto replies = ask(m_session.unit(), m_segments.lockStatement(arms), parameters, true);
+  const Reply& reply = replies.back();
+  const Took told = learn(reply, arms, fromStarts);
+  const auto end = Clock::now();
+  if (told != Took::kStale && !fromStarts)
+    m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+  m_locked.clear();
+  m_lockedAt = m_deleted = 0;
+  if (told != Took::kOne) return told;
+  for (int row = 0; row < reply.rows(); ++row)
+    m_locked.push_back({{{static_cast<int>(reply.number(row, 3)),
+                          static_cast<std::uint64_t>(reply.number(row, 4))},
+                         reply.text(row, 5),
+                         reply.number(row, 7)},
+                        static_cast<int>(reply.number(row, 8)),
+                        reply.text(row, 9)});
+  m_lockedUntil = end + kAheadLasts;
+  m_session.rememberTransaction(reply.text(0, 6));
+  return Took::kOne;
+}
+
+/// After a moment others may have put what comes first: then it is looked again, and those that are
+/// locked are found again, too.
+bool PostgresQueue::takeLocked(Receiver& receiver) {
+  if (m_lockedAt == m_locked.size() || Clock::now() >= m_lockedUntil) {
+    if (m_lockedAt < m_locked.size()) m_anewDue = {};
+    m_locked.resize(m_lockedAt);
+    return false;
+  }
+  const Seen& seen = m_locked[m_lockedAt++].seen;
+  took(true);
+  receiver.deliver({seen.position, seen.stored, seen.now});
+  return true;
+}
+
+void PostgresQueue::deleteGot(Server& server) {
+  std::map<int, ArrayOf> places;
+  for (; m_deleted < m_lockedAt; ++m_deleted)
+    places.try_emplace(m_locked[m_deleted].place, ArrayOf::Element::kTid)
+        .first->second.add(m_locked[m_deleted].at);
+  for (auto& [place, array] : places)
+    server.add(m_segments.deleteStatement(place), Parameters().addRaw(array.take()));
 }
 
 /// Nothing was available in the arms before the one that had a message, and in that one before it.
@@ -342,7 +433,10 @@ void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
 void PostgresQueue::took(bool syncpoint) {
   ++m_sinceSettled;
   m_ahead.clear();
-  if (syncpoint) ++m_taken;
+  if (syncpoint) {
+    ++m_taken;
+    m_lastTook = Clock::now();
+  }
   endWait();
   if (!syncpoint && !m_session.unitIsOpen()) lookAfter(0, 0);
 }

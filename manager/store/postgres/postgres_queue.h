@@ -38,6 +38,9 @@ public:
   /// Messages of the unit of work that were taken here.
   std::uint64_t taken() const { return m_taken; }
   bool isQuiet() const { return m_taken == 0 && m_reserved == 0; }
+  /// Appends what makes the messages gone that were locked first and got then. Before every look of
+  /// the unit of work, and before its commit.
+  void deleteGot(Server& server);
   /// The unit of work has ended, and so has what was told of its puts.
   void unitEnded(bool committed);
   /// After a commit: looks at times what is left of the queue's segments, and how large the last
@@ -57,7 +60,18 @@ private:
     bool fromStarts;
     bool exactly;
   };
+  struct Locked { ///< a message that is the unit of work's, whether it was got by now or not
+    Seen seen;
+    int place;
+    std::string at;
+  };
   enum class Took { kOne, kNothing, kStale };
+  std::size_t howManyAhead() const;
+  bool takeLocked(Receiver& receiver);
+  Took lockSome(const std::vector<Arm>& arms, bool fromStarts, std::size_t most);
+  Took learn(const Reply& reply, const std::vector<Arm>& arms, bool fromStarts);
+  std::vector<Reply> ask(Server& server, const std::string& statement, const Parameters& parameters,
+                         bool syncpoint);
   Took tryTake(const std::vector<Arm>& arms, const Taking& how, Receiver& receiver);
   Found takeExactly(const Position& position, Receiver& receiver, bool syncpoint);
   Found takeFirst(Receiver& receiver, bool syncpoint);
@@ -90,6 +104,10 @@ private:
   Clock::time_point m_anewDue{}, m_settleDue{}, m_tidyDue{};
   std::vector<Seen> m_ahead; ///< messages that a browse will come to
   std::size_t m_aheadAt = 0;
+  std::vector<Locked> m_locked; ///< in queue order
+  std::size_t m_lockedAt = 0;   ///< of these were got
+  std::size_t m_deleted = 0;    ///< and of these were deleted
+  Clock::time_point m_lockedUntil{}, m_lastTook{};
   Clock::time_point m_aheadUntil{};
 
   std::uint64_t m_reserved = 0;  ///< puts of the unit of work

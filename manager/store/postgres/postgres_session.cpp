@@ -316,6 +316,8 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
 Committed PostgresSession::finish(Server& server, std::int64_t unit,
                                   const std::vector<std::int32_t>& wake, BXLONG& reason) {
   try {
+    if (&server == m_main.get() && m_unitIsOpen)
+      for (auto& [id, queue] : m_queues) queue->deleteGot(server);
     if (unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
     server.add("COMMIT");
     const bool done = server.run().back().command() == "COMMIT";

@@ -18,8 +18,8 @@ std::string number(Number value) {
 
 } // namespace
 
-std::string Segments::tableOf(const Segment& segment) const {
-  return "messages_" + number(m_queue) + "_" + number(segment.place);
+std::string Segments::tableAt(int place) const {
+  return "messages_" + number(m_queue) + "_" + number(place);
 }
 
 bool Segments::refresh(Server& server) {
@@ -85,8 +85,11 @@ const std::string& Segments::takeStatement(const std::vector<Arm>& arms, bool ex
   return made;
 }
 
-std::string Segments::makeTake(const std::vector<Arm>& arms, bool exactly) const {
-  std::string looks, takes;
+/// The common beginning: the first messages of the arms, locked, when what is known still holds. How
+/// often messages were given back is read before they are looked for.
+std::string Segments::found(const std::vector<Arm>& arms, bool exactly,
+                            const std::string& most) const {
+  std::string looks;
   for (std::size_t i = 0; i < arms.size(); ++i) {
     const Arm& arm = arms[i];
     const Segment& segment = m_segments.at(arm.segment);
@@ -95,21 +98,41 @@ std::string Segments::makeTake(const std::vector<Arm>& arms, bool exactly) const
              " AS place, * FROM (SELECT ctid AS at, priority, sequence, stored FROM " +
              tableOf(segment) + " WHERE priority = " + number(arm.priority) + " AND sequence " +
              (exactly ? "=" : ">=") + " $" + number(i + 4) + "::bigint" + kAlive +
-             " ORDER BY sequence LIMIT 1 FOR UPDATE SKIP LOCKED) of)";
+             " ORDER BY sequence LIMIT " + most + " FOR UPDATE SKIP LOCKED) of)";
   }
   if (arms.empty())
     looks = "SELECT 0 AS arm, 0 AS place, NULL::tid AS at, NULL::smallint AS priority,"
             " NULL::bigint AS sequence, NULL::bytea AS stored WHERE false";
-  for (const Segment& segment : m_segments)
-    takes += ", t" + number(segment.place) + " AS (DELETE FROM " + tableOf(segment) +
-             " WHERE ctid = (SELECT at FROM found WHERE place = " + number(segment.place) + "))";
-  // How often messages were given back is read before they are looked for.
   return "WITH given AS MATERIALIZED (SELECT last_value AS times FROM " + returned() +
          "), found AS MATERIALIZED (SELECT * FROM (" + looks +
          ") of WHERE EXISTS (SELECT FROM queue WHERE id = $1::int AND version = $2::int)"
-         " AND $3::bigint IN (-1, (SELECT times FROM given)) LIMIT 1)" + takes +
-         " SELECT q.version, (SELECT times FROM given), arm, priority, sequence, stored, pg_current_xact_id_if_assigned()::text, clock_ms()"
-         " FROM queue q LEFT JOIN found ON true WHERE q.id = $1::int";
+         " AND $3::bigint IN (-1, (SELECT times FROM given)) LIMIT " +
+         most + ")";
+}
+
+namespace {
+
+constexpr const char* kTold =
+    " SELECT q.version, (SELECT times FROM given), arm, priority, sequence, stored,"
+    " pg_current_xact_id_if_assigned()::text, clock_ms(), place, at"
+    " FROM queue q LEFT JOIN found ON true WHERE q.id = $1::int";
+
+} // namespace
+
+std::string Segments::makeTake(const std::vector<Arm>& arms, bool exactly) const {
+  std::string takes;
+  for (const Segment& segment : m_segments)
+    takes += ", t" + number(segment.place) + " AS (DELETE FROM " + tableOf(segment) +
+             " WHERE ctid = (SELECT at FROM found WHERE place = " + number(segment.place) + "))";
+  return found(arms, exactly, "1") + takes + kTold;
+}
+
+std::string Segments::lockStatement(const std::vector<Arm>& arms) const {
+  return found(arms, false, "$" + number(arms.size() + 4) + "::int") + kTold;
+}
+
+std::string Segments::deleteStatement(int place) const {
+  return "DELETE FROM " + tableAt(place) + " WHERE ctid = ANY ($1::tid[])";
 }
 
 std::string Segments::lookStatement(const std::vector<Arm>& arms) const {
@@ -128,7 +151,8 @@ std::string Segments::lookStatement(const std::vector<Arm>& arms) const {
             " WHERE false";
   // A row that somebody has taken bears the number of a transaction in progress: of one that the
   // snapshot names, or of a later one.
-  return "WITH taking AS MATERIALIZED (SELECT coalesce(array_agg(x::xid), '{}') AS xids,"
+  return "WITH taking AS MATERIALIZED (SELECT array_append(array_agg(x::xid),"
+         " coalesce(pg_current_xact_id_if_assigned(), '1')::xid) AS xids,"
          " age(pg_snapshot_xmax(pg_current_snapshot())::xid) AS next"
          " FROM pg_snapshot_xip(pg_current_snapshot()) x)"
          " SELECT q.version, clock_ms(), priority, sequence, stored FROM queue q"

@@ -58,6 +58,12 @@ public:
   /// back or -1, the arms' sequences. One row: version, how often messages were given back, arm,
   /// priority, sequence, stored, transaction, clock. Nothing is taken when the parameters differ.
   const std::string& takeStatement(const std::vector<Arm>& arms, bool exactly);
+  /// Locks the first messages of the arms for the transaction; parameters as above, and behind them
+  /// how many. Rows: version, how often messages were given back, arm, priority, sequence, stored,
+  /// transaction, clock, and where the message lies: the segment's place, and the place in there.
+  std::string lockStatement(const std::vector<Arm>& arms) const;
+  /// Deletes messages by their places in the table; parameter: these.
+  std::string deleteStatement(int place) const;
   /// Tells the first messages behind the arms' sequences that nobody has taken; parameters: queue,
   /// how many, the arms' sequences. Rows: version, clock, priority, sequence, stored.
   std::string lookStatement(const std::vector<Arm>& arms) const;
@@ -67,12 +73,14 @@ public:
   /// tell. Nullopt when the queue is gone.
   std::optional<std::uint64_t> count(Server& server);
 
-  std::string tableOf(const Segment& segment) const;
+  std::string tableOf(const Segment& segment) const { return tableAt(segment.place); }
   std::string returned() const { return "returned_" + std::to_string(m_queue); }
 
 private:
+  std::string tableAt(int place) const;
   void readFloors(Server& server);
   std::string countStatement() const;
+  std::string found(const std::vector<Arm>& arms, bool exactly, const std::string& most) const;
   std::string makeTake(const std::vector<Arm>& arms, bool exactly) const;
 
   const int m_queue;

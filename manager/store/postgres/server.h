@@ -47,7 +47,7 @@ private:
 /// An array parameter that grows element by element.
 class ArrayOf {
 public:
-  enum class Element : std::uint32_t { kBytea = 17, kInt8 = 20, kInt2 = 21, kInt4 = 23 };
+  enum class Element : std::uint32_t { kBytea = 17, kTid = 27, kInt8 = 20, kInt2 = 21, kInt4 = 23 };
   explicit ArrayOf(Element element);
   void addNull();
   void add(std::int16_t number);
