@@ -23,6 +23,9 @@ public:
   void setSettings(const std::string& name, const ManagerSettings& settings) override {
     of(name).setSettings(name, settings);
   }
+  void grant(const std::string& name, const std::string& role, const std::string& may) override {
+    of(name).grant(name, role, may);
+  }
   std::vector<Entry> list() override {
     std::vector<Entry> all = embeddedCatalog().list();
     for (const Entry& entry : postgresCatalog().list()) all.push_back(entry);

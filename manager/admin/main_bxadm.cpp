@@ -2,6 +2,8 @@
 #include "manager/admin/program.h"
 #include "manager/engine/administration.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 
@@ -15,6 +17,7 @@ constexpr const char* kUsage =
     " bxadm manager list\n"
     " bxadm manager delete NAME\n"
     " bxadm manager alter NAME --sync full|batch\n"
+    " bxadm manager grant NAME ROLE --to put|get|browse|admin|none\n"
     " bxadm manager check [NAME]\n"
     " bxadm manager repair NAME\n"
     " bxadm manager backup TARGET [-m MANAGER]\n"
@@ -55,6 +58,18 @@ int alterManager(Arguments& arguments) {
   if (sync != "full" && sync != "batch") throw bxm::admin::UsageError("--sync takes full or batch");
   bxm::setManagerSync(name, sync == "full");
   std::printf("Queue manager %s altered: sync %s.\n", name.c_str(), sync.c_str());
+  return 0;
+}
+
+int grantAccess(Arguments& arguments) {
+  const std::string may = arguments.takeValue("--to");
+  const std::string name = arguments.takeName(), role = arguments.takeName();
+  arguments.expectEnd();
+  constexpr std::array<const char*, 5> kRights = {"put", "get", "browse", "admin", "none"};
+  if (std::find(kRights.begin(), kRights.end(), may) == kRights.end())
+    throw bxm::admin::UsageError("--to takes put, get, browse, admin or none");
+  bxm::grantAccess(name, role, may);
+  std::printf("Role %s of queue manager %s: %s.\n", role.c_str(), name.c_str(), may.c_str());
   return 0;
 }
 
@@ -114,6 +129,7 @@ constexpr Command kCommands[] = {
     {"manager", "list", listManagers},
     {"manager", "delete", deleteManager},
     {"manager", "alter", alterManager},
+    {"manager", "grant", grantAccess},
     {"manager", "check", bxm::admin::checkManager},
     {"manager", "repair", bxm::admin::repairManager},
     {"manager", "backup", bxm::admin::backUpManager},

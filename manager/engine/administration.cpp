@@ -35,6 +35,10 @@ void switchCommandServer(const std::string& name, bool runs) {
 
 void setManagerSync(const std::string& name, bool full) { catalog().setSettings(name, {full}); }
 
+void grantAccess(const std::string& name, const std::string& role, const std::string& may) {
+  catalog().grant(name, role, may);
+}
+
 ManagerFindings checkManager(const std::string& name) { return catalog().check(name); }
 
 ManagerRepair repairManager(const std::string& name) { return catalog().repair(name); }

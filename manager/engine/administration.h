@@ -21,6 +21,8 @@ void createManager(const std::string& name, bool makeDefault, const std::string&
 void deleteManager(const std::string& name);
 std::vector<ManagerInfo> listManagers();
 void switchCommandServer(const std::string& name, bool runs);
+/// Of a manager in a database: lets a role put, get, browse or admin, or none of these any more.
+void grantAccess(const std::string& name, const std::string& role, const std::string& may);
 /// full: commits of gets wait for the disk, too.
 void setManagerSync(const std::string& name, bool full);
 

@@ -30,6 +30,10 @@ public:
   virtual void remove(const std::string& name) = 0;
   virtual void setSettings(const std::string& name, const ManagerSettings& settings) = 0;
 
+  /// Lets a role of the database put, get, browse or admin; none takes everything back. Throws
+  /// Failure: 2058, 2045 where there are no roles.
+  virtual void grant(const std::string& name, const std::string& role, const std::string& may) = 0;
+
   struct Entry {
     std::string name;
     bool isDefault = false;

@@ -22,8 +22,8 @@ public:
   ~PostgresCluster() { stop(SIGQUIT); }
 
   void start() {
-    std::vector<std::string> program{kPrograms + "postgres", "-D", m_folder / "data", "-k",
-                                     m_folder / "data", "-c", "listen_addresses="};
+    std::vector<std::string> program{kPrograms + "postgres", "-D", m_folder / "data",  "-k",
+                                     m_folder / "data",      "-c", "listen_addresses="};
     for (const std::string& setting : m_settings) program.insert(program.end(), {"-c", setting});
     m_server = std::make_unique<Process>(asServer(std::move(program)));
     m_server->start();

@@ -255,6 +255,12 @@ void Home::remove(const std::string& name) {
   if (markedName() == name) home.remove(kDefaultFile);
 }
 
+void Home::grant(const std::string& name, const std::string& /*role*/, const std::string& /*may*/) {
+  throw Failure(BXRC_OPTION_NOT_VALID_FOR_TYPE, "who may use queue manager " + name +
+                                                    " is said by the modes of its folder, " +
+                                                    folderOf(name).path());
+}
+
 void Home::setSettings(const std::string& name, const ManagerSettings& settings) {
   open(name)->saveSettings(settings);
 }

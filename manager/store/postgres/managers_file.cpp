@@ -58,8 +58,7 @@ std::vector<Line> linesOf(const std::string& path) {
     }
     lines.push_back(line);
   }
-  if (!file.eof())
-    failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot read " + path);
+  if (!file.eof()) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot read " + path);
   return lines;
 }
 
@@ -67,7 +66,8 @@ std::vector<Line> linesOf(const std::string& path) {
 void write(const std::string& path, const std::vector<std::string>& lines) {
   namespace fs = std::filesystem;
   std::error_code ignored;
-  if (fs::path(path).has_parent_path()) fs::create_directories(fs::path(path).parent_path(), ignored);
+  if (fs::path(path).has_parent_path())
+    fs::create_directories(fs::path(path).parent_path(), ignored);
   const std::string made = path + ".new";
   {
     std::ofstream file(made, std::ios::binary);

@@ -17,7 +17,8 @@ struct ManagersFile {
   std::string defaultName;
   std::map<std::string, std::string> places; ///< URIs by names
 
-  /// Without a file there are no managers. Throws Failure 2059 when it cannot be read or understood.
+  /// Without a file there are no managers. Throws Failure 2059 when it cannot be read or
+  /// understood.
   static ManagersFile read();
   /// Adds a manager, leaving all other lines as they are; with the mark as the default one.
   void add(const std::string& name, const std::string& place, bool makeDefault) const;

@@ -56,8 +56,8 @@ std::unique_ptr<StoreSession> PostgresCatalog::connect(std::string_view name) {
   auto server = std::make_unique<Server>(place, schemaOf(manager));
   if (!checkSchema(*server, manager)) {
     if (!name.empty())
-      throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, "queue manager " + manager +
-                                                  " is not in the database: bxadm manager create");
+      throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
+                    "queue manager " + manager + " is not in the database: bxadm manager create");
     makeSchema(*server, manager);
   }
   return std::make_unique<PostgresSession>(manager, place, std::move(server));
@@ -98,6 +98,17 @@ void PostgresCatalog::setSettings(const std::string& name, const ManagerSettings
     throw Failure(BXRC_Q_MGR_NAME_ERROR, "queue manager " + name + " is not in the database");
   server.runOne("UPDATE manager SET gets_wait = $1::int <> 0",
                 Parameters().add(std::int32_t{settings.syncFull}));
+}
+
+void PostgresCatalog::grant(const std::string& name, const std::string& role,
+                            const std::string& may) {
+  Server server(placeOf(ManagersFile::read(), name), schemaOf(name));
+  if (!checkSchema(server, name))
+    throw Failure(BXRC_Q_MGR_NAME_ERROR, "queue manager " + name + " is not in the database");
+  if (may == "none")
+    server.runOne("SELECT revoke_access($1::name)", Parameters().add(role));
+  else
+    server.runOne("SELECT grant_access($1::name, $2::text)", Parameters().add(role).add(may));
 }
 
 std::vector<Catalog::Entry> PostgresCatalog::list() {

@@ -12,6 +12,7 @@ public:
   void create(const std::string& name, bool makeDefault, const std::string& place) override;
   void remove(const std::string& name) override;
   void setSettings(const std::string& name, const ManagerSettings& settings) override;
+  void grant(const std::string& name, const std::string& role, const std::string& may) override;
   std::vector<Entry> list() override;
   /// The database's own tools do these: Failure 2045.
   Findings check(const std::string& name) override;

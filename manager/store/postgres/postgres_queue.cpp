@@ -109,7 +109,8 @@ bool PostgresQueue::findRoom(bool syncpoint) {
   }
   m_roomLeft = (most - depth) / kRoomShare;
   const auto end = Clock::now();
-  m_roomUntil = end + std::max<Clock::duration>(milliseconds(100), (end - begin) * kBetweenExpensive);
+  m_roomUntil =
+      end + std::max<Clock::duration>(milliseconds(100), (end - begin) * kBetweenExpensive);
   return true;
 }
 
@@ -244,7 +245,7 @@ Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
     switch (most > 1 ? lockSome(arms, quick, most)
                      : tryTake(arms, {syncpoint, quick, false}, receiver)) {
     case Took::kOne:
-      if (most > 1) takeLocked(receiver);
+      if (most > 1) deliverLocked(receiver);
       return Found::kDelivered;
     case Took::kStale: break;
     case Took::kNothing:
@@ -333,7 +334,9 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
   const auto begin = Clock::now();
   Server& server = how.syncpoint ? m_session.unit() : m_session.aside();
   Parameters parameters;
-  parameters.add(key()).add(m_segments.version()).add(how.fromStarts ? m_returned : std::int64_t{-1});
+  parameters.add(key())
+      .add(m_segments.version())
+      .add(how.fromStarts ? m_returned : std::int64_t{-1});
   for (const Arm& arm : arms) parameters.add(arm.from);
   const auto replies =
       ask(server, m_segments.takeStatement(arms, how.exactly), parameters, how.syncpoint);
@@ -341,22 +344,23 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
   const Took told = learn(reply, how.exactly ? std::vector<Arm>() : arms, how.fromStarts);
   if (told != Took::kStale && !how.fromStarts && !how.exactly) {
     const auto end = Clock::now();
-    m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+    m_anewDue =
+        end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
   }
   if (told != Took::kOne) return told;
   if (how.syncpoint) m_session.rememberTransaction(reply.text(0, 6));
   took(how.syncpoint);
-  receiver.deliver({{static_cast<int>(reply.number(0, 3)),
-                     static_cast<std::uint64_t>(reply.number(0, 4))},
-                    reply.bytes(0, 5),
-                    reply.number(0, 7)});
+  receiver.deliver(
+      {{static_cast<int>(reply.number(0, 3)), static_cast<std::uint64_t>(reply.number(0, 4))},
+       reply.bytes(0, 5),
+       reply.number(0, 7)});
   return Took::kOne;
 }
 
 // ---- Units of work that take many ---------------------------------------------------------------
 
-/// A unit of work that takes one message after the other, and fast, is given as many more at once as
-/// it has: they are its own, as if it had got them, until it ends.
+/// A unit of work that takes one message after the other, and fast, is given as many more at once
+/// as it has: they are its own, as if it had got them, until it ends.
 std::size_t PostgresQueue::howManyAhead() const {
   if (m_taken < kLeastForAhead || Clock::now() - m_lastTook > kFast) return 1;
   const auto fit = std::max<std::size_t>(kMostAheadBytes >> m_segments.sizeClass(), 1);
@@ -375,7 +379,8 @@ PostgresQueue::Took PostgresQueue::lockSome(const std::vector<Arm>& arms, bool f
   const Took told = learn(reply, arms, fromStarts);
   const auto end = Clock::now();
   if (told != Took::kStale && !fromStarts)
-    m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+    m_anewDue =
+        end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
   m_locked.clear();
   m_lockedAt = m_deleted = 0;
   if (told != Took::kOne) return told;
@@ -399,10 +404,14 @@ bool PostgresQueue::takeLocked(Receiver& receiver) {
     m_locked.resize(m_lockedAt);
     return false;
   }
+  deliverLocked(receiver);
+  return true;
+}
+
+void PostgresQueue::deliverLocked(Receiver& receiver) {
   const Seen& seen = m_locked[m_lockedAt++].seen;
   took(true);
   receiver.deliver({seen.position, seen.stored, seen.now});
-  return true;
 }
 
 void PostgresQueue::deleteGot(Server& server) {
@@ -549,7 +558,8 @@ void PostgresQueue::sealIfLarge(std::uint64_t put, std::uint64_t bytes) {
   if (!refresh(server)) return;
   const Segment& last = m_segments.last();
   server.add("SELECT tidy_up()");
-  server.add("SELECT pg_table_size($1::text::regclass)", Parameters().add(m_segments.tableOf(last)));
+  server.add("SELECT pg_table_size($1::text::regclass)",
+             Parameters().add(m_segments.tableOf(last)));
   if (server.run().back().number(0, 0) < static_cast<std::int64_t>(kSegmentBytes)) return;
   server.runOne("SELECT seal($1::int, $2::int)", Parameters().add(key()).add(last.number));
   m_segments.forget();

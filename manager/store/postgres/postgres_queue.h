@@ -68,6 +68,7 @@ private:
   enum class Took { kOne, kNothing, kStale };
   std::size_t howManyAhead() const;
   bool takeLocked(Receiver& receiver);
+  void deliverLocked(Receiver& receiver);
   Took lockSome(const std::vector<Arm>& arms, bool fromStarts, std::size_t most);
   Took learn(const Reply& reply, const std::vector<Arm>& arms, bool fromStarts);
   std::vector<Reply> ask(Server& server, const std::string& statement, const Parameters& parameters,
@@ -95,10 +96,11 @@ private:
   Segments m_segments;
   bool m_gone = false;
 
-  std::uint64_t m_taken = 0;       ///< by the unit of work
+  std::uint64_t m_taken = 0;        ///< by the unit of work
   std::uint64_t m_sinceSettled = 0; ///< messages got
   std::uint64_t m_sinceBounded = 0;
-  bool m_boundHeld = false; ///< the last scan could have begun later, but for what is being committed
+  bool m_boundHeld =
+      false; ///< the last scan could have begun later, but for what is being committed
   std::int64_t m_settledBelow = 0; ///< no sequence below will yet come to be seen
   std::int64_t m_returned = -1;
   Clock::time_point m_anewDue{}, m_settleDue{}, m_tidyDue{};

@@ -118,8 +118,8 @@ QueueDefinition PostgresSession::definitionIn(const Reply& reply, int row) const
 }
 
 std::optional<QueueDefinition> PostgresSession::findQueue(std::string_view name) {
-  const Reply found = aside().runOne(std::string(kDefinition) + " WHERE name = $1::text",
-                                     Parameters().add(name));
+  const Reply found =
+      aside().runOne(std::string(kDefinition) + " WHERE name = $1::text", Parameters().add(name));
   if (found.rows() == 0) return std::nullopt;
   return definitionIn(found, 0);
 }
@@ -132,14 +132,14 @@ std::vector<QueueDefinition> PostgresSession::listQueues() {
 }
 
 bool PostgresSession::createQueue(QueueDefinition& definition) {
-  const Reply made = aside().runOne(
-      "SELECT create_queue($1::text, $2::text, $3::int, $4::int, $5::int)",
-      Parameters()
-          .add(definition.name)
-          .add(definition.cluster)
-          .add(definition.maxDepth)
-          .add(definition.maxMessageLength)
-          .add(definition.defaultPersistence));
+  const Reply made =
+      aside().runOne("SELECT create_queue($1::text, $2::text, $3::int, $4::int, $5::int)",
+                     Parameters()
+                         .add(definition.name)
+                         .add(definition.cluster)
+                         .add(definition.maxDepth)
+                         .add(definition.maxMessageLength)
+                         .add(definition.defaultPersistence));
   if (made.isNull(0, 0)) return false;
   definition.id = static_cast<std::uint32_t>(made.number(0, 0));
   return true;
@@ -159,11 +159,7 @@ StoreSession::Deleted PostgresSession::deleteQueue(std::string_view name, bool p
     if (const auto count = segments.count(server))
       result = purge || *count == 0 ? Deleted::kDone : Deleted::kNotEmpty;
     if (result == Deleted::kDone) {
-      server.add("INSERT INTO deleted VALUES ($1::int)", Parameters().add(id));
-      for (const char* table : {"segment", "floor"})
-        server.add(std::string("DELETE FROM ") + table + " WHERE queue = $1::int",
-                   Parameters().add(id));
-      server.add("DELETE FROM queue WHERE id = $1::int", Parameters().add(id));
+      server.add("SELECT delete_queue($1::int)", Parameters().add(id));
       server.add("COMMIT");
       m_single = nullptr;
       server.divide();
@@ -185,7 +181,7 @@ bool PostgresSession::commandServerRuns() {
 }
 
 void PostgresSession::setCommandServer(bool runs) {
-  aside().runOne("UPDATE manager SET command_server = $1::int <> 0",
+  aside().runOne("SELECT switch_command_server($1::int <> 0)",
                  Parameters().add(std::int32_t{runs}));
 }
 
@@ -241,8 +237,8 @@ Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
     return Committed::kFailed;
   }
   if (!m_unitIsOpen && puts.empty()) return Committed::kDone;
-  const Committed result =
-      puts.empty() ? finish(*m_main, kOnlyTakes, {}, reason) : store(*m_main, m_unitIsOpen, puts, reason);
+  const Committed result = puts.empty() ? finish(*m_main, kOnlyTakes, {}, reason)
+                                        : store(*m_main, m_unitIsOpen, puts, reason);
   if (result == Committed::kDone || result == Committed::kUnknown) {
     const auto counts = puts.counts();
     const std::uint64_t bytes = puts.bytes();
@@ -300,9 +296,8 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
     open = true;
     server.add("SELECT begin_commit($1::int[], $2::bigint), pg_current_xact_id()::text",
                Parameters().add(queues).add(unit));
-    PutStatements statements(server, [this](std::uint32_t id) -> PostgresQueue& {
-      return *m_queues.at(id);
-    });
+    PutStatements statements(
+        server, [this](std::uint32_t id) -> PostgresQueue& { return *m_queues.at(id); });
     puts.forEach([&](const PutBatch::Entry& entry) { statements.add(entry); });
     if (!statements.finish()) return Committed::kQueueGone;
     m_transaction = statements.transaction();
@@ -345,10 +340,10 @@ Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& 
       auto server = std::make_unique<Server>(m_uri, schemaOf(m_name));
       const std::string status = statusOf(*server, m_transaction);
       if (status == "in progress") continue;
-      const bool done =
-          unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)", Parameters().add(unit))
-                              .number(0, 0) != 0
-                    : status == "committed";
+      const bool done = unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)",
+                                                            Parameters().add(unit))
+                                                     .number(0, 0) != 0
+                                           : status == "committed";
       for (auto& [id, queue] : m_queues) queue->forgetWait();
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
       if (done) return Committed::kDone;

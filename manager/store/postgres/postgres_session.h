@@ -65,8 +65,8 @@ private:
   bool m_unitIsOpen = false;
   bool m_unitIsLost = false;
   Server* m_single = nullptr;
-  std::string m_transaction; ///< the open one's id, when it has one
-  bool m_getsWait = true;    ///< commits of gets alone wait for the server's disk
+  std::string m_transaction;     ///< the open one's id, when it has one
+  bool m_getsWait = true;        ///< commits of gets alone wait for the server's disk
   std::int64_t m_clockAhead = 0; ///< of the server's clock, ms
 };
 

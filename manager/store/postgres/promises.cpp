@@ -46,7 +46,8 @@ void promisePuts(Server& server, const std::string& returned, int count, int exp
 }
 
 std::string Promises::statement(const std::string& returned) {
-  return "SELECT CASE WHEN locktype = 'advisory' THEN objid::bigint END, transactionid::text::bigint"
+  return "SELECT CASE WHEN locktype = 'advisory' THEN objid::bigint END, "
+         "transactionid::text::bigint"
          " FROM pg_locks WHERE locktype = 'transactionid' AND granted"
          " OR locktype = 'advisory' AND objsubid = 2 AND classid = '" +
          returned +

@@ -25,7 +25,8 @@ public:
   explicit Promises(const Reply& reply);
 
   /// How many puts were promised when the database looked as a snapshot says (with the transaction
-  /// that looks among those in progress), by two looks around it; nullopt when somebody came and went between these.
+  /// that looks among those in progress), by two looks around it; nullopt when somebody came and
+  /// went between these.
   static std::optional<std::uint64_t> between(const Promises& before, std::string_view snapshot,
                                               const Promises& after);
 

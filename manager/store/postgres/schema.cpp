@@ -67,6 +67,7 @@ BEGIN
   EXECUTE format('ALTER TABLE %I ALTER COLUMN stored SET STORAGE EXTERNAL', name);
   EXECUTE format('CREATE INDEX IF NOT EXISTS %I ON %I (expires) WHERE expires IS NOT NULL',
     name || '_expires', name);
+  PERFORM apply_access(NULL, name);
 END $$;
 
 CREATE FUNCTION create_queue(name text, cluster text, max_depth int, max_length int,
@@ -78,10 +79,21 @@ BEGIN
   IF made IS NULL THEN RETURN NULL; END IF;
   EXECUTE format('CREATE SEQUENCE %I', 'returned_' || made);
   PERFORM nextval(('returned_' || made)::regclass); -- the first does not change what it shows
+  PERFORM apply_access(NULL, 'returned_' || made);
   PERFORM make_place(made, 0);
   INSERT INTO segment (queue, number, place) VALUES (made, 1, 0);
   RETURN made;
 END $$;
+
+CREATE FUNCTION delete_queue(queue int) RETURNS void LANGUAGE sql AS $$
+  INSERT INTO deleted VALUES ($1);
+  DELETE FROM segment s WHERE s.queue = $1;
+  DELETE FROM floor f WHERE f.queue = $1;
+  DELETE FROM queue q WHERE q.id = $1;
+$$;
+
+CREATE FUNCTION switch_command_server(runs boolean) RETURNS void LANGUAGE sql AS
+$$ UPDATE manager SET command_server = runs $$;
 
 -- Who waits for one of the queues is told. Nobody waits as long as the lock is to be had.
 CREATE FUNCTION wake(queues int[]) RETURNS void LANGUAGE plpgsql AS $$
@@ -225,6 +237,77 @@ EXCEPTION WHEN lock_not_available THEN NULL;
 END $$;
 )sql";
 
+/// Whoever made the schema may do everything. Others may what they were granted, by tables and
+/// functions: with psql, too, they can do no more than that.
+constexpr const char* kAccess = R"sql(
+CREATE TABLE access (role name NOT NULL, may text NOT NULL, PRIMARY KEY (role, may));
+
+-- Grants what the table says: to one role or all, on one relation or all.
+CREATE FUNCTION apply_access(one_role name, one_relation name) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE each record; rights text;
+BEGIN
+  FOR each IN SELECT a.role, a.may, c.relname AS name, c.relname ~ '^messages' AS is_messages
+      FROM access a, pg_class c
+      WHERE c.relnamespace = (SELECT relnamespace FROM pg_class WHERE oid = 'queue'::regclass)
+        AND (c.relname ~ '^messages_[0-9]+_[0-9]+$' OR c.relname ~ '^returned_[0-9]+$')
+        AND a.role = coalesce(one_role, a.role) AND c.relname = coalesce(one_relation, c.relname) LOOP
+    rights := CASE
+      WHEN each.is_messages THEN CASE each.may
+        WHEN 'put' THEN 'INSERT, SELECT (priority, sequence, expires)'
+        WHEN 'get' THEN 'SELECT, DELETE, UPDATE (expires)' -- what a lock of a row takes
+        WHEN 'browse' THEN 'SELECT'
+        ELSE 'SELECT (priority, sequence, expires)' END
+      WHEN each.may = 'get' THEN 'SELECT' END;
+    IF rights IS NOT NULL THEN
+      EXECUTE format('GRANT %s ON %I TO %I', rights, each.name, each.role);
+    END IF;
+  END LOOP;
+END $$;
+
+CREATE FUNCTION grant_access(role name, may text) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE schema name := current_schema(); f text;
+  functions text[] := ARRAY['lock_class', 'clock_ms', 'wake', 'start_wait', 'tidy_up',
+    'message_data', 'first_line', 'messages_of', 'depth_of'] || CASE may
+      WHEN 'put' THEN ARRAY['begin_commit', 'was_committed', 'widen', 'seal']
+      WHEN 'get' THEN ARRAY['give_back', 'free_segment', 'settled_below']
+      WHEN 'admin' THEN ARRAY['create_queue', 'delete_queue', 'switch_command_server']
+      ELSE '{}' END;
+BEGIN
+  INSERT INTO access VALUES (role, may) ON CONFLICT DO NOTHING;
+  EXECUTE format('GRANT USAGE ON SCHEMA %I TO %I', schema, role);
+  EXECUTE format('GRANT SELECT ON manager, queue, segment, floor, queues TO %I', role);
+  IF may = 'put' THEN EXECUTE format('GRANT USAGE ON SEQUENCE unit_number TO %I', role); END IF;
+  IF may = 'get' THEN EXECUTE format('GRANT SELECT ON SEQUENCE unit_number TO %I', role);
+    EXECUTE format('GRANT INSERT, UPDATE ON floor TO %I', role); END IF;
+  FOREACH f IN ARRAY functions LOOP
+    EXECUTE format('GRANT EXECUTE ON FUNCTION %I TO %I', f, role);
+  END LOOP;
+  PERFORM apply_access(role, NULL);
+END $$;
+
+CREATE FUNCTION revoke_access(role name) RETURNS void LANGUAGE plpgsql AS $$
+DECLARE schema name := current_schema(); kind text;
+BEGIN
+  DELETE FROM access a WHERE a.role = $1;
+  FOREACH kind IN ARRAY ARRAY['TABLES', 'SEQUENCES', 'FUNCTIONS'] LOOP
+    EXECUTE format('REVOKE ALL ON ALL %s IN SCHEMA %I FROM %I', kind, schema, role);
+  END LOOP;
+  EXECUTE format('REVOKE ALL ON SCHEMA %I FROM %I', schema, role);
+END $$;
+
+DO $$
+DECLARE f text;
+BEGIN
+  EXECUTE format('REVOKE EXECUTE ON ALL FUNCTIONS IN SCHEMA %I FROM PUBLIC', current_schema());
+  -- These do what their callers may not, and nothing but that.
+  FOREACH f IN ARRAY ARRAY['create_queue', 'delete_queue', 'switch_command_server', 'give_back',
+      'begin_commit', 'was_committed', 'widen', 'seal', 'free_segment', 'tidy_up'] LOOP
+    EXECUTE format('ALTER FUNCTION %I SECURITY DEFINER SET search_path = %I, pg_temp', f,
+      current_schema());
+  END LOOP;
+END $$;
+)sql";
+
 /// For who looks with psql: what a message holds as text, its first line.
 constexpr const char* kViews = R"sql(
 CREATE FUNCTION message_data(stored bytea) RETURNS bytea LANGUAGE sql IMMUTABLE AS $$
@@ -295,7 +378,7 @@ void makeSchema(Server& server, const std::string& manager) {
     const Reply there = server.runOne("SELECT 1 FROM pg_namespace WHERE nspname = $1::text",
                                       Parameters().add(schemaOf(manager)));
     if (there.rows() == 0)
-      server.execute("CREATE SCHEMA " + schema + ";" + kTables + kFunctions + kViews);
+      server.execute("CREATE SCHEMA " + schema + ";" + kTables + kFunctions + kViews + kAccess);
     server.execute("COMMIT");
   } catch (const Failure&) {
     if (server.alive()) server.execute("ROLLBACK");
@@ -304,8 +387,8 @@ void makeSchema(Server& server, const std::string& manager) {
 }
 
 void dropSchema(Server& server, const std::string& manager) {
-  executeOrUndo(server,
-                locked("DROP SCHEMA IF EXISTS " + quotedIdentifier(schemaOf(manager)) + " CASCADE"));
+  executeOrUndo(
+      server, locked("DROP SCHEMA IF EXISTS " + quotedIdentifier(schemaOf(manager)) + " CASCADE"));
 }
 
 bool checkSchema(Server& server, const std::string& manager) {

@@ -24,10 +24,10 @@ std::string Segments::tableAt(int place) const {
 
 bool Segments::refresh(Server& server) {
   if (m_version != 0) return true;
-  const Reply reply = server.runOne(
-      "SELECT q.version, s.number, s.place, s.priorities, s.size_class FROM queue q"
-      " JOIN segment s ON s.queue = q.id WHERE q.id = $1 ORDER BY s.number",
-      Parameters().add(m_queue));
+  const Reply reply =
+      server.runOne("SELECT q.version, s.number, s.place, s.priorities, s.size_class FROM queue q"
+                    " JOIN segment s ON s.queue = q.id WHERE q.id = $1 ORDER BY s.number",
+                    Parameters().add(m_queue));
   const bool first = m_segments.empty();
   std::vector<Segment> segments;
   for (int row = 0; row < reply.rows(); ++row) {
@@ -85,8 +85,8 @@ const std::string& Segments::takeStatement(const std::vector<Arm>& arms, bool ex
   return made;
 }
 
-/// The common beginning: the first messages of the arms, locked, when what is known still holds. How
-/// often messages were given back is read before they are looked for.
+/// The common beginning: the first messages of the arms, locked, when what is known still holds.
+/// How often messages were given back is read before they are looked for.
 std::string Segments::found(const std::vector<Arm>& arms, bool exactly,
                             const std::string& most) const {
   std::string looks;
@@ -141,8 +141,8 @@ std::string Segments::lookStatement(const std::vector<Arm>& arms) const {
     const Arm& arm = arms[i];
     looks += looks.empty() ? "" : " UNION ALL ";
     looks += "(SELECT priority, sequence, stored FROM " + tableOf(m_segments.at(arm.segment)) +
-             " WHERE priority = " + number(arm.priority) + " AND sequence > $" +
-             number(i + 3) + "::bigint AND xmax <> ALL ((SELECT xids FROM taking)::xid[])"
+             " WHERE priority = " + number(arm.priority) + " AND sequence > $" + number(i + 3) +
+             "::bigint AND xmax <> ALL ((SELECT xids FROM taking)::xid[])"
              " AND age(xmax) > (SELECT next FROM taking)" +
              kAlive + " ORDER BY sequence LIMIT $2::int)";
   }
@@ -156,7 +156,9 @@ std::string Segments::lookStatement(const std::vector<Arm>& arms) const {
          " age(pg_snapshot_xmax(pg_current_snapshot())::xid) AS next"
          " FROM pg_snapshot_xip(pg_current_snapshot()) x)"
          " SELECT q.version, clock_ms(), priority, sequence, stored FROM queue q"
-         " LEFT JOIN LATERAL (SELECT * FROM (" + looks + ") of LIMIT $2::int) of ON true"
+         " LEFT JOIN LATERAL (SELECT * FROM (" +
+         looks +
+         ") of LIMIT $2::int) of ON true"
          " WHERE q.id = $1::int";
 }
 
@@ -166,8 +168,8 @@ std::string Segments::remainderStatement(const std::vector<Arm>& arms) const {
     const Arm& arm = arms[i];
     all += all.empty() ? "SELECT " : ", ";
     all += "(SELECT sequence FROM " + tableOf(m_segments.at(arm.segment)) +
-           " WHERE priority = " + number(arm.priority) + " AND sequence >= $" +
-           number(i + 1) + "::bigint ORDER BY sequence LIMIT 1)";
+           " WHERE priority = " + number(arm.priority) + " AND sequence >= $" + number(i + 1) +
+           "::bigint ORDER BY sequence LIMIT 1)";
   }
   return all;
 }
@@ -177,8 +179,9 @@ std::string Segments::countStatement() const {
   for (const Segment& segment : m_segments)
     sum += " + (SELECT count(*) FROM " + tableOf(segment) +
            " WHERE expires IS NULL OR expires > clock_ms())";
-  return "SELECT version, (0" + sum + ")::bigint, pg_current_snapshot() || ',' ||"
-                        " coalesce(pg_current_xact_id_if_assigned()::text, '') FROM queue WHERE id = $1::int";
+  return "SELECT version, (0" + sum +
+         ")::bigint, pg_current_snapshot() || ',' ||"
+         " coalesce(pg_current_xact_id_if_assigned()::text, '') FROM queue WHERE id = $1::int";
 }
 
 /// The messages as they were at one time, and what was promised at that time.

@@ -18,8 +18,8 @@ struct Segment {
 
   int number = 0;
   int place = 0;
-  int priorities = 0; ///< the bits of those that were ever put
-  int sizeClass = 0;  ///< all messages have less than 2 to this bytes of data
+  int priorities = 0;                   ///< the bits of those that were ever put
+  int sizeClass = 0;                    ///< all messages have less than 2 to this bytes of data
   std::array<std::int64_t, 10> floor{}; ///< nothing will ever be available below
   std::array<std::int64_t, 10> start{}; ///< nothing was available below when somebody last looked
 

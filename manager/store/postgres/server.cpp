@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Longer than the server's own limits, so that its reason is told where there is one.
-constexpr std::chrono::seconds kMostSilence{30};
+constexpr std::chrono::seconds kMostSilence{28};
 
 /// What a user's URI may say otherwise. A network that falls silent ends the connection within 30
 /// seconds; so does a statement that takes longer, and a lock after ten.

@@ -27,8 +27,8 @@ private:
   std::string m_state;
 };
 
-/// The parameters of a statement, in the order of its $1, $2, ...: numbers, texts, and arrays in the
-/// database's binary form.
+/// The parameters of a statement, in the order of its $1, $2, ...: numbers, texts, and arrays in
+/// the database's binary form.
 class Parameters {
 public:
   Parameters& add(std::int32_t number);

@@ -91,8 +91,8 @@ bool matches(std::string_view pattern, std::string_view text) {
   return true;
 }
 
-/// Where the transcript's managers are: in a folder, or, where TRANSCRIPTS_ON says so, in a database
-/// that only the tool of a client installation reaches.
+/// Where the transcript's managers are: in a folder, or, where TRANSCRIPTS_ON says so, in a
+/// database that only the tool of a client installation reaches.
 class Managers {
 public:
   Managers() {
@@ -101,18 +101,15 @@ public:
     m_database = "transcript_" + std::to_string(++number);
     cluster().psql("postgres", "CREATE DATABASE " + m_database);
     std::filesystem::create_directory(m_folder / "managers");
-    writeFile(m_folder / "managers/bxclient.ini", "[managers]\ndefault = DEFAULT\nDEFAULT = " +
-                                                      cluster().uri(m_database) + "\n");
+    writeFile(m_folder / "managers/bxclient.ini",
+              "[managers]\ndefault = DEFAULT\nDEFAULT = " + cluster().uri(m_database) + "\n");
   }
   ~Managers() {
-    if (inDatabase())
-      cluster().psql("postgres", "DROP DATABASE " + m_database + " WITH (FORCE)");
+    if (inDatabase()) cluster().psql("postgres", "DROP DATABASE " + m_database + " WITH (FORCE)");
   }
   std::string home() const { return m_folder / "managers"; }
   /// What makes another manager live there, too.
-  std::string store() const {
-    return inDatabase() ? "--store " + cluster().uri(m_database) : "";
-  }
+  std::string store() const { return inDatabase() ? "--store " + cluster().uri(m_database) : ""; }
   static std::string client() {
     return std::filesystem::absolute(libDir()) / (inDatabase() ? "libbxic_r.so" : "libbxm_r.so");
   }
