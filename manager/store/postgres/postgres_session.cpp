@@ -161,12 +161,12 @@ StoreSession::Deleted PostgresSession::deleteQueue(std::string_view name, bool p
     if (result == Deleted::kDone) {
       server.add("SELECT delete_queue($1::int)", Parameters().add(id));
       server.add("COMMIT");
-      m_single = nullptr;
       server.divide();
       server.add("SELECT wake($1::int[])", Parameters().add(std::vector<std::int32_t>{id}));
       server.divide();
       server.add("SELECT tidy_up()");
       server.run();
+      m_single = nullptr;
     }
   } catch (...) {
     dropSingle();
