@@ -2,6 +2,7 @@
 
 #include "bx/bx.h"
 #include "manager/base/failure.h"
+#include "manager/base/random_number.h"
 #include "manager/store/postgres/postgres_session.h"
 #include "manager/store/postgres/promises.h"
 
@@ -42,8 +43,11 @@ constexpr std::size_t kMostAhead = 256, kMostAheadBytes = 256 << 10;
 
 } // namespace
 
+/// Of many sessions that each get one message only some look after what they leave.
 PostgresQueue::PostgresQueue(PostgresSession& session, const QueueDefinition& definition)
-    : m_session(session), m_definition(definition), m_segments(definition.id) {}
+    : m_session(session), m_definition(definition), m_segments(definition.id) {
+  m_settleDue = m_tidyDue = Clock::now() + std::chrono::milliseconds(randomNumber() % 100);
+}
 
 PostgresQueue::~PostgresQueue() {
   try {

@@ -2,6 +2,8 @@
 
 #include "bx/bx.h"
 
+#include <array>
+
 namespace bxm {
 
 namespace {
@@ -353,32 +355,22 @@ CREATE VIEW queues AS SELECT name, depth_of(name) AS depth, max_depth, max_lengt
 
 std::string quotedIdentifier(const std::string& name) { return '"' + name + '"'; }
 
+/// What makes the tables of a format out of those of the one before; the first out of nothing.
+/// What was ever released here stays as it is: a change is a step of its own, which ends with the
+/// format that it makes.
+const std::array<std::string, kSchemaFormat> kSteps = {
+    std::string(kTables) + kFunctions + kViews + kAccess,
+};
+
 /// Whoever makes or changes a schema does so alone.
-std::string locked(const std::string& body) {
-  return "BEGIN; SELECT pg_advisory_xact_lock(1114139984, 1);" + body + "; COMMIT";
-}
+constexpr const char* kBeginAlone = "BEGIN; SELECT pg_advisory_xact_lock(1114139984, 1)";
 
-void executeOrUndo(Server& server, const std::string& script) {
+/// Runs the body alone, in one transaction.
+template <typename Body>
+void alone(Server& server, const Body& body) {
+  server.execute(kBeginAlone);
   try {
-    server.execute(script);
-  } catch (const Failure&) {
-    if (server.alive()) server.execute("ROLLBACK");
-    throw;
-  }
-}
-
-} // namespace
-
-std::string schemaOf(const std::string& manager) { return "bxm_" + manager; }
-
-void makeSchema(Server& server, const std::string& manager) {
-  const std::string schema = quotedIdentifier(schemaOf(manager));
-  server.execute("BEGIN; SELECT pg_advisory_xact_lock(1114139984, 1)");
-  try {
-    const Reply there = server.runOne("SELECT 1 FROM pg_namespace WHERE nspname = $1::text",
-                                      Parameters().add(schemaOf(manager)));
-    if (there.rows() == 0)
-      server.execute("CREATE SCHEMA " + schema + ";" + kTables + kFunctions + kViews + kAccess);
+    body();
     server.execute("COMMIT");
   } catch (const Failure&) {
     if (server.alive()) server.execute("ROLLBACK");
@@ -386,9 +378,33 @@ void makeSchema(Server& server, const std::string& manager) {
   }
 }
 
+std::int64_t formatIn(Server& server) {
+  return server.runOne("SELECT format FROM manager").number(0, 0);
+}
+
+void takeSteps(Server& server, std::int64_t from) {
+  for (std::int64_t format = from; format < kSchemaFormat; ++format)
+    server.execute(kSteps.at(static_cast<std::size_t>(format)));
+}
+
+} // namespace
+
+std::string schemaOf(const std::string& manager) { return "bxm_" + manager; }
+
+void makeSchema(Server& server, const std::string& manager) {
+  alone(server, [&] {
+    const Reply there = server.runOne("SELECT 1 FROM pg_namespace WHERE nspname = $1::text",
+                                      Parameters().add(schemaOf(manager)));
+    if (there.rows() != 0) return;
+    server.execute("CREATE SCHEMA " + quotedIdentifier(schemaOf(manager)));
+    takeSteps(server, 0);
+  });
+}
+
 void dropSchema(Server& server, const std::string& manager) {
-  executeOrUndo(
-      server, locked("DROP SCHEMA IF EXISTS " + quotedIdentifier(schemaOf(manager)) + " CASCADE"));
+  alone(server, [&] {
+    server.execute("DROP SCHEMA IF EXISTS " + quotedIdentifier(schemaOf(manager)) + " CASCADE");
+  });
 }
 
 bool checkSchema(Server& server, const std::string& manager) {
@@ -398,12 +414,13 @@ bool checkSchema(Server& server, const std::string& manager) {
   if (there.rows() == 0) return false;
   if (there.number(0, 0) == 0)
     throw Failure(BXRC_NOT_AUTHORIZED, "no right to use queue manager " + manager);
-  const std::int64_t format = server.runOne("SELECT format FROM manager").number(0, 0);
+  const std::int64_t format = formatIn(server);
   if (format > kSchemaFormat)
     throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
                   "queue manager " + manager + " has format " + std::to_string(format) +
                       " in the database, and this program knows formats up to " +
                       std::to_string(kSchemaFormat) + ": install the newer version");
+  if (format < kSchemaFormat) alone(server, [&] { takeSteps(server, formatIn(server)); });
   return true;
 }
 

@@ -26,11 +26,18 @@ constexpr const char* kDefaults =
 
 /// Statements are planned once, for what they are made for: a walk along an index. The bytes of a
 /// message are told as they are, and times in UTC.
-constexpr const char* kSettings =
-    "SET plan_cache_mode = force_generic_plan; SET enable_sort = off; SET enable_bitmapscan = off;"
-    "SET jit = off; SET statement_timeout = '25s'; SET lock_timeout = '10s';"
-    "SET default_transaction_isolation = 'read committed'; SET client_min_messages = error;"
-    "SET idle_in_transaction_session_timeout = 0; SET timezone = 'UTC'";
+constexpr std::pair<const char*, const char*> kSettings[] = {
+    {"plan_cache_mode", "force_generic_plan"},
+    {"enable_sort", "off"},
+    {"enable_bitmapscan", "off"},
+    {"jit", "off"},
+    {"statement_timeout", "25s"},
+    {"lock_timeout", "10s"},
+    {"default_transaction_isolation", "read committed"},
+    {"client_min_messages", "error"},
+    {"idle_in_transaction_session_timeout", "0"},
+    {"timezone", "UTC"},
+};
 
 template <typename Number>
 void appendBig(std::string& out, Number value) {
@@ -236,9 +243,12 @@ Server::Server(const std::string& uri, const std::string& path) {
   PQsetNoticeProcessor(
       m_connection, [](void*, const char*) {}, nullptr);
   try {
-    execute(std::string(kSettings) + "; SET search_path = " + quoted(path) + ", pg_catalog");
     PQsetnonblocking(m_connection, 1);
     PQenterPipelineMode(m_connection);
+    std::string settings = "SELECT set_config('search_path', $1::text, false)";
+    for (const auto& [name, value] : kSettings)
+      settings += std::string(", set_config('") + name + "', '" + value + "', false)";
+    runOne(settings, Parameters().add(quoted(path) + ", pg_catalog"));
   } catch (const std::exception&) {
     PQfinish(m_connection);
     throw;
