@@ -1,32 +1,40 @@
-# A database server of the benchmark's own, on the disk that is measured, with everything that makes it
-# durable: over a socket and over loopback TCP. The tool is the one of a client installation.
+# Database servers of the benchmark's own, on the disk that is measured, with everything that makes them
+# durable. The tool is the one of a client installation.
 pg_programs=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | tail -1)
-pg_data=$work/pg/data
-pg_port=
-pg_pid=
+pg_base=$((20000 + $$ % 20000))
+pg_pids=
 
 # The server refuses root.
 as_server() {
   if [ "$(id -u)" = 0 ]; then setpriv --reuid=postgres --regid=postgres --clear-groups "$@"; else "$@"; fi
 }
 
-# Starts the server once; fails where none can be started.
-have_postgres() {
-  [ -z "$pg_pid" ] || return 0
-  [ -x "$pg_programs/postgres" ] || return 1
+# start_postgres NUMBER: a server in a folder of that number, on a socket there and over loopback TCP.
+start_postgres() {
+  local data=$work/pg$1/data tries=0
   chmod 755 "$work"
-  mkdir -p "$work/pg"
-  [ "$(id -u)" != 0 ] || chown postgres "$work/pg"
-  as_server "$pg_programs/initdb" -D "$pg_data" -U postgres -A trust --locale=C.UTF-8 >>"$errors" 2>&1 || return 1
-  pg_port=$((20000 + $$ % 20000))
-  as_server "$pg_programs/postgres" -D "$pg_data" -k "$work/pg" -p "$pg_port" \
-    -c listen_addresses=127.0.0.1 >"$work/pg.log" 2>&1 &
-  local way tries=0
-  until psql "$(pg_uri socket)" -c 'SELECT 1' >/dev/null 2>&1; do
+  mkdir -p "$work/pg$1"
+  [ "$(id -u)" != 0 ] || chown postgres "$work/pg$1"
+  as_server "$pg_programs/initdb" -D "$data" -U postgres -A trust --locale=C.UTF-8 >>"$errors" 2>&1 || return 1
+  as_server "$pg_programs/postgres" -D "$data" -k "$work/pg$1" -p $((pg_base + $1)) \
+    -c listen_addresses=127.0.0.1 >"$work/pg$1.log" 2>&1 &
+  until psql "$(pg_uri socket "$1")" -c 'SELECT 1' >/dev/null 2>&1; do
     [ $((++tries)) -lt 100 ] || die "the database server does not start"
     sleep 0.1
   done
-  pg_pid=$(head -1 "$pg_data/postmaster.pid")
+  pg_pids="$pg_pids $(head -1 "$data/postmaster.pid")"
+}
+
+stop_postgres() {
+  [ -z "$pg_pids" ] || { kill -INT $pg_pids && wait || true; }
+  pg_pids=
+}
+
+# Starts the server that most sections use, once; fails where none can be started.
+have_postgres() {
+  local way
+  [ ! -d "$work/socket" ] || return 0
+  [ -x "$pg_programs/postgres" ] && start_postgres 0 || return 1
   for way in socket tcp; do
     mkdir "$work/$way"
     printf '[managers]\ndefault = B\nB = %s\n' "$(pg_uri "$way")" >"$work/$way/bxclient.ini"
@@ -34,15 +42,11 @@ have_postgres() {
   BXM_HOME=$work/made "$bxadm" manager create B --store "$(pg_uri socket)" >/dev/null
 }
 
-stop_postgres() {
-  [ -z "$pg_pid" ] || { kill -INT "$pg_pid" && wait || true; }
-}
-
-# pg_uri socket|tcp
+# pg_uri socket|tcp [NUMBER]
 pg_uri() {
   case $1 in
-  socket) echo "postgresql://postgres@/postgres?host=$work/pg&port=$pg_port" ;;
-  tcp) echo "postgresql://postgres@127.0.0.1:$pg_port/postgres" ;;
+  socket) echo "postgresql://postgres@/postgres?host=$work/pg${2:-0}&port=$((pg_base + ${2:-0}))" ;;
+  tcp) echo "postgresql://postgres@127.0.0.1:$((pg_base + ${2:-0}))/postgres" ;;
   esac
 }
 

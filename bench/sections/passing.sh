@@ -16,7 +16,7 @@ measure_passing() {
 
 table_passing() {
   local part
-  [ -n "$pg_pid" ] || { echo "No PostgreSQL server can be started: no figures of one." && return; }
+  have_postgres || { echo "No PostgreSQL server can be started: no figures of one." && return; }
   heading "A queue that holds 1,000 records, $passing_unit a commit" "records" "s" "records/s"
   for part in $(awk 'NR == 1 || NR % 10 == 0 { print NR }' "$work/passed"); do
     line "$(((part - 1) * 100000)) to $((part * 100000))" "$(spread "passing.$part")" \

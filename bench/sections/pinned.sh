@@ -65,7 +65,7 @@ measure_pinned() {
 
 table_pinned() {
   local kind part
-  [ -n "$pg_pid" ] || { echo "No PostgreSQL server can be started: no figures of one." && return; }
+  have_postgres || { echo "No PostgreSQL server can be started: no figures of one." && return; }
   heading "$pinned_rate records a second in and out, and a snapshot held open for a while" \
     "" "" "gets/s" "put to get, median ms" "99 %, ms" "dead rows/MiB at its end"
   for kind in queue table; do

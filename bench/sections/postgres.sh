@@ -80,7 +80,7 @@ measure_postgres() {
 table_postgres() {
   local n few way k
   n=$(scaled 1000000) few=$(scaled 100000)
-  [ -n "$pg_pid" ] || { echo "No PostgreSQL server can be started: no figures of one." && return; }
+  have_postgres || { echo "No PostgreSQL server can be started: no figures of one." && return; }
   heading "In PostgreSQL: records of 100 bytes, a read commits each" \
     "work" "over" "records" "s" "records/s" "plain queue, s" "ratio"
   for way in socket tcp; do
