@@ -28,10 +28,11 @@ constexpr const char* kUsage =
 
 int createManager(Arguments& arguments) {
   const bool makeDefault = arguments.takeFlag("--default");
-  const std::string place = arguments.takeOptionalValue("--store").value_or("");
+  const auto store = arguments.takeOptionalValue("--store");
+  if (store && store->empty()) throw bxm::admin::UsageError("--store takes postgresql://...");
   const std::string name = arguments.takeName();
   arguments.expectEnd();
-  bxm::createManager(name, makeDefault, place);
+  bxm::createManager(name, makeDefault, store.value_or(""));
   std::printf("Queue manager %s created.\n", name.c_str());
   return 0;
 }

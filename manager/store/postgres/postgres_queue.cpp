@@ -157,7 +157,9 @@ PostgresQueue::look(const std::optional<Position>& after, int most) {
         if (arm.priority == after->priority)
           arm.from = std::max(arm.from, static_cast<std::int64_t>(after->sequence) + 1);
     }
-    const int pages = std::clamp((1 << 20) >> m_segments.sizeClass(), 1, most);
+    const auto fit = (std::size_t{1} << 20) / std::max<std::size_t>(m_segments.longest(), 1);
+    const int pages =
+        static_cast<int>(std::clamp<std::size_t>(fit, 1, static_cast<std::size_t>(most)));
     Parameters parameters;
     parameters.add(key()).add(pages);
     for (const Arm& arm : arms) parameters.add(arm.from - 1);
@@ -240,8 +242,7 @@ Found PostgresQueue::takeAt(const Position& position, Receiver& receiver, bool s
 Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
   const auto room = receiver.room();
   while (refresh(m_session.looking())) {
-    if (!room || *room + 1 < std::size_t{1} << m_segments.sizeClass())
-      return takeJudged(receiver, syncpoint);
+    if (!room || *room < m_segments.longest()) return takeJudged(receiver, syncpoint);
     if (syncpoint && takeLocked(receiver)) return Found::kDelivered;
     const bool quick = Clock::now() < m_anewDue;
     const std::size_t most = syncpoint ? howManyAhead() : 1;
@@ -367,7 +368,8 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
 /// as it has: they are its own, as if it had got them, until it ends.
 std::size_t PostgresQueue::howManyAhead() const {
   if (m_taken < kLeastForAhead || Clock::now() - m_lastTook > kFast) return 1;
-  const auto fit = std::max<std::size_t>(kMostAheadBytes >> m_segments.sizeClass(), 1);
+  const auto fit =
+      std::max<std::size_t>(kMostAheadBytes / std::max<std::size_t>(m_segments.longest(), 1), 1);
   return std::min({static_cast<std::size_t>(m_taken), kMostAhead, fit});
 }
 

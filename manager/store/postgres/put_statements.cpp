@@ -3,7 +3,6 @@
 #include "manager/store/message.h"
 
 #include <algorithm>
-#include <bit>
 #include <utility>
 
 namespace bxm {
@@ -23,8 +22,6 @@ std::string insertInto(const std::string& table) {
          " WHERE EXISTS (SELECT FROM queue WHERE id = $1::int AND version = $2::int)";
 }
 
-int sizeClassOf(std::size_t bytes) { return static_cast<int>(std::bit_width(bytes)); }
-
 } // namespace
 
 void PutStatements::add(const PutBatch::Entry& entry) {
@@ -37,7 +34,7 @@ void PutStatements::add(const PutBatch::Entry& entry) {
   chunk.stored.add(entry.stored);
   Width& width = m_widths[entry.queue];
   width.priorities |= 1 << entry.priority;
-  width.largest = std::max(width.largest, messageData(entry.stored).size());
+  width.longest = std::max(width.longest, messageData(entry.stored).size());
   m_bytes += entry.stored.size() + 30;
   if (m_bytes >= kMostBytes || chunk.stored.size() >= kMostMessages) send();
 }
@@ -84,15 +81,14 @@ void PutStatements::widen() {
   for (const auto& [id, width] : m_widths) {
     Segments& segments = m_find(id).segments();
     const Segment& last = segments.last();
-    const int sizeClass = sizeClassOf(width.largest);
-    if ((last.priorities | width.priorities) == last.priorities && sizeClass <= last.sizeClass)
+    if ((last.priorities | width.priorities) == last.priorities && width.longest <= last.longest)
       continue;
     m_server.add("SELECT widen($1::int, $2::int, $3::int, $4::int)",
                  Parameters()
                      .add(static_cast<std::int32_t>(id))
                      .add(last.number)
                      .add(width.priorities)
-                     .add(sizeClass));
+                     .add(static_cast<std::int32_t>(width.longest)));
     segments.forget();
     any = true;
   }

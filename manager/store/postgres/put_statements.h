@@ -30,7 +30,7 @@ private:
   };
   struct Width { ///< of all that is put to a queue
     int priorities = 0;
-    std::size_t largest = 0;
+    std::size_t longest = 0;
   };
   void send();
   void widen();

@@ -27,14 +27,13 @@ CREATE TABLE queue (
   altered timestamptz NOT NULL DEFAULT now(),
   version int NOT NULL DEFAULT 1);
 
--- priorities: the bits of those that were ever put; size_class: all have less than 2 to this
--- bytes of data
+-- priorities: the bits of those that were ever put; longest: no message has more bytes of data
 CREATE TABLE segment (
   queue int NOT NULL,
   number int NOT NULL,
   place int NOT NULL,
   priorities int NOT NULL DEFAULT 0,
-  size_class int NOT NULL DEFAULT 0,
+  longest int NOT NULL DEFAULT 0,
   PRIMARY KEY (queue, number));
 
 CREATE TABLE floor (
@@ -147,10 +146,13 @@ CREATE FUNCTION was_committed(unit bigint) RETURNS boolean LANGUAGE sql AS $$
   SELECT EXISTS (SELECT FROM outcome_0 o WHERE o.unit = $1 UNION ALL SELECT FROM outcome_1 o
     WHERE o.unit = $1 UNION ALL SELECT FROM outcome_2 o WHERE o.unit = $1) $$;
 
-CREATE FUNCTION widen(queue int, number int, priorities int, size_class int) RETURNS void
+-- Where messages get longer and longer the step is a large one: each makes all sessions read anew.
+CREATE FUNCTION widen(queue int, number int, priorities int, longest int) RETURNS void
     LANGUAGE sql AS $$
-  UPDATE segment s SET priorities = s.priorities | $3, size_class = greatest(s.size_class, $4)
-    WHERE s.queue = $1 AND s.number = $2;
+  UPDATE segment s SET priorities = s.priorities | $3,
+      longest = CASE WHEN $4 <= s.longest THEN s.longest
+        ELSE greatest($4, least(s.longest + s.longest / 2, q.max_length)) END
+    FROM queue q WHERE s.queue = $1 AND s.number = $2 AND q.id = $1;
   UPDATE queue q SET version = q.version + 1 WHERE q.id = $1;
 $$;
 

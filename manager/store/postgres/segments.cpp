@@ -25,7 +25,7 @@ std::string Segments::tableAt(int place) const {
 bool Segments::refresh(Server& server) {
   if (m_version != 0) return true;
   const Reply reply =
-      server.runOne("SELECT q.version, s.number, s.place, s.priorities, s.size_class FROM queue q"
+      server.runOne("SELECT q.version, s.number, s.place, s.priorities, s.longest FROM queue q"
                     " JOIN segment s ON s.queue = q.id WHERE q.id = $1 ORDER BY s.number",
                     Parameters().add(m_queue));
   const bool first = m_segments.empty();
@@ -37,7 +37,7 @@ bool Segments::refresh(Server& server) {
     for (const Segment& known : m_segments)
       if (known.number == segment.number) segment = known;
     segment.priorities = static_cast<int>(reply.number(row, 3));
-    segment.sizeClass = static_cast<int>(reply.number(row, 4));
+    segment.longest = static_cast<std::size_t>(reply.number(row, 4));
     segments.push_back(segment);
     m_version = static_cast<int>(reply.number(row, 0));
   }
@@ -58,10 +58,10 @@ void Segments::readFloors(Server& server) {
       }
 }
 
-int Segments::sizeClass() const {
-  int largest = 0;
-  for (const Segment& segment : m_segments) largest = std::max(largest, segment.sizeClass);
-  return largest;
+std::size_t Segments::longest() const {
+  std::size_t longest = 0;
+  for (const Segment& segment : m_segments) longest = std::max(longest, segment.longest);
+  return longest;
 }
 
 std::vector<Arm> Segments::arms(bool fromStarts) const {

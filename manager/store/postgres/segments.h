@@ -19,7 +19,7 @@ struct Segment {
   int number = 0;
   int place = 0;
   int priorities = 0;                   ///< the bits of those that were ever put
-  int sizeClass = 0;                    ///< all messages have less than 2 to this bytes of data
+  std::size_t longest = 0;              ///< no message has more bytes of data
   std::array<std::int64_t, 10> floor{}; ///< nothing will ever be available below
   std::array<std::int64_t, 10> start{}; ///< nothing was available below when somebody last looked
 
@@ -49,7 +49,7 @@ public:
   /// The one that is put into.
   const Segment& last() const { return m_segments.back(); }
   bool isLast(std::size_t index) const { return index + 1 == m_segments.size(); }
-  int sizeClass() const;
+  std::size_t longest() const;
 
   /// Where a scan looks, in queue order; with the starts, or from the floors.
   std::vector<Arm> arms(bool fromStarts) const;
