@@ -48,7 +48,7 @@ void CopyRecord::read() {
   for (;; std::this_thread::sleep_for(kBetweenLooks)) {
     QueueWalk walk(m_to, m_queue->definition());
     m_stored = walk.next() ? walk.stored() : "";
-    const bool isAlone = !walk.next() && walk.count() <= 1 && !walk.missedSome();
+    const bool isAlone = (walk.atEnd() || !walk.next()) && !walk.missedSome();
     if (isAlone && !m_stored.empty()) break;
     if (isAlone && Clock::now() >= begin + kMostBeginning) return;
     if (Clock::now() >= begin + kMostEnding) failAsOther();

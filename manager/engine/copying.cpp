@@ -117,7 +117,7 @@ void Copy::copyQueue(const QueueDefinition& source) {
   passCommon(from, to);
   if (!to.atEnd())
     throw Failure(BXRC_BACKED_OUT,
-                  onBoth(source.name) + " differ behind " + std::to_string(to.count() - 1) +
+                  onBoth(source.name) + " differ behind " + std::to_string(to.passed()) +
                       " messages: stop what uses either, delete the latter and copy again");
   const auto queue = m_to->open(target);
   while (!from.atEnd()) copyUnit(from, *queue);
@@ -128,7 +128,7 @@ void Copy::copyUnit(QueueWalk& from, StoreQueue& to) {
   for (std::uint64_t left = kMostMessages; left > 0 && m_puts.bytes() < kMostBytes && !from.atEnd();
        --left, from.next())
     put(from, to);
-  m_record->put(m_puts, to.definition().name, from.count() - (from.atEnd() ? 0 : 1));
+  m_record->put(m_puts, to.definition().name, from.passed());
   BXLONG reason = BXRC_NONE;
   if (m_to->commit(m_puts, reason) != Committed::kDone)
     throw Failure(reason, "queue manager " + m_to->managerName() +
@@ -149,6 +149,7 @@ void Copy::put(const QueueWalk& message, StoreQueue& to) {
                   where + " is full: it holds " + std::to_string(target.maxDepth) + " messages");
   m_puts.append(target.id, message.priority(), message.stored(), {},
                 messageExpiry(message.stored()) != 0);
+  BXM_KILL_POINT("copy-put");
 }
 
 // ---- Verifying ----------------------------------------------------------------------------------
@@ -169,7 +170,7 @@ std::uint64_t Copy::verifyQueue(const QueueDefinition& source) {
   if (!from.atEnd() || !to.atEnd())
     throw Failure(BXRC_BACKED_OUT,
                   onBoth(source.name) + " differ behind " +
-                      std::to_string(std::min(from.count(), to.count())) +
+                      std::to_string(std::min(from.passed(), to.passed())) +
                       " messages, since something put or got meanwhile: stop what uses either, "
                       "delete the latter and copy again");
   if (from.missedSome() || to.missedSome())
@@ -178,7 +179,7 @@ std::uint64_t Copy::verifyQueue(const QueueDefinition& source) {
         onBoth(source.name) +
             " are in use: somebody has taken or put messages there without a commit; stop "
             "what uses either and copy again");
-  return to.count();
+  return to.passed();
 }
 
 } // namespace

@@ -23,8 +23,8 @@ public:
   int priority() const { return m_at->priority; }
   /// The message as the store holds it; until next.
   const std::string& stored() const { return m_stored; }
-  /// How many were passed, the present one included.
-  std::uint64_t count() const { return m_count; }
+  /// How many are before the present one; at the end: how many there were.
+  std::uint64_t passed() const { return m_count - (m_atEnd ? 0 : 1); }
 
   bool sameAs(const QueueWalk& other) const {
     return priority() == other.priority() && m_stored == other.m_stored;
