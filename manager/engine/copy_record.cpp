@@ -67,14 +67,23 @@ void CopyRecord::failAsOther() const {
   throw Failure(BXRC_OBJECT_IN_USE, "another copy into " + m_to.managerName() + " is at work");
 }
 
-void CopyRecord::open() {
-  if (!m_queue) {
-    QueueDefinition definition;
-    definition.name = kQueue;
-    definition.maxDepth = 2;
-    if (!m_to.createQueue(definition)) failAsOther();
-    m_queue = m_to.open(definition);
+void CopyRecord::makeQueue() {
+  QueueDefinition definition;
+  definition.name = kQueue;
+  definition.maxDepth = 2;
+  bool made = false;
+  try {
+    made = m_to.createQueue(definition);
+  } catch (const Failure& failure) {
+    throw Failure(failure.reason(),
+                  "no queue can be made in " + m_to.managerName() + ": " + failure.what());
   }
+  if (!made) failAsOther();
+  m_queue = m_to.open(definition);
+}
+
+void CopyRecord::open() {
+  if (!m_queue) makeQueue();
   if (!m_stored.empty()) return;
   PutBatch puts(m_to.scratchFolder());
   put(puts, kNone, 0);

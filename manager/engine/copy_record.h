@@ -38,6 +38,7 @@ private:
   static constexpr const char* kNone = "-"; ///< sorts before no name, and is none
 
   void read();
+  void makeQueue();
   [[noreturn]] void failAsOther() const;
   std::string encode(const std::string& text);
 

@@ -104,6 +104,7 @@ void Copy::copyQueues() {
 }
 
 QueueDefinition Copy::targetOf(const QueueDefinition& source) {
+  if (const auto known = m_to->findQueue(source.name)) return *known;
   QueueDefinition made = source;
   m_to->createQueue(made);
   return m_to->findQueue(source.name).value_or(made);
@@ -165,8 +166,8 @@ void Copy::verify(const std::function<void(const CopiedQueue&)>& told) {
 std::uint64_t Copy::verifyQueue(const QueueDefinition& source) {
   QueueWalk from(*m_from, source), to(*m_to, targetOf(source));
   passCommon(from, to);
-  while (!from.atEnd() && from.mayHaveExpired()) from.next();
-  while (!to.atEnd() && to.mayHaveExpired()) to.next();
+  while (!from.atEnd() && from.mayHaveExpired(to)) from.next();
+  while (!to.atEnd() && to.mayHaveExpired(from)) to.next();
   if (!from.atEnd() || !to.atEnd())
     throw Failure(BXRC_BACKED_OUT,
                   onBoth(source.name) + " differ behind " +

@@ -1,9 +1,11 @@
 #include "manager/engine/queue_walk.h"
 
+#include <algorithm>
+
 namespace bxm {
 
 namespace {
-constexpr std::int64_t kMostClockDifference = 1000; ///< ms
+constexpr std::int64_t kClockTolerance = 1000; ///< ms that a clock may have drifted meanwhile
 }
 
 bool QueueWalk::next() {
@@ -17,9 +19,10 @@ void QueueWalk::deliver(const StoredMessage& message) {
   m_stored.assign(message.stored);
 }
 
-bool QueueWalk::mayHaveExpired() const {
+bool QueueWalk::mayHaveExpired(const QueueWalk& other) const {
   const std::int64_t expiry = messageExpiry(m_stored);
-  return expiry != 0 && expiry <= m_session.now() + kMostClockDifference;
+  if (expiry == 0) return false;
+  return expiry <= std::max(m_session.now(), other.m_session.now()) + kClockTolerance;
 }
 
 void passCommon(QueueWalk& one, QueueWalk& other) {
@@ -29,9 +32,9 @@ void passCommon(QueueWalk& one, QueueWalk& other) {
     if (one.sameAs(other)) {
       one.next();
       other.next();
-    } else if (other.mayHaveExpired()) {
+    } else if (other.mayHaveExpired(one)) {
       other.next();
-    } else if (one.mayHaveExpired()) {
+    } else if (one.mayHaveExpired(other)) {
       one.next();
     } else {
       return;

@@ -29,9 +29,8 @@ public:
   bool sameAs(const QueueWalk& other) const {
     return priority() == other.priority() && m_stored == other.m_stored;
   }
-  /// Whether one of two stores may have dropped the message by now, their clocks differing a
-  /// little.
-  bool mayHaveExpired() const;
+  /// Whether at least one of two stores, by their own clocks, may have dropped the message by now.
+  bool mayHaveExpired(const QueueWalk& other) const;
   /// At the end: there are messages that were not seen, since somebody has taken or not yet
   /// committed them.
   bool missedSome() const { return m_queue->depth() > m_count; }
