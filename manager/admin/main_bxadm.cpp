@@ -22,6 +22,7 @@ constexpr const char* kUsage =
     " bxadm manager repair NAME\n"
     " bxadm manager backup TARGET [-m MANAGER]\n"
     " bxadm manager restore SOURCE NAME\n"
+    " bxadm manager copy FROM TO (all queues; FROM stays as it is)\n"
     " bxadm queue create NAME [-m MANAGER] [--max-depth N] [--max-length BYTES]\n"
     " bxadm queue list [-m MANAGER]\n"
     " bxadm queue delete NAME [-m MANAGER]\n";
@@ -135,6 +136,7 @@ constexpr Command kCommands[] = {
     {"manager", "repair", bxm::admin::repairManager},
     {"manager", "backup", bxm::admin::backUpManager},
     {"manager", "restore", bxm::admin::restoreManager},
+    {"manager", "copy", bxm::admin::copyManager},
     {"queue", "create", createQueue},
     {"queue", "list", listQueues},
     {"queue", "delete", deleteQueue},

@@ -1,6 +1,7 @@
 #include "manager/admin/maintenance.h"
 
 #include "manager/engine/administration.h"
+#include "manager/engine/copying.h"
 
 #include <cstdio>
 
@@ -54,6 +55,23 @@ int restoreManager(Arguments& arguments) {
   arguments.expectEnd();
   bxm::restoreManager(source, name);
   std::printf("Queue manager %s restored from %s.\n", name.c_str(), source.c_str());
+  return 0;
+}
+
+int copyManager(Arguments& arguments) {
+  const std::string from = arguments.takeName(), to = arguments.takeName();
+  arguments.expectEnd();
+  std::size_t queues = 0;
+  unsigned long long messages = 0;
+  bxm::copyManager(from, to, [&](const CopiedQueue& copied) {
+    ++queues;
+    messages += copied.messages;
+    std::printf("Queue %s: %llu messages copied, verified.\n", copied.name.c_str(),
+                static_cast<unsigned long long>(copied.messages));
+    std::fflush(stdout);
+  });
+  std::printf("Queue manager %s copied to %s: %zu queues, %llu messages.\n", from.c_str(),
+              to.c_str(), queues, messages);
   return 0;
 }
 
