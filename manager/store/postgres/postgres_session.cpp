@@ -254,15 +254,13 @@ Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
 Committed PostgresSession::put(PutBatch& puts, BXLONG& reason) {
   bool open = m_single != nullptr;
   Server& server = open ? *m_single : aside();
+  m_single = &server;
   const Committed result = store(server, open, puts, reason);
-  if (result == Committed::kDone)
-    m_single = nullptr;
-  else if (open)
-    m_single = &server;
-  dropSingle();
   const auto counts = puts.counts();
   const std::uint64_t bytes = puts.bytes();
   puts.clear();
+  if (result == Committed::kDone) m_single = nullptr;
+  dropSingle();
   if (result == Committed::kDone) lookAfter(counts, bytes);
   return result;
 }
@@ -345,6 +343,7 @@ Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& 
                                                      .number(0, 0) != 0
                                            : status == "committed";
       for (auto& [id, queue] : m_queues) queue->forgetWait();
+      if (m_single == &lost) m_single = nullptr;
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
       if (done) return Committed::kDone;
       reason = BXRC_CONNECTION_BROKEN;
