@@ -45,12 +45,7 @@ constexpr std::size_t kMostAhead = 256, kMostAheadBytes = 256 << 10;
 PostgresQueue::PostgresQueue(PostgresSession& session, const QueueDefinition& definition)
     : m_session(session), m_definition(definition), m_segments(definition.id) {}
 
-PostgresQueue::~PostgresQueue() {
-  try {
-    endWait();
-  } catch (const Failure&) { // the lock of a lost connection is gone
-  }
-}
+PostgresQueue::~PostgresQueue() { endWait(); }
 
 bool PostgresQueue::refresh(Server& server) {
   m_gone = m_gone || !m_segments.refresh(server);
@@ -303,7 +298,7 @@ std::vector<Reply> PostgresQueue::ask(Server& server, const std::string& stateme
     }
     return replies;
   } catch (const Failure&) {
-    if (syncpoint) m_session.loseUnit();
+    syncpoint ? m_session.loseUnit() : m_session.dropSingle();
     throw;
   }
 }
@@ -332,7 +327,7 @@ PostgresQueue::Took PostgresQueue::learn(const Reply& reply, const std::vector<A
 PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const Taking& how,
                                            Receiver& receiver) {
   const auto begin = Clock::now();
-  Server& server = how.syncpoint ? m_session.unit() : m_session.aside();
+  Server& server = how.syncpoint ? m_session.unit() : m_session.single();
   Parameters parameters;
   parameters.add(key())
       .add(m_segments.version())
@@ -347,13 +342,20 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
     m_anewDue =
         end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
   }
-  if (told != Took::kOne) return told;
-  if (how.syncpoint) m_session.rememberTransaction(reply.text(0, 6));
-  took(how.syncpoint);
+  if (told != Took::kOne) {
+    if (!how.syncpoint) m_session.dropSingle(false);
+    return told;
+  }
+  // A get is committed when the message is here: it would be gone with a connection lost before.
+  if (how.syncpoint)
+    m_session.rememberTransaction(reply.text(0, 6));
+  else
+    m_session.commitSingle(reply.text(0, 6), *this);
   receiver.deliver(
       {{static_cast<int>(reply.number(0, 3)), static_cast<std::uint64_t>(reply.number(0, 4))},
        reply.bytes(0, 5),
        reply.number(0, 7)});
+  took(how.syncpoint);
   return Took::kOne;
 }
 
@@ -447,7 +449,7 @@ void PostgresQueue::took(bool syncpoint) {
     m_lastTook = Clock::now();
   }
   endWait();
-  if (!syncpoint && !m_session.unitIsOpen()) lookAfter(0, 0);
+  if (!syncpoint) m_session.lookAfter();
 }
 
 // ---- Waiting ------------------------------------------------------------------------------------
@@ -463,7 +465,7 @@ void PostgresQueue::waitForArrival(std::uint32_t seen, Clock::time_point until) 
     m_waitsOn = &server;
     return;
   }
-  if (m_sinceSettled > 0 && !m_session.unitIsOpen()) settle();
+  if (m_sinceSettled > 0) m_session.lookAfter();
   server.awaitNotice(std::min(until, Clock::now() + kBetweenLooks));
   if (Clock::now() >= until) endWait();
 }
@@ -472,9 +474,12 @@ void PostgresQueue::endWait() {
   if (!m_waitsOn) return;
   Server& server = *std::exchange(m_waitsOn, nullptr);
   if (!server.alive()) return;
-  server.add("SELECT pg_advisory_unlock_shared(lock_class('segment'), $1::int)",
-             Parameters().add(key()));
-  server.send();
+  try {
+    server.add("SELECT pg_advisory_unlock_shared(lock_class('segment'), $1::int)",
+               Parameters().add(key()));
+    server.send();
+  } catch (const Failure&) { // the lock of a lost connection is gone
+  }
 }
 
 // ---- What is left of the segments ---------------------------------------------------------------

@@ -94,12 +94,23 @@ Server& PostgresSession::single() {
   return *m_single;
 }
 
-void PostgresSession::dropSingle() {
+void PostgresSession::dropSingle(bool waits) {
   if (!m_single) return;
   Server& server = *std::exchange(m_single, nullptr);
   if (!server.alive()) return;
   server.add("ROLLBACK");
-  server.run(); // who is refused a place no longer holds one
+  waits ? static_cast<void>(server.run()) : server.send();
+}
+
+void PostgresSession::commitSingle(const std::string& transaction, const PostgresQueue& queue) {
+  BXLONG reason = BXRC_NONE;
+  switch (finish(*m_single, {transaction, kOnlyTakes, &queue}, {}, reason)) {
+  case Committed::kDone: m_single = nullptr; return;
+  case Committed::kUnknown: reason = BXRC_OUTCOME_UNKNOWN; break;
+  default: break;
+  }
+  dropSingle();
+  throw Failure(reason, "a get was not committed");
 }
 
 // ---- Definitions --------------------------------------------------------------------------------
@@ -205,6 +216,13 @@ std::vector<std::int32_t> PostgresSession::takenFrom() const {
   return ids;
 }
 
+PostgresSession::Trace PostgresSession::traceOfGets() const {
+  Trace trace{m_transaction, kOnlyTakes, nullptr};
+  for (const auto& [id, queue] : m_queues)
+    if (queue->taken() > 0) trace.queue = queue.get();
+  return trace;
+}
+
 void PostgresSession::endUnit(bool committed) {
   m_unitIsOpen = false;
   m_transaction.clear();
@@ -237,7 +255,7 @@ Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
     return Committed::kFailed;
   }
   if (!m_unitIsOpen && puts.empty()) return Committed::kDone;
-  const Committed result = puts.empty() ? finish(*m_main, kOnlyTakes, {}, reason)
+  const Committed result = puts.empty() ? finish(*m_main, traceOfGets(), {}, reason)
                                         : store(*m_main, m_unitIsOpen, puts, reason);
   if (result == Committed::kDone || result == Committed::kUnknown) {
     const auto counts = puts.counts();
@@ -283,7 +301,7 @@ void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>&
 /// The work first, in one journey where it is not too much for one, then the commit alone: when the
 /// connection is lost in it, its transaction's number is known.
 Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXLONG& reason) {
-  const auto unit = static_cast<std::int64_t>(randomNumber() >> 1);
+  Trace trace{"", static_cast<std::int64_t>(randomNumber() >> 1), nullptr};
   std::vector<std::int32_t> queues;
   for (const auto& [id, counts] : puts.counts()) queues.push_back(static_cast<std::int32_t>(id));
   try {
@@ -293,25 +311,25 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
     if (!open) server.add("BEGIN");
     open = true;
     server.add("SELECT begin_commit($1::int[], $2::bigint), pg_current_xact_id()::text",
-               Parameters().add(queues).add(unit));
+               Parameters().add(queues).add(trace.unit));
     PutStatements statements(
         server, [this](std::uint32_t id) -> PostgresQueue& { return *m_queues.at(id); });
     puts.forEach([&](const PutBatch::Entry& entry) { statements.add(entry); });
     if (!statements.finish()) return Committed::kQueueGone;
-    m_transaction = statements.transaction();
+    trace.transaction = statements.transaction();
   } catch (const std::exception& error) {
     reason = reasonOf(error);
     return Committed::kFailed;
   }
-  return finish(server, unit, queues, reason);
+  return finish(server, trace, queues, reason);
 }
 
-Committed PostgresSession::finish(Server& server, std::int64_t unit,
+Committed PostgresSession::finish(Server& server, const Trace& trace,
                                   const std::vector<std::int32_t>& wake, BXLONG& reason) {
   try {
     if (&server == m_main.get() && m_unitIsOpen)
       for (auto& [id, queue] : m_queues) queue->deleteGot(server);
-    if (unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
+    if (trace.unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
     server.add("COMMIT");
     const bool done = server.run().back().command() == "COMMIT";
     if (!done) reason = BXRC_BACKED_OUT;
@@ -323,23 +341,23 @@ Committed PostgresSession::finish(Server& server, std::int64_t unit,
   } catch (const Failure& error) {
     reason = error.reason();
     if (server.alive()) return Committed::kFailed;
-    return findOutcome(server, unit, reason);
+    return findOutcome(server, trace, reason);
   }
 }
 
 /// The connection was lost in a commit. Once the transaction is over, which may take the server a
 /// moment to notice, what it left tells how it ended. A transaction's number alone is not enough:
 /// a server that crashed may give it to another one.
-Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& reason) {
+Committed PostgresSession::findOutcome(Server& lost, const Trace& trace, BXLONG& reason) {
   const auto until = std::chrono::steady_clock::now() + kMostOutcomeWait;
   for (; std::chrono::steady_clock::now() < until;
        std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
     try {
       auto server = std::make_unique<Server>(m_uri, schemaOf(m_name));
-      const std::string status = statusOf(*server, m_transaction);
+      const std::string status = statusOf(*server, trace.transaction);
       if (status == "in progress") continue;
-      const bool done = unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)",
-                                                            Parameters().add(unit))
+      const bool done = trace.unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)",
+                                                            Parameters().add(trace.unit))
                                                      .number(0, 0) != 0
                                            : status == "committed";
       for (auto& [id, queue] : m_queues) queue->forgetWait();
@@ -354,7 +372,7 @@ Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& 
   std::fprintf(stderr,
                "bxm: the database was lost in a commit to queue manager %s and did not come back: "
                "whether transaction %s was committed only it can tell (pg_xact_status)\n",
-               m_name.c_str(), m_transaction.c_str());
+               m_name.c_str(), trace.transaction.c_str());
   return Committed::kUnknown;
 }
 
