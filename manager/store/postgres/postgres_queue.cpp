@@ -77,12 +77,17 @@ std::uint64_t PostgresQueue::depth() {
 
 bool PostgresQueue::reserve(bool syncpoint) {
   if (m_gone) return true; // the put is told
-  if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
-    --m_roomLeft;
-  else if (!findRoom(syncpoint))
-    return false;
-  if (syncpoint) publishReserved();
-  return true;
+  try {
+    if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
+      --m_roomLeft;
+    else if (!findRoom(syncpoint))
+      return false;
+    if (syncpoint) publishReserved();
+    return true;
+  } catch (const Failure&) {
+    syncpoint ? m_session.loseUnit() : m_session.dropSingle();
+    throw;
+  }
 }
 
 /// Near the limit each put is told to others before the depth is looked at: of two that meet there

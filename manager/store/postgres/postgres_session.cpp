@@ -67,7 +67,13 @@ std::int64_t PostgresSession::now() { return clockNow() + m_clockAhead; }
 
 // ---- Connections --------------------------------------------------------------------------------
 
+Server& PostgresSession::looking() {
+  if (m_unitIsOpen && m_main->hasFailed()) loseUnit();
+  return *m_main;
+}
+
 Server& PostgresSession::unit() {
+  looking();
   if (!m_unitIsOpen) m_main->add("BEGIN");
   m_unitIsOpen = true;
   return *m_main;
@@ -231,13 +237,14 @@ void PostgresSession::endUnit(bool committed) {
 
 void PostgresSession::loseUnit() {
   if (!m_unitIsOpen) return;
-  m_unitIsLost = true;
   PutBatch none(scratchFolder());
   backout(none);
+  m_unitIsLost = true;
 }
 
 void PostgresSession::backout(PutBatch& puts) {
   puts.clear();
+  m_unitIsLost = false;
   const bool open = m_unitIsOpen;
   const auto taken = takenFrom();
   endUnit(false);
@@ -249,8 +256,9 @@ void PostgresSession::backout(PutBatch& puts) {
 }
 
 Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
-  if (std::exchange(m_unitIsLost, false)) {
-    puts.clear();
+  looking();
+  if (m_unitIsLost) {
+    backout(puts);
     reason = m_main->alive() ? BXRC_BACKED_OUT : BXRC_CONNECTION_BROKEN;
     return Committed::kFailed;
   }

@@ -38,7 +38,7 @@ public:
   /// Ends a transaction that has done nothing yet.
   void dropEmptyUnit();
   /// Where messages are looked at; what the unit of work has taken is not seen.
-  Server& looking() { return *m_main; }
+  Server& looking();
   /// Where something can be done that is no part of the unit of work.
   Server& aside();
   /// The transaction of a put or get outside of units of work. A put's begins when a place is
@@ -50,7 +50,7 @@ public:
   void commitSingle(const std::string& transaction, const PostgresQueue& queue);
   void rememberTransaction(std::string id) { m_transaction = std::move(id); }
   /// A statement of the unit of work failed: its transaction cannot go on, and the commit that the
-  /// caller asks for later fails.
+  /// caller asks for later fails, with all that the unit does until then.
   void loseUnit();
   /// What there is to do for the queues after a commit, of so many puts, when it is due. What goes
   /// wrong there fails nobody's call.

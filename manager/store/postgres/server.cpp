@@ -247,6 +247,10 @@ Server::Server(const std::string& uri, const std::string& path) {
 
 Server::~Server() { PQfinish(m_connection); }
 
+bool Server::hasFailed() const {
+  return m_connection && PQtransactionStatus(m_connection) == PQTRANS_INERROR;
+}
+
 void Server::lose(const std::string& why) {
   if (m_connection) PQfinish(m_connection);
   m_connection = nullptr;
