@@ -239,9 +239,10 @@ Server::Server(const std::string& uri, const std::string& path) {
     execute(std::string(kSettings) + "; SET search_path = " + quoted(path) + ", pg_catalog");
     PQsetnonblocking(m_connection, 1);
     PQenterPipelineMode(m_connection);
-  } catch (const std::exception&) {
+  } catch (const Failure& failure) {
     PQfinish(m_connection);
-    throw;
+    if (failure.reason() != BXRC_CONNECTION_BROKEN) throw;
+    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, failure.what()); // nothing was lost
   }
 }
 
