@@ -352,15 +352,15 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
     return told;
   }
   // A get is committed when the message is here: it would be gone with a connection lost before.
+  const Position position{static_cast<int>(reply.number(0, 3)),
+                          static_cast<std::uint64_t>(reply.number(0, 4))};
+  m_lastTaken = {position, static_cast<int>(reply.number(0, 8))};
   if (how.syncpoint)
     m_session.rememberTransaction(reply.text(0, 6));
   else
     m_session.commitSingle(reply.text(0, 6), *this);
-  receiver.deliver(
-      {{static_cast<int>(reply.number(0, 3)), static_cast<std::uint64_t>(reply.number(0, 4))},
-       reply.bytes(0, 5),
-       reply.number(0, 7)});
   took(how.syncpoint);
+  receiver.deliver({position, reply.bytes(0, 5), reply.number(0, 7)});
   return Took::kOne;
 }
 
@@ -416,7 +416,8 @@ bool PostgresQueue::takeLocked(Receiver& receiver) {
 }
 
 void PostgresQueue::deliverLocked(Receiver& receiver) {
-  const Seen& seen = m_locked[m_lockedAt++].seen;
+  const auto& [seen, place, at] = m_locked[m_lockedAt++];
+  m_lastTaken = {seen.position, place};
   took(true);
   receiver.deliver({seen.position, seen.stored, seen.now});
 }
@@ -444,6 +445,16 @@ void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
     }
     segment.start.at(priority) = std::max(start, segment.floor.at(priority));
   }
+}
+
+bool PostgresQueue::hasLastTaken(Server& server) const {
+  const Reply reply =
+      server.runOne("SELECT EXISTS (SELECT FROM " + m_segments.tableAt(m_lastTaken.place) +
+                        " WHERE priority = $1::int AND sequence = $2::bigint)",
+                    Parameters()
+                        .add(m_lastTaken.position.priority)
+                        .add(static_cast<std::int64_t>(m_lastTaken.position.sequence)));
+  return reply.number(0, 0) != 0;
 }
 
 void PostgresQueue::took(bool syncpoint) {

@@ -6,6 +6,7 @@
 #include "manager/store/postgres/put_statements.h"
 #include "manager/store/postgres/schema.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::size_t kMostQuietQueues = 16;
 constexpr std::chrono::seconds kMostOutcomeWait{30};
+constexpr std::chrono::milliseconds kLongestPause{160};
 constexpr std::int64_t kOnlyTakes = 0; ///< in place of a unit's number
 
 constexpr const char* kDefinition =
@@ -41,12 +43,19 @@ std::string statusOf(Server& server, const std::string& transaction) {
 
 PostgresSession::PostgresSession(std::string name, std::string uri, std::unique_ptr<Server> server)
     : m_name(std::move(name)), m_uri(std::move(uri)), m_main(std::move(server)) {
-  // As long as it is held nobody deletes the manager.
-  const Reply reply = m_main->runOne("SELECT clock_ms(), gets_wait,"
-                                     " pg_advisory_lock_shared(lock_class('manager'), 0)"
-                                     " FROM manager");
+  m_life = begin(*m_main);
+}
+
+/// As long as the lock is held nobody deletes the manager. A server counts anew after a crash; so
+/// does one that takes over.
+std::string PostgresSession::begin(Server& server) {
+  const Reply reply = server.runOne("SELECT clock_ms(), gets_wait,"
+                                    " pg_advisory_lock_shared(lock_class('manager'), 0),"
+                                    " (SELECT stats_reset::text FROM pg_stat_bgwriter)"
+                                    " FROM manager");
   m_clockAhead = reply.number(0, 0) - clockNow();
   m_getsWait = reply.number(0, 1) != 0;
+  return reply.text(0, 3);
 }
 
 PostgresSession::~PostgresSession() {
@@ -68,7 +77,7 @@ std::int64_t PostgresSession::now() { return clockNow() + m_clockAhead; }
 // ---- Connections --------------------------------------------------------------------------------
 
 Server& PostgresSession::looking() {
-  if (m_unitIsOpen && m_main->hasFailed()) loseUnit();
+  if (m_unitIsOpen && (m_main->hasFailed() || (m_side && !m_side->alive()))) loseUnit();
   return *m_main;
 }
 
@@ -116,6 +125,7 @@ void PostgresSession::commitSingle(const std::string& transaction, const Postgre
   default: break;
   }
   dropSingle();
+  if (reason == BXRC_CONNECTION_BROKEN) loseUnit();
   throw Failure(reason, "a get was not committed");
 }
 
@@ -287,6 +297,7 @@ Committed PostgresSession::put(PutBatch& puts, BXLONG& reason) {
   puts.clear();
   if (result == Committed::kDone) m_single = nullptr;
   dropSingle();
+  if (result == Committed::kFailed && reason == BXRC_CONNECTION_BROKEN) loseUnit();
   if (result == Committed::kDone) lookAfter(counts, bytes);
   return result;
 }
@@ -353,33 +364,45 @@ Committed PostgresSession::finish(Server& server, const Trace& trace,
   }
 }
 
-/// The connection was lost in a commit. Once the transaction is over, which may take the server a
-/// moment to notice, what it left tells how it ended. A transaction's number alone is not enough:
-/// a server that crashed may give it to another one.
+/// What is known of a commit by now; kUnknown while it is not over. A transaction's number tells
+/// only as long as the server has not crashed: then it may have given it to another one. What gets
+/// took is there again when they were not committed; when it is not, others may have taken it.
+Committed PostgresSession::outcomeOf(Server& server, const Trace& trace, bool crashed) {
+  const std::string status = statusOf(server, trace.transaction);
+  if (!crashed && status == "in progress") return Committed::kUnknown;
+  const auto told = [](bool done) { return done ? Committed::kDone : Committed::kFailed; };
+  if (trace.unit != kOnlyTakes)
+    return told(server.runOne("SELECT was_committed($1::bigint)", Parameters().add(trace.unit))
+                    .number(0, 0) != 0);
+  if (!crashed || status != "committed") return told(status == "committed");
+  if (trace.queue && trace.queue->hasLastTaken(server)) return Committed::kFailed;
+  throw ServerError(BXRC_OUTCOME_UNKNOWN, "", "the database crashed in a commit of gets");
+}
+
+/// The connection was lost in a commit. The server may take a moment to notice and end it.
 Committed PostgresSession::findOutcome(Server& lost, const Trace& trace, BXLONG& reason) {
   const auto until = std::chrono::steady_clock::now() + kMostOutcomeWait;
-  for (; std::chrono::steady_clock::now() < until;
-       std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
+  for (std::chrono::milliseconds pause{5}; std::chrono::steady_clock::now() < until;
+       std::this_thread::sleep_for(pause = std::min(2 * pause, kLongestPause))) {
     try {
       auto server = std::make_unique<Server>(m_uri, schemaOf(m_name));
-      const std::string status = statusOf(*server, trace.transaction);
-      if (status == "in progress") continue;
-      const bool done = trace.unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)",
-                                                            Parameters().add(trace.unit))
-                                                     .number(0, 0) != 0
-                                           : status == "committed";
+      const std::string life = begin(*server);
+      const Committed outcome = outcomeOf(*server, trace, life != m_life);
+      if (outcome == Committed::kUnknown) continue;
+      m_life = life;
       for (auto& [id, queue] : m_queues) queue->forgetWait();
       if (m_single == &lost) m_single = nullptr;
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
-      if (done) return Committed::kDone;
-      reason = BXRC_CONNECTION_BROKEN;
-      return Committed::kFailed;
-    } catch (const Failure&) { // the server is not back yet
+      if (outcome == Committed::kFailed) reason = BXRC_CONNECTION_BROKEN;
+      return outcome;
+    } catch (const Failure& error) {
+      if (error.reason() == BXRC_OUTCOME_UNKNOWN) break;
+      // else the server is not back yet
     }
   }
   std::fprintf(stderr,
-               "bxm: the database was lost in a commit to queue manager %s and did not come back: "
-               "whether transaction %s was committed only it can tell (pg_xact_status)\n",
+               "bxm: the database was lost in a commit to queue manager %s: whether transaction %s "
+               "was committed only a look at the queues can tell\n",
                m_name.c_str(), trace.transaction.c_str());
   return Committed::kUnknown;
 }

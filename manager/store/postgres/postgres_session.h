@@ -67,8 +67,10 @@ private:
     const PostgresQueue* queue; ///< of gets alone: one that it took from
   };
   Trace traceOfGets() const;
+  std::string begin(Server& server);
   Committed finish(Server& server, const Trace& trace, const std::vector<std::int32_t>& wake,
                    BXLONG& reason);
+  Committed outcomeOf(Server& server, const Trace& trace, bool crashed);
   Committed findOutcome(Server& lost, const Trace& trace, BXLONG& reason);
   void endUnit(bool committed);
   std::vector<std::int32_t> takenFrom() const;
@@ -79,6 +81,7 @@ private:
   bool m_unitIsOpen = false;
   bool m_unitIsLost = false;
   Server* m_single = nullptr;
+  std::string m_life;            ///< of the server: another one after a crash
   std::string m_transaction;     ///< the open one's id, when it has one
   bool m_getsWait = true;        ///< commits of gets alone wait for the server's disk
   std::int64_t m_clockAhead = 0; ///< of the server's clock, ms
