@@ -40,8 +40,10 @@ public:
   Result psql(const std::string& database, const std::string& statement) const {
     return Process({kPrograms + "psql", uri(database), "-XAtqc", statement}).run();
   }
+  /// Its socket's folder, and its files'.
+  std::string folder() const { return m_folder / "data"; }
   std::string uri(const std::string& database, const std::string& user = "postgres") const {
-    return "postgresql://" + user + "@/" + database + "?host=" + (m_folder / "data");
+    return "postgresql://" + user + "@/" + database + "?host=" + folder();
   }
 
 private:
