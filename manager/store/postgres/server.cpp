@@ -67,9 +67,10 @@ std::string quoted(const std::string& name) {
 /// The state of a refused connection is only in its words.
 BXLONG reasonOfRefusal(const std::string& text) {
   const auto says = [&text](const char* words) { return text.find(words) != std::string::npos; };
-  if (says("too many clients") || says("remaining connection slots")) return BXRC_MAX_CONNECTIONS;
+  if (says("too many c") || says("remaining connection slots")) return BXRC_MAX_CONNECTIONS;
   if (says("password authentication failed") || says("authentication failed") ||
-      says("no password supplied") || says("no pg_hba.conf entry") || says("permission denied"))
+      says("no password supplied") || says("no pg_hba.conf entry") || says("permission denied") ||
+      says("not permitted to log in") || (says("role \"") && says("does not exist")))
     return BXRC_NOT_AUTHORIZED;
   return BXRC_Q_MGR_NOT_AVAILABLE;
 }
