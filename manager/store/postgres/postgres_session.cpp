@@ -126,7 +126,7 @@ void PostgresSession::commitSingle(const std::string& transaction, const Postgre
   }
   dropSingle();
   if (reason == BXRC_CONNECTION_BROKEN) loseUnit();
-  throw Failure(reason, "a get was not committed");
+  throw Failure(reason, m_why);
 }
 
 // ---- Definitions --------------------------------------------------------------------------------
@@ -247,8 +247,11 @@ void PostgresSession::endUnit(bool committed) {
 
 void PostgresSession::loseUnit() {
   if (!m_unitIsOpen) return;
-  PutBatch none(scratchFolder());
-  backout(none);
+  try {
+    PutBatch none(scratchFolder());
+    backout(none);
+  } catch (const Failure&) { // the commit tells
+  }
   m_unitIsLost = true;
 }
 
@@ -282,27 +285,35 @@ Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
     endUnit(result == Committed::kDone);
     lookAfter(counts, bytes);
   } else {
+    if (!m_why.empty()) tell(m_why);
     backout(puts);
   }
   return result;
 }
 
 Committed PostgresSession::put(PutBatch& puts, BXLONG& reason) {
+  const std::unique_ptr<PutBatch, void (*)(PutBatch*)> emptied(&puts, [](auto* p) { p->clear(); });
   bool open = m_single != nullptr;
   Server& server = open ? *m_single : aside();
   m_single = &server;
   const Committed result = store(server, open, puts, reason);
   const auto counts = puts.counts();
   const std::uint64_t bytes = puts.bytes();
-  puts.clear();
   if (result == Committed::kDone) m_single = nullptr;
+  if (!m_why.empty()) tell(m_why);
   dropSingle();
   if (result == Committed::kFailed && reason == BXRC_CONNECTION_BROKEN) loseUnit();
   if (result == Committed::kDone) lookAfter(counts, bytes);
   return result;
 }
 
-/// What can be done later must not fail what was committed.
+/// For whoever looks after the database.
+void PostgresSession::tell(const std::string& what) const {
+  std::fprintf(stderr, "bxm: queue manager %s: %s\n", m_name.c_str(), what.c_str());
+}
+
+/// What can be done later must not fail what was committed. What others are in the way of is done
+/// another time, and a lost connection shows elsewhere.
 void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>& counts,
                                 std::uint64_t bytes) {
   if (m_unitIsOpen) return;
@@ -313,7 +324,11 @@ void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>&
         for (const std::uint64_t count : found->second) put += count;
       queue->lookAfter(put, put > 0 ? bytes : 0);
     }
-  } catch (const Failure&) {
+  } catch (const ServerError& error) {
+    const auto is = [&error](const char* start) { return error.state().starts_with(start); };
+    if (!m_main->alive() || is("55P03") || is("57014") || is("40")) return;
+    if (!std::exchange(m_toldOfLookingAfter, true))
+      tell(std::string("cannot look after the queues: ") + error.what());
   }
 }
 
@@ -321,6 +336,7 @@ void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>&
 /// connection is lost in it, its transaction's number is known.
 Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXLONG& reason) {
   Trace trace{"", static_cast<std::int64_t>(randomNumber() >> 1), nullptr};
+  m_why.clear();
   std::vector<std::int32_t> queues;
   for (const auto& [id, counts] : puts.counts()) queues.push_back(static_cast<std::int32_t>(id));
   try {
@@ -338,6 +354,7 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
     trace.transaction = statements.transaction();
   } catch (const std::exception& error) {
     reason = reasonOf(error);
+    m_why = error.what();
     return Committed::kFailed;
   }
   return finish(server, trace, queues, reason);
@@ -345,6 +362,7 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
 
 Committed PostgresSession::finish(Server& server, const Trace& trace,
                                   const std::vector<std::int32_t>& wake, BXLONG& reason) {
+  m_why.clear();
   try {
     if (&server == m_main.get() && m_unitIsOpen)
       for (auto& [id, queue] : m_queues) queue->deleteGot(server);
@@ -359,8 +377,10 @@ Committed PostgresSession::finish(Server& server, const Trace& trace,
     return done ? Committed::kDone : Committed::kFailed;
   } catch (const Failure& error) {
     reason = error.reason();
-    if (server.alive()) return Committed::kFailed;
-    return findOutcome(server, trace, reason);
+    const Committed outcome =
+        server.alive() ? Committed::kFailed : findOutcome(server, trace, reason);
+    if (outcome == Committed::kFailed) m_why = error.what();
+    return outcome;
   }
 }
 

@@ -73,6 +73,7 @@ private:
   Committed outcomeOf(Server& server, const Trace& trace, bool crashed);
   Committed findOutcome(Server& lost, const Trace& trace, BXLONG& reason);
   void endUnit(bool committed);
+  void tell(const std::string& what) const;
   std::vector<std::int32_t> takenFrom() const;
 
   const std::string m_name, m_uri;
@@ -81,6 +82,8 @@ private:
   bool m_unitIsOpen = false;
   bool m_unitIsLost = false;
   Server* m_single = nullptr;
+  std::string m_why;             ///< the last commit failed
+  bool m_toldOfLookingAfter = false;
   std::string m_life;            ///< of the server: another one after a crash
   std::string m_transaction;     ///< the open one's id, when it has one
   bool m_getsWait = true;        ///< commits of gets alone wait for the server's disk

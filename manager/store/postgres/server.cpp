@@ -54,7 +54,7 @@ std::string oneLine(const char* message) {
   std::string text = message ? message : "";
   while (!text.empty() && text.back() == '\n') text.pop_back();
   for (char& c : text)
-    if (c == '\n') c = ' ';
+    if (c == '\n' || c == '\t') c = ' ';
   return text;
 }
 
