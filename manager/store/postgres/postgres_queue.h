@@ -32,8 +32,13 @@ public:
   Segments& segments() { return m_segments; }
   /// Learns what has changed; false when the queue has been deleted.
   bool refresh(Server& server);
-  /// The connection on which it waits is gone.
-  void forgetWait() { m_waitsOn = nullptr; }
+  /// The connection was lost and made anew. A server that crashed, or a standby in its place, may
+  /// have lost what was not waited for: messages that were gone for good are there again.
+  void reconnected() {
+    m_waitsOn = nullptr;
+    m_segments = Segments(m_definition.id);
+    m_settledBelow = 0;
+  }
 
   /// Messages of the unit of work that were taken here.
   std::uint64_t taken() const { return m_taken; }

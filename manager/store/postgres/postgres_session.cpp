@@ -410,7 +410,7 @@ Committed PostgresSession::findOutcome(Server& lost, const Trace& trace, BXLONG&
       const Committed outcome = outcomeOf(*server, trace, life != m_life);
       if (outcome == Committed::kUnknown) continue;
       m_life = life;
-      for (auto& [id, queue] : m_queues) queue->forgetWait();
+      for (auto& [id, queue] : m_queues) queue->reconnected();
       if (m_single == &lost) m_single = nullptr;
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
       if (outcome == Committed::kFailed) reason = BXRC_CONNECTION_BROKEN;

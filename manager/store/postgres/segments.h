@@ -83,7 +83,7 @@ private:
   std::string found(const std::vector<Arm>& arms, bool exactly, const std::string& most) const;
   std::string makeTake(const std::vector<Arm>& arms, bool exactly) const;
 
-  const int m_queue;
+  int m_queue;
   int m_version = 0;
   std::vector<Segment> m_segments;
   std::map<std::vector<int>, std::string> m_takes; ///< statements of this version
