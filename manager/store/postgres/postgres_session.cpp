@@ -410,6 +410,9 @@ Committed PostgresSession::findOutcome(Server& lost, const Trace& trace, BXLONG&
       const Committed outcome = outcomeOf(*server, trace, life != m_life);
       if (outcome == Committed::kUnknown) continue;
       m_life = life;
+      // A server that was started again shows what its standby has not confirmed yet.
+      if (outcome == Committed::kDone)
+        server->runOne("SELECT pg_logical_emit_message(true, 'bxm', '')");
       for (auto& [id, queue] : m_queues) queue->reconnected();
       if (m_single == &lost) m_single = nullptr;
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
