@@ -109,4 +109,46 @@ TEST_F(Failover, LosesNothingAndDeliversAgainOnlyWhatWasInFlight) {
   check();
 }
 
+TEST_F(Failover, IsAwaitedByACommitThatWasLookedUp) {
+  const auto peer = connected();
+  peer->words("sput S1 x");
+  standby->die();
+  peer->tell("commit");
+  ASSERT_TRUE(eventually([this] {
+    return primary->psql("postgres", "SELECT 1 FROM pg_stat_activity WHERE wait_event = 'SyncRep'")
+               .out == "1\n";
+  }));
+  primary->die();
+  primary->start();
+  EXPECT_THROW(peer->answer(std::chrono::seconds(1)), std::runtime_error); // only one has it
+  standby->start();
+  EXPECT_EQ(peer->answer(), "0 0");
+}
+
+/// Commits of gets that nobody waited for are lost with the server.
+TEST(ACrash, BringsBackMessagesThatASessionKnewAsGone) {
+  PostgresCluster cluster({"fsync=off", "wal_writer_delay=10s"});
+  TempFolder home;
+  writeFile(home / "bxclient.ini",
+            "[managers]\ndefault = M\nM = " + cluster.uri("postgres") + "\n");
+  const Environment binding{{"LD_PRELOAD", libDir() + "/libbxic_r.so"}};
+  Peer(home.path().string(), binding).words("connect");
+  cluster.psql("postgres", "UPDATE \"bxm_M\".manager SET gets_wait = false");
+  Peer peer(home.path().string(), binding);
+  for (const char* words : {"connect", "create Q", "sputn Q m 100", "commit"}) peer.words(words);
+  for (int i = 0; i < 30; ++i) {
+    for (const char* words : {"sget Q", "commit"}) peer.words(words);
+    std::this_thread::sleep_for(milliseconds(10)); // by and by it looks up what is gone
+  }
+  peer.words("sget Q");
+  cluster.die();
+  peer.tell("commit");
+  cluster.start();
+  EXPECT_EQ(peer.answer(), "2 2009");
+  Peer other(home.path().string(), binding);
+  other.words("connect");
+  const auto left = other.words("browse Q");
+  EXPECT_EQ(peer.words("get Q").at(0), left.at(0));
+}
+
 } // namespace
