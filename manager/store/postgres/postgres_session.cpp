@@ -46,12 +46,14 @@ PostgresSession::PostgresSession(std::string name, std::string uri, std::unique_
   m_life = begin(*m_main);
 }
 
-/// As long as the lock is held nobody deletes the manager. A server counts anew after a crash; so
-/// does one that takes over.
+/// As long as the lock is held nobody deletes the manager. A server counts anew after a crash;
+/// one that takes over begins a timeline, and counts on where it was made of a copy at rest.
 std::string PostgresSession::begin(Server& server) {
   const Reply reply = server.runOne("SELECT clock_ms(), gets_wait,"
                                     " pg_advisory_lock_shared(lock_class('manager'), 0),"
-                                    " (SELECT stats_reset::text FROM pg_stat_bgwriter)"
+                                    " (SELECT concat(stats_reset, CASE WHEN NOT pg_is_in_recovery()"
+                                    " THEN left(pg_walfile_name(pg_current_wal_lsn()), 8) END)"
+                                    " FROM pg_stat_bgwriter)"
                                     " FROM manager");
   m_clockAhead = reply.number(0, 0) - clockNow();
   m_getsWait = reply.number(0, 1) != 0;
