@@ -18,7 +18,8 @@ namespace bxm {
 namespace {
 
 constexpr std::size_t kMostQuietQueues = 16;
-constexpr std::chrono::seconds kMostOutcomeWait{30};
+/// Counted from the commit: a server that was silent has taken its part of it.
+constexpr std::chrono::seconds kMostOutcomeWait{30}, kLeastOutcomeWait{2};
 constexpr std::chrono::milliseconds kLongestPause{160};
 constexpr std::int64_t kOnlyTakes = 0; ///< in place of a unit's number
 
@@ -365,6 +366,7 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
 Committed PostgresSession::finish(Server& server, const Trace& trace,
                                   const std::vector<std::int32_t>& wake, BXLONG& reason) {
   m_why.clear();
+  const auto begun = std::chrono::steady_clock::now();
   try {
     if (&server == m_main.get() && m_unitIsOpen)
       for (auto& [id, queue] : m_queues) queue->deleteGot(server);
@@ -380,7 +382,7 @@ Committed PostgresSession::finish(Server& server, const Trace& trace,
   } catch (const Failure& error) {
     reason = error.reason();
     const Committed outcome =
-        server.alive() ? Committed::kFailed : findOutcome(server, trace, reason);
+        server.alive() ? Committed::kFailed : findOutcome(server, trace, begun, reason);
     if (outcome == Committed::kFailed) m_why = error.what();
     return outcome;
   }
@@ -402,8 +404,11 @@ Committed PostgresSession::outcomeOf(Server& server, const Trace& trace, bool cr
 }
 
 /// The connection was lost in a commit. The server may take a moment to notice and end it.
-Committed PostgresSession::findOutcome(Server& lost, const Trace& trace, BXLONG& reason) {
-  const auto until = std::chrono::steady_clock::now() + kMostOutcomeWait;
+Committed PostgresSession::findOutcome(Server& lost, const Trace& trace,
+                                       std::chrono::steady_clock::time_point begun,
+                                       BXLONG& reason) {
+  const auto until =
+      std::max(begun + kMostOutcomeWait, std::chrono::steady_clock::now() + kLeastOutcomeWait);
   for (std::chrono::milliseconds pause{5}; std::chrono::steady_clock::now() < until;
        std::this_thread::sleep_for(pause = std::min(2 * pause, kLongestPause))) {
     try {

@@ -3,6 +3,7 @@
 #include "manager/store/postgres/postgres_queue.h"
 #include "manager/store/store.h"
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -71,7 +72,8 @@ private:
   Committed finish(Server& server, const Trace& trace, const std::vector<std::int32_t>& wake,
                    BXLONG& reason);
   Committed outcomeOf(Server& server, const Trace& trace, bool crashed);
-  Committed findOutcome(Server& lost, const Trace& trace, BXLONG& reason);
+  Committed findOutcome(Server& lost, const Trace& trace,
+                        std::chrono::steady_clock::time_point begun, BXLONG& reason);
   void endUnit(bool committed);
   void tell(const std::string& what) const;
   std::vector<std::int32_t> takenFrom() const;
