@@ -14,7 +14,8 @@ bool isForTheOperator(BXLONG reason) {
   return reason == BXRC_Q_MGR_NOT_AVAILABLE || reason == BXRC_Q_MGR_NAME_ERROR ||
          reason == BXRC_NOT_AUTHORIZED || reason == BXRC_OBJECT_DAMAGED ||
          reason == BXRC_UNEXPECTED || reason == BXRC_RESOURCE_PROBLEM ||
-         reason == BXRC_STORAGE_FULL;
+         reason == BXRC_STORAGE_FULL || reason == BXRC_MAX_CONNECTIONS ||
+         reason == BXRC_CONNECTION_BROKEN;
 }
 
 void tell(const char* call, const char* text) { std::fprintf(stderr, "bxm: %s: %s\n", call, text); }

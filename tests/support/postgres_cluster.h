@@ -10,22 +10,25 @@ class PostgresCluster {
 public:
   static inline const std::string kPrograms = "/usr/lib/postgresql/15/bin/";
 
-  explicit PostgresCluster(std::vector<std::string> settings = {"fsync=off"})
-      : m_settings(std::move(settings)) {
-    std::filesystem::permissions(m_folder.path(), std::filesystem::perms(0755));
-    std::filesystem::create_directory(m_folder / "data");
-    if (::geteuid() == 0) run({"/bin/chown", "postgres", m_folder / "data"});
-    run(asServer({kPrograms + "initdb", "-D", m_folder / "data", "-U", "postgres", "-A", "trust",
-                  "-N", "-E", "UTF8", "--locale=C.UTF-8"}));
+  explicit PostgresCluster(const std::vector<std::string>& settings = {"fsync=off"}) {
+    run(asServer({kPrograms + "initdb", "-D", data(), "-U", "postgres", "-A", "trust", "-N", "-k",
+                  "-E", "UTF8", "--locale=C.UTF-8"}));
+    std::ofstream file(data() + "/postgresql.conf", std::ios::app);
+    for (const std::string& setting : settings) file << setting << '\n';
+    file.close();
+    start();
+  }
+  /// The standby of another one.
+  explicit PostgresCluster(const PostgresCluster& primary) {
+    run(asServer({kPrograms + "pg_basebackup", "-R", "-N", "-c", "fast", "-D", data(), "-d",
+                  primary.uri("postgres")}));
     start();
   }
   ~PostgresCluster() { stop(SIGQUIT); }
 
   void start() {
-    std::vector<std::string> program{kPrograms + "postgres", "-D", m_folder / "data",  "-k",
-                                     m_folder / "data",      "-c", "listen_addresses="};
-    for (const std::string& setting : m_settings) program.insert(program.end(), {"-c", setting});
-    m_server = std::make_unique<Process>(asServer(std::move(program)));
+    m_server = std::make_unique<Process>(asServer(
+        {kPrograms + "postgres", "-D", data(), "-k", folder(), "-c", "listen_addresses="}));
     m_server->start();
     if (!eventually([this] { return psql("postgres", "SELECT 1").status == 0; }))
       throw std::runtime_error("the database server does not start: " + m_server->err());
@@ -36,13 +39,33 @@ public:
     m_server->wait();
     m_server.reset();
   }
+  /// As a machine that dies: all of its processes at once.
+  void die() {
+    const std::string pid = std::to_string(m_server->pid());
+    m_server->signal(SIGSTOP); // it begins no new ones
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    for (pid_t child; children >> child;) ::kill(child, SIGKILL);
+    stop(SIGKILL);
+  }
+  void promote() const {
+    if (psql("postgres", "SELECT pg_promote()").out != "t\n")
+      throw std::runtime_error("the standby is not promoted");
+  }
+  /// Comes back as the standby of what was its own standby.
+  void follow(const PostgresCluster& primary) {
+    primary.psql("postgres", "CHECKPOINT"); // tells of the promotion
+    run(asServer({kPrograms + "pg_rewind", "-R", "-N", "-D", data(), "--source-server",
+                  primary.uri("postgres")}));
+    start();
+  }
 
   Result psql(const std::string& database, const std::string& statement) const {
     return Process({kPrograms + "psql", uri(database), "-XAtqc", statement}).run();
   }
   std::string uri(const std::string& database, const std::string& user = "postgres") const {
-    return "postgresql://" + user + "@/" + database + "?host=" + (m_folder / "data");
+    return "postgresql://" + user + "@/" + database + "?host=" + folder();
   }
+  std::string folder() const { return m_folder.path().string(); } ///< where its socket is
 
 private:
   static std::vector<std::string> asServer(std::vector<std::string> program) {
@@ -56,8 +79,15 @@ private:
     if (result.status != 0) throw std::runtime_error(result.err);
   }
 
-  TempFolder m_folder;
-  std::vector<std::string> m_settings;
+  std::string data() const { return m_folder / "data"; }
+
+  /// The server's own, so that it can make files there.
+  struct Folder : TempFolder {
+    Folder() {
+      std::filesystem::permissions(path(), std::filesystem::perms(0755));
+      if (::geteuid() == 0) run({"/bin/chown", "postgres", path()});
+    }
+  } m_folder;
   std::unique_ptr<Process> m_server;
 };
 

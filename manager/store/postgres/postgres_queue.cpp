@@ -49,12 +49,7 @@ PostgresQueue::PostgresQueue(PostgresSession& session, const QueueDefinition& de
   m_settleDue = m_tidyDue = Clock::now() + std::chrono::milliseconds(randomNumber() % 100);
 }
 
-PostgresQueue::~PostgresQueue() {
-  try {
-    endWait();
-  } catch (const Failure&) { // the lock of a lost connection is gone
-  }
-}
+PostgresQueue::~PostgresQueue() { endWait(); }
 
 bool PostgresQueue::refresh(Server& server) {
   m_gone = m_gone || !m_segments.refresh(server);
@@ -86,12 +81,17 @@ std::uint64_t PostgresQueue::depth() {
 
 bool PostgresQueue::reserve(bool syncpoint) {
   if (m_gone) return true; // the put is told
-  if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
-    --m_roomLeft;
-  else if (!findRoom(syncpoint))
-    return false;
-  if (syncpoint) publishReserved();
-  return true;
+  try {
+    if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
+      --m_roomLeft;
+    else if (!findRoom(syncpoint))
+      return false;
+    if (syncpoint) publishReserved();
+    return true;
+  } catch (const Failure&) {
+    syncpoint ? m_session.loseUnit() : m_session.dropSingle();
+    throw;
+  }
 }
 
 /// Near the limit each put is told to others before the depth is looked at: of two that meet there
@@ -308,7 +308,7 @@ std::vector<Reply> PostgresQueue::ask(Server& server, const std::string& stateme
     }
     return replies;
   } catch (const Failure&) {
-    if (syncpoint) m_session.loseUnit();
+    syncpoint ? m_session.loseUnit() : m_session.dropSingle();
     throw;
   }
 }
@@ -337,7 +337,7 @@ PostgresQueue::Took PostgresQueue::learn(const Reply& reply, const std::vector<A
 PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const Taking& how,
                                            Receiver& receiver) {
   const auto begin = Clock::now();
-  Server& server = how.syncpoint ? m_session.unit() : m_session.aside();
+  Server& server = how.syncpoint ? m_session.unit() : m_session.single();
   Parameters parameters;
   parameters.add(key())
       .add(m_segments.version())
@@ -352,13 +352,20 @@ PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const T
     m_anewDue =
         end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
   }
-  if (told != Took::kOne) return told;
-  if (how.syncpoint) m_session.rememberTransaction(reply.text(0, 6));
+  if (told != Took::kOne) {
+    if (!how.syncpoint) m_session.dropSingle(false);
+    return told;
+  }
+  // A get is committed when the message is here: it would be gone with a connection lost before.
+  const Position position{static_cast<int>(reply.number(0, 3)),
+                          static_cast<std::uint64_t>(reply.number(0, 4))};
+  m_lastTaken = {position, static_cast<int>(reply.number(0, 8))};
+  if (how.syncpoint)
+    m_session.rememberTransaction(reply.text(0, 6));
+  else
+    m_session.commitSingle(reply.text(0, 6), *this);
   took(how.syncpoint);
-  receiver.deliver(
-      {{static_cast<int>(reply.number(0, 3)), static_cast<std::uint64_t>(reply.number(0, 4))},
-       reply.bytes(0, 5),
-       reply.number(0, 7)});
+  receiver.deliver({position, reply.bytes(0, 5), reply.number(0, 7)});
   return Took::kOne;
 }
 
@@ -415,7 +422,8 @@ bool PostgresQueue::takeLocked(Receiver& receiver) {
 }
 
 void PostgresQueue::deliverLocked(Receiver& receiver) {
-  const Seen& seen = m_locked[m_lockedAt++].seen;
+  const auto& [seen, place, at] = m_locked[m_lockedAt++];
+  m_lastTaken = {seen.position, place};
   took(true);
   receiver.deliver({seen.position, seen.stored, seen.now});
 }
@@ -445,6 +453,16 @@ void PostgresQueue::remember(const std::vector<Arm>& arms, std::size_t found,
   }
 }
 
+bool PostgresQueue::hasLastTaken(Server& server) const {
+  const Reply reply =
+      server.runOne("SELECT EXISTS (SELECT FROM " + m_segments.tableAt(m_lastTaken.place) +
+                        " WHERE priority = $1::int AND sequence = $2::bigint)",
+                    Parameters()
+                        .add(m_lastTaken.position.priority)
+                        .add(static_cast<std::int64_t>(m_lastTaken.position.sequence)));
+  return reply.number(0, 0) != 0;
+}
+
 void PostgresQueue::took(bool syncpoint) {
   ++m_sinceSettled;
   m_ahead.clear();
@@ -453,7 +471,7 @@ void PostgresQueue::took(bool syncpoint) {
     m_lastTook = Clock::now();
   }
   endWait();
-  if (!syncpoint && !m_session.unitIsOpen()) lookAfter(0, 0);
+  if (!syncpoint) m_session.lookAfter();
 }
 
 // ---- Waiting ------------------------------------------------------------------------------------
@@ -469,7 +487,7 @@ void PostgresQueue::waitForArrival(std::uint32_t seen, Clock::time_point until) 
     m_waitsOn = &server;
     return;
   }
-  if (m_sinceSettled > 0 && !m_session.unitIsOpen()) settle();
+  if (m_sinceSettled > 0) m_session.lookAfter();
   server.awaitNotice(std::min(until, Clock::now() + kBetweenLooks));
   if (Clock::now() >= until) endWait();
 }
@@ -478,9 +496,12 @@ void PostgresQueue::endWait() {
   if (!m_waitsOn) return;
   Server& server = *std::exchange(m_waitsOn, nullptr);
   if (!server.alive()) return;
-  server.add("SELECT pg_advisory_unlock_shared(lock_class('segment'), $1::int)",
-             Parameters().add(key()));
-  server.send();
+  try {
+    server.add("SELECT pg_advisory_unlock_shared(lock_class('segment'), $1::int)",
+               Parameters().add(key()));
+    server.send();
+  } catch (const Failure&) { // the lock of a lost connection is gone
+  }
 }
 
 // ---- What is left of the segments ---------------------------------------------------------------

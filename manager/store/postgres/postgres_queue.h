@@ -32,11 +32,18 @@ public:
   Segments& segments() { return m_segments; }
   /// Learns what has changed; false when the queue has been deleted.
   bool refresh(Server& server);
-  /// The connection on which it waits is gone.
-  void forgetWait() { m_waitsOn = nullptr; }
+  /// The connection was lost and made anew. A server that crashed, or a standby in its place, may
+  /// have lost what was not waited for: messages that were gone for good are there again.
+  void reconnected() {
+    m_waitsOn = nullptr;
+    m_segments = Segments(m_definition.id);
+    m_settledBelow = 0;
+  }
 
   /// Messages of the unit of work that were taken here.
   std::uint64_t taken() const { return m_taken; }
+  /// Whether the message that was taken last is there again, or still.
+  bool hasLastTaken(Server& server) const;
   bool isQuiet() const { return m_taken == 0 && m_reserved == 0; }
   /// Appends what makes the messages gone that were locked first and got then. Before every look of
   /// the unit of work, and before its commit.
@@ -96,7 +103,11 @@ private:
   Segments m_segments;
   bool m_gone = false;
 
-  std::uint64_t m_taken = 0;        ///< by the unit of work
+  std::uint64_t m_taken = 0; ///< by the unit of work
+  struct {
+    Position position;
+    int place;
+  } m_lastTaken{};
   std::uint64_t m_sinceSettled = 0; ///< messages got
   std::uint64_t m_sinceBounded = 0;
   bool m_boundHeld =

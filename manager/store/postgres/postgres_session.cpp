@@ -6,6 +6,7 @@
 #include "manager/store/postgres/put_statements.h"
 #include "manager/store/postgres/schema.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,9 @@ namespace bxm {
 namespace {
 
 constexpr std::size_t kMostQuietQueues = 16;
-constexpr std::chrono::seconds kMostOutcomeWait{30};
+/// Counted from the commit: a server that was silent has taken its part of it.
+constexpr std::chrono::seconds kMostOutcomeWait{30}, kLeastOutcomeWait{2};
+constexpr std::chrono::milliseconds kLongestPause{160};
 constexpr std::int64_t kOnlyTakes = 0; ///< in place of a unit's number
 
 constexpr const char* kDefinition =
@@ -41,12 +44,21 @@ std::string statusOf(Server& server, const std::string& transaction) {
 
 PostgresSession::PostgresSession(std::string name, std::string uri, std::unique_ptr<Server> server)
     : m_name(std::move(name)), m_uri(std::move(uri)), m_main(std::move(server)) {
-  // As long as it is held nobody deletes the manager.
-  const Reply reply = m_main->runOne("SELECT clock_ms(), gets_wait,"
-                                     " pg_advisory_lock_shared(lock_class('manager'), 0)"
-                                     " FROM manager");
+  m_life = begin(*m_main);
+}
+
+/// As long as the lock is held nobody deletes the manager. A server counts anew after a crash;
+/// one that takes over begins a timeline, and counts on where it was made of a copy at rest.
+std::string PostgresSession::begin(Server& server) {
+  const Reply reply = server.runOne("SELECT clock_ms(), gets_wait,"
+                                    " pg_advisory_lock_shared(lock_class('manager'), 0),"
+                                    " (SELECT concat(stats_reset, CASE WHEN NOT pg_is_in_recovery()"
+                                    " THEN left(pg_walfile_name(pg_current_wal_lsn()), 8) END)"
+                                    " FROM pg_stat_bgwriter)"
+                                    " FROM manager");
   m_clockAhead = reply.number(0, 0) - clockNow();
   m_getsWait = reply.number(0, 1) != 0;
+  return reply.text(0, 3);
 }
 
 PostgresSession::~PostgresSession() {
@@ -67,7 +79,13 @@ std::int64_t PostgresSession::now() { return clockNow() + m_clockAhead; }
 
 // ---- Connections --------------------------------------------------------------------------------
 
+Server& PostgresSession::looking() {
+  if (m_unitIsOpen && (m_main->hasFailed() || (m_side && !m_side->alive()))) loseUnit();
+  return *m_main;
+}
+
 Server& PostgresSession::unit() {
+  looking();
   if (!m_unitIsOpen) m_main->add("BEGIN");
   m_unitIsOpen = true;
   return *m_main;
@@ -94,12 +112,24 @@ Server& PostgresSession::single() {
   return *m_single;
 }
 
-void PostgresSession::dropSingle() {
+void PostgresSession::dropSingle(bool waits) {
   if (!m_single) return;
   Server& server = *std::exchange(m_single, nullptr);
   if (!server.alive()) return;
   server.add("ROLLBACK");
-  server.run(); // who is refused a place no longer holds one
+  waits ? static_cast<void>(server.run()) : server.send();
+}
+
+void PostgresSession::commitSingle(const std::string& transaction, const PostgresQueue& queue) {
+  BXLONG reason = BXRC_NONE;
+  switch (finish(*m_single, {transaction, kOnlyTakes, &queue}, {}, reason)) {
+  case Committed::kDone: m_single = nullptr; return;
+  case Committed::kUnknown: reason = BXRC_OUTCOME_UNKNOWN; break;
+  default: break;
+  }
+  dropSingle();
+  if (reason == BXRC_CONNECTION_BROKEN) loseUnit();
+  throw Failure(reason, m_why);
 }
 
 // ---- Definitions --------------------------------------------------------------------------------
@@ -205,6 +235,13 @@ std::vector<std::int32_t> PostgresSession::takenFrom() const {
   return ids;
 }
 
+PostgresSession::Trace PostgresSession::traceOfGets() const {
+  Trace trace{m_transaction, kOnlyTakes, nullptr};
+  for (const auto& [id, queue] : m_queues)
+    if (queue->taken() > 0) trace.queue = queue.get();
+  return trace;
+}
+
 void PostgresSession::endUnit(bool committed) {
   m_unitIsOpen = false;
   m_transaction.clear();
@@ -213,13 +250,17 @@ void PostgresSession::endUnit(bool committed) {
 
 void PostgresSession::loseUnit() {
   if (!m_unitIsOpen) return;
+  try {
+    PutBatch none(scratchFolder());
+    backout(none);
+  } catch (const Failure&) { // the commit tells
+  }
   m_unitIsLost = true;
-  PutBatch none(scratchFolder());
-  backout(none);
 }
 
 void PostgresSession::backout(PutBatch& puts) {
   puts.clear();
+  m_unitIsLost = false;
   const bool open = m_unitIsOpen;
   const auto taken = takenFrom();
   endUnit(false);
@@ -231,13 +272,14 @@ void PostgresSession::backout(PutBatch& puts) {
 }
 
 Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
-  if (std::exchange(m_unitIsLost, false)) {
-    puts.clear();
+  looking();
+  if (m_unitIsLost) {
+    backout(puts);
     reason = m_main->alive() ? BXRC_BACKED_OUT : BXRC_CONNECTION_BROKEN;
     return Committed::kFailed;
   }
   if (!m_unitIsOpen && puts.empty()) return Committed::kDone;
-  const Committed result = puts.empty() ? finish(*m_main, kOnlyTakes, {}, reason)
+  const Committed result = puts.empty() ? finish(*m_main, traceOfGets(), {}, reason)
                                         : store(*m_main, m_unitIsOpen, puts, reason);
   if (result == Committed::kDone || result == Committed::kUnknown) {
     const auto counts = puts.counts();
@@ -246,28 +288,35 @@ Committed PostgresSession::commit(PutBatch& puts, BXLONG& reason) {
     endUnit(result == Committed::kDone);
     lookAfter(counts, bytes);
   } else {
+    if (!m_why.empty()) tell(m_why);
     backout(puts);
   }
   return result;
 }
 
 Committed PostgresSession::put(PutBatch& puts, BXLONG& reason) {
+  const std::unique_ptr<PutBatch, void (*)(PutBatch*)> emptied(&puts, [](auto* p) { p->clear(); });
   bool open = m_single != nullptr;
   Server& server = open ? *m_single : aside();
+  m_single = &server;
   const Committed result = store(server, open, puts, reason);
-  if (result == Committed::kDone)
-    m_single = nullptr;
-  else if (open)
-    m_single = &server;
-  dropSingle();
   const auto counts = puts.counts();
   const std::uint64_t bytes = puts.bytes();
-  puts.clear();
+  if (result == Committed::kDone) m_single = nullptr;
+  if (!m_why.empty()) tell(m_why);
+  dropSingle();
+  if (result == Committed::kFailed && reason == BXRC_CONNECTION_BROKEN) loseUnit();
   if (result == Committed::kDone) lookAfter(counts, bytes);
   return result;
 }
 
-/// What can be done later must not fail what was committed.
+/// For whoever looks after the database.
+void PostgresSession::tell(const std::string& what) const {
+  std::fprintf(stderr, "bxm: queue manager %s: %s\n", m_name.c_str(), what.c_str());
+}
+
+/// What can be done later must not fail what was committed. What others are in the way of is done
+/// another time, and a lost connection shows elsewhere.
 void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>& counts,
                                 std::uint64_t bytes) {
   if (m_unitIsOpen) return;
@@ -278,14 +327,19 @@ void PostgresSession::lookAfter(const std::map<std::uint32_t, PutBatch::Counts>&
         for (const std::uint64_t count : found->second) put += count;
       queue->lookAfter(put, put > 0 ? bytes : 0);
     }
-  } catch (const Failure&) {
+  } catch (const ServerError& error) {
+    const auto is = [&error](const char* start) { return error.state().starts_with(start); };
+    if (!m_main->alive() || is("55P03") || is("57014") || is("40")) return;
+    if (!std::exchange(m_toldOfLookingAfter, true))
+      tell(std::string("cannot look after the queues: ") + error.what());
   }
 }
 
 /// The work first, in one journey where it is not too much for one, then the commit alone: when the
 /// connection is lost in it, its transaction's number is known.
 Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXLONG& reason) {
-  const auto unit = static_cast<std::int64_t>(randomNumber() >> 1);
+  Trace trace{"", static_cast<std::int64_t>(randomNumber() >> 1), nullptr};
+  m_why.clear();
   std::vector<std::int32_t> queues;
   for (const auto& [id, counts] : puts.counts()) queues.push_back(static_cast<std::int32_t>(id));
   try {
@@ -295,25 +349,28 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
     if (!open) server.add("BEGIN");
     open = true;
     server.add("SELECT begin_commit($1::int[], $2::bigint), pg_current_xact_id()::text",
-               Parameters().add(queues).add(unit));
+               Parameters().add(queues).add(trace.unit));
     PutStatements statements(
         server, [this](std::uint32_t id) -> PostgresQueue& { return *m_queues.at(id); });
     puts.forEach([&](const PutBatch::Entry& entry) { statements.add(entry); });
     if (!statements.finish()) return Committed::kQueueGone;
-    m_transaction = statements.transaction();
+    trace.transaction = statements.transaction();
   } catch (const std::exception& error) {
     reason = reasonOf(error);
+    m_why = error.what();
     return Committed::kFailed;
   }
-  return finish(server, unit, queues, reason);
+  return finish(server, trace, queues, reason);
 }
 
-Committed PostgresSession::finish(Server& server, std::int64_t unit,
+Committed PostgresSession::finish(Server& server, const Trace& trace,
                                   const std::vector<std::int32_t>& wake, BXLONG& reason) {
+  m_why.clear();
+  const auto begun = std::chrono::steady_clock::now();
   try {
     if (&server == m_main.get() && m_unitIsOpen)
       for (auto& [id, queue] : m_queues) queue->deleteGot(server);
-    if (unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
+    if (trace.unit == kOnlyTakes && !m_getsWait) server.add("SET LOCAL synchronous_commit = off");
     server.add("COMMIT");
     const bool done = server.run().back().command() == "COMMIT";
     if (!done) reason = BXRC_BACKED_OUT;
@@ -324,38 +381,59 @@ Committed PostgresSession::finish(Server& server, std::int64_t unit,
     return done ? Committed::kDone : Committed::kFailed;
   } catch (const Failure& error) {
     reason = error.reason();
-    if (server.alive()) return Committed::kFailed;
-    return findOutcome(server, unit, reason);
+    const Committed outcome =
+        server.alive() ? Committed::kFailed : findOutcome(server, trace, begun, reason);
+    if (outcome == Committed::kFailed) m_why = error.what();
+    return outcome;
   }
 }
 
-/// The connection was lost in a commit. Once the transaction is over, which may take the server a
-/// moment to notice, what it left tells how it ended. A transaction's number alone is not enough:
-/// a server that crashed may give it to another one.
-Committed PostgresSession::findOutcome(Server& lost, std::int64_t unit, BXLONG& reason) {
-  const auto until = std::chrono::steady_clock::now() + kMostOutcomeWait;
-  for (; std::chrono::steady_clock::now() < until;
-       std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
+/// What is known of a commit by now; kUnknown while it is not over. A transaction's number tells
+/// only as long as the server has not crashed: then it may have given it to another one. What gets
+/// took is there again when they were not committed; when it is not, others may have taken it.
+Committed PostgresSession::outcomeOf(Server& server, const Trace& trace, bool crashed) {
+  const std::string status = statusOf(server, trace.transaction);
+  if (!crashed && status == "in progress") return Committed::kUnknown;
+  const auto told = [](bool done) { return done ? Committed::kDone : Committed::kFailed; };
+  if (trace.unit != kOnlyTakes)
+    return told(server.runOne("SELECT was_committed($1::bigint)", Parameters().add(trace.unit))
+                    .number(0, 0) != 0);
+  if (!crashed || status != "committed") return told(status == "committed");
+  if (trace.queue && trace.queue->hasLastTaken(server)) return Committed::kFailed;
+  throw ServerError(BXRC_OUTCOME_UNKNOWN, "", "the database crashed in a commit of gets");
+}
+
+/// The connection was lost in a commit. The server may take a moment to notice and end it.
+Committed PostgresSession::findOutcome(Server& lost, const Trace& trace,
+                                       std::chrono::steady_clock::time_point begun,
+                                       BXLONG& reason) {
+  const auto until =
+      std::max(begun + kMostOutcomeWait, std::chrono::steady_clock::now() + kLeastOutcomeWait);
+  for (std::chrono::milliseconds pause{5}; std::chrono::steady_clock::now() < until;
+       std::this_thread::sleep_for(pause = std::min(2 * pause, kLongestPause))) {
     try {
       auto server = std::make_unique<Server>(m_uri, schemaOf(m_name));
-      const std::string status = statusOf(*server, m_transaction);
-      if (status == "in progress") continue;
-      const bool done = unit != kOnlyTakes ? server->runOne("SELECT was_committed($1::bigint)",
-                                                            Parameters().add(unit))
-                                                     .number(0, 0) != 0
-                                           : status == "committed";
-      for (auto& [id, queue] : m_queues) queue->forgetWait();
+      const std::string life = begin(*server);
+      const Committed outcome = outcomeOf(*server, trace, life != m_life);
+      if (outcome == Committed::kUnknown) continue;
+      m_life = life;
+      // A server that was started again shows what its standby has not confirmed yet.
+      if (outcome == Committed::kDone)
+        server->runOne("SELECT pg_logical_emit_message(true, 'bxm', '')");
+      for (auto& [id, queue] : m_queues) queue->reconnected();
+      if (m_single == &lost) m_single = nullptr;
       (&lost == m_side.get() ? m_side : m_main) = std::move(server);
-      if (done) return Committed::kDone;
-      reason = BXRC_CONNECTION_BROKEN;
-      return Committed::kFailed;
-    } catch (const Failure&) { // the server is not back yet
+      if (outcome == Committed::kFailed) reason = BXRC_CONNECTION_BROKEN;
+      return outcome;
+    } catch (const Failure& error) {
+      if (error.reason() == BXRC_OUTCOME_UNKNOWN) break;
+      // else the server is not back yet
     }
   }
   std::fprintf(stderr,
-               "bxm: the database was lost in a commit to queue manager %s and did not come back: "
-               "whether transaction %s was committed only it can tell (pg_xact_status)\n",
-               m_name.c_str(), m_transaction.c_str());
+               "bxm: the database was lost in a commit to queue manager %s: whether transaction %s "
+               "was committed only a look at the queues can tell\n",
+               m_name.c_str(), trace.transaction.c_str());
   return Committed::kUnknown;
 }
 

@@ -3,6 +3,7 @@
 #include "manager/store/postgres/postgres_queue.h"
 #include "manager/store/store.h"
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -38,25 +39,43 @@ public:
   /// Ends a transaction that has done nothing yet.
   void dropEmptyUnit();
   /// Where messages are looked at; what the unit of work has taken is not seen.
-  Server& looking() { return *m_main; }
+  Server& looking();
   /// Where something can be done that is no part of the unit of work.
   Server& aside();
-  /// The transaction of a put outside of units of work, begun before the put itself.
+  /// The transaction of a put or get outside of units of work. A put's begins when a place is
+  /// reserved for it.
   Server& single();
-  void dropSingle();
+  /// Rolls it back; who waits knows that it is done.
+  void dropSingle(bool waits = true);
+  /// Commits it, after a get. Throws Failure, 2124 among them.
+  void commitSingle(const std::string& transaction, const PostgresQueue& queue);
   void rememberTransaction(std::string id) { m_transaction = std::move(id); }
   /// A statement of the unit of work failed: its transaction cannot go on, and the commit that the
-  /// caller asks for later fails.
+  /// caller asks for later fails, with all that the unit does until then.
   void loseUnit();
+  /// What there is to do for the queues after a commit, of so many puts, when it is due. What goes
+  /// wrong there fails nobody's call.
+  void lookAfter(const std::map<std::uint32_t, PutBatch::Counts>& counts = {},
+                 std::uint64_t bytes = 0);
 
 private:
   QueueDefinition definitionIn(const Reply& reply, int row) const;
   Committed store(Server& server, bool& open, PutBatch& puts, BXLONG& reason);
-  Committed finish(Server& server, std::int64_t unit, const std::vector<std::int32_t>& wake,
+  /// By what it is found out how a commit ended in which the connection was lost.
+  struct Trace {
+    std::string transaction;
+    std::int64_t unit;          ///< of puts: the number that it leaves
+    const PostgresQueue* queue; ///< of gets alone: one that it took from
+  };
+  Trace traceOfGets() const;
+  std::string begin(Server& server);
+  Committed finish(Server& server, const Trace& trace, const std::vector<std::int32_t>& wake,
                    BXLONG& reason);
-  Committed findOutcome(Server& lost, std::int64_t unit, BXLONG& reason);
-  void lookAfter(const std::map<std::uint32_t, PutBatch::Counts>& counts, std::uint64_t bytes);
+  Committed outcomeOf(Server& server, const Trace& trace, bool crashed);
+  Committed findOutcome(Server& lost, const Trace& trace,
+                        std::chrono::steady_clock::time_point begun, BXLONG& reason);
   void endUnit(bool committed);
+  void tell(const std::string& what) const;
   std::vector<std::int32_t> takenFrom() const;
 
   const std::string m_name, m_uri;
@@ -65,6 +84,9 @@ private:
   bool m_unitIsOpen = false;
   bool m_unitIsLost = false;
   Server* m_single = nullptr;
+  std::string m_why;             ///< the last commit failed
+  bool m_toldOfLookingAfter = false;
+  std::string m_life;            ///< of the server: another one after a crash
   std::string m_transaction;     ///< the open one's id, when it has one
   bool m_getsWait = true;        ///< commits of gets alone wait for the server's disk
   std::int64_t m_clockAhead = 0; ///< of the server's clock, ms

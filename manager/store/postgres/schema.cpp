@@ -353,6 +353,12 @@ END $$;
 
 CREATE VIEW queues AS SELECT name, depth_of(name) AS depth, max_depth, max_length, created, altered
   FROM queue ORDER BY name;
+
+DO $$
+BEGIN -- whoever looks need not set the path
+  EXECUTE format('ALTER FUNCTION depth_of SET search_path = %1$I, pg_temp;
+    ALTER FUNCTION messages_of SET search_path = %1$I, pg_temp', current_schema());
+END $$;
 )sql";
 
 std::string quotedIdentifier(const std::string& name) { return '"' + name + '"'; }

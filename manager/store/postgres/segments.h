@@ -73,17 +73,17 @@ public:
   /// tell. Nullopt when the queue is gone.
   std::optional<std::uint64_t> count(Server& server);
 
+  std::string tableAt(int place) const;
   std::string tableOf(const Segment& segment) const { return tableAt(segment.place); }
   std::string returned() const { return "returned_" + std::to_string(m_queue); }
 
 private:
-  std::string tableAt(int place) const;
   void readFloors(Server& server);
   std::string countStatement() const;
   std::string found(const std::vector<Arm>& arms, bool exactly, const std::string& most) const;
   std::string makeTake(const std::vector<Arm>& arms, bool exactly) const;
 
-  const int m_queue;
+  int m_queue;
   int m_version = 0;
   std::vector<Segment> m_segments;
   std::map<std::vector<int>, std::string> m_takes; ///< statements of this version

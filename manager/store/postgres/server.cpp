@@ -61,7 +61,7 @@ std::string oneLine(const char* message) {
   std::string text = message ? message : "";
   while (!text.empty() && text.back() == '\n') text.pop_back();
   for (char& c : text)
-    if (c == '\n') c = ' ';
+    if (c == '\n' || c == '\t') c = ' ';
   return text;
 }
 
@@ -74,9 +74,10 @@ std::string quoted(const std::string& name) {
 /// The state of a refused connection is only in its words.
 BXLONG reasonOfRefusal(const std::string& text) {
   const auto says = [&text](const char* words) { return text.find(words) != std::string::npos; };
-  if (says("too many clients") || says("remaining connection slots")) return BXRC_MAX_CONNECTIONS;
+  if (says("too many c") || says("remaining connection slots")) return BXRC_MAX_CONNECTIONS;
   if (says("password authentication failed") || says("authentication failed") ||
-      says("no password supplied") || says("no pg_hba.conf entry") || says("permission denied"))
+      says("no password supplied") || says("no pg_hba.conf entry") || says("permission denied") ||
+      says("not permitted to log in") || (says("role \"") && says("does not exist")))
     return BXRC_NOT_AUTHORIZED;
   return BXRC_Q_MGR_NOT_AVAILABLE;
 }
@@ -249,13 +250,18 @@ Server::Server(const std::string& uri, const std::string& path) {
     for (const auto& [name, value] : kSettings)
       settings += std::string(", set_config('") + name + "', '" + value + "', false)";
     runOne(settings, Parameters().add(quoted(path) + ", pg_catalog"));
-  } catch (const std::exception&) {
+  } catch (const Failure& failure) {
     PQfinish(m_connection);
-    throw;
+    if (failure.reason() != BXRC_CONNECTION_BROKEN) throw;
+    throw Failure(BXRC_Q_MGR_NOT_AVAILABLE, failure.what()); // nothing was lost
   }
 }
 
 Server::~Server() { PQfinish(m_connection); }
+
+bool Server::hasFailed() const {
+  return m_connection && PQtransactionStatus(m_connection) == PQTRANS_INERROR;
+}
 
 void Server::lose(const std::string& why) {
   if (m_connection) PQfinish(m_connection);

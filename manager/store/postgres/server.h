@@ -111,6 +111,8 @@ public:
 
   /// False once the connection is lost; every call then throws 2009.
   bool alive() const { return m_connection != nullptr; }
+  /// A transaction is open in which a statement failed: nothing but its rollback is left to do.
+  bool hasFailed() const;
   /// Waits until the server announces something on a channel that this connection listens to.
   bool awaitNotice(std::chrono::steady_clock::time_point until);
   /// True when something was announced since the last call.

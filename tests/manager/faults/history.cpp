@@ -25,6 +25,11 @@ struct Name {
 
 bool isExpected(int reason) { return reason == BXRC_NONE || reason == BXRC_NO_MESSAGE_AVAILABLE; }
 
+bool isBroken(int reason) {
+  return reason == BXRC_CONNECTION_BROKEN || reason == BXRC_Q_MGR_NOT_AVAILABLE ||
+         reason == BXRC_OUTCOME_UNKNOWN;
+}
+
 } // namespace
 
 // ---- Reading a log ------------------------------------------------------------------------------
@@ -61,13 +66,17 @@ public:
     m_open = false;
     m_history.m_counts.longestMs =
         std::max(m_history.m_counts.longestMs, static_cast<std::size_t>((time - m_begin) / 1000));
-    if (!isExpected(reason)) odd(reason);
+    if (m_history.m_serverDies && isBroken(reason))
+      ++m_history.m_counts.broken;
+    else if (!isExpected(reason))
+      odd(reason);
+    if (reason == BXRC_OUTCOME_UNKNOWN) return undecided();
     if (m_kind == "put") put(completion == 0, time);
     if (m_kind == "get" && completion == 0) got(time, in);
     if (m_kind == "browse") browsed(time, in);
     if (m_kind == "commit" || m_kind == "disconnect")
-      end(completion == 0 ? Fate::kDecided : Fate::kUndone, time);
-    if (m_kind == "backout") end(Fate::kUndone, time);
+      end(completion == 0 ? Fate::kDecided : Fate::kUndone, completion == 0, time);
+    if (m_kind == "backout") end(Fate::kUndone, completion == 0, time);
   }
 
   /// The log is over: with a call that has no outcome, or after a disconnect.
@@ -75,12 +84,17 @@ public:
     ++m_history.m_counts.processes;
     if (!m_open) return;
     ++m_history.m_counts.deaths;
-    if (m_kind == "commit" || m_kind == "disconnect") unknown(m_unit);
-    if (m_kind == "put" && m_mode == "d") unknown(m_target);
-    if (m_kind == "get") m_history.m_lostGets[m_queue + m_mode].push_back(m_begin);
+    undecided();
   }
 
 private:
+  void undecided() {
+    if (m_kind == "put" && m_mode == "d") unknown(m_target);
+    if (m_kind == "get") m_history.m_lostGets[m_queue + m_mode].push_back(m_begin);
+    if (m_kind != "commit" && m_kind != "disconnect") return;
+    unknown(m_unit);
+    m_unit = newUnit();
+  }
   Unit& unit(std::size_t number) { return m_history.m_units[number]; }
   std::size_t newUnit() {
     m_history.m_units.emplace_back();
@@ -112,11 +126,12 @@ private:
     for (std::string name; in >> name;) browse.names.push_back(name);
     m_history.m_browses.push_back(std::move(browse));
   }
-  void end(Fate fate, std::int64_t time) {
+  void end(Fate fate, bool good, std::int64_t time) {
     auto& counts = m_history.m_counts;
     ++(fate == Fate::kDecided ? counts.commits : counts.backouts);
     unit(m_unit).fate = fate;
     unit(m_unit).ended = time;
+    unit(m_unit).isLost = !good;
     m_unit = newUnit();
   }
 
@@ -199,6 +214,11 @@ void History::checkMessage(const std::string& name, const Message& message, Repo
   const Fate put = fateOf(message.unit);
   m_counts.put += put == Fate::kDecided;
   m_counts.got += gone - (message.left ? 1 : 0);
+  m_counts.gotAgain +=
+      gone > 0 &&
+      std::any_of(message.attempts.begin(), message.attempts.end(), [&](const Attempt& a) {
+        return fateOf(a.unit) == Fate::kUndone && m_units[a.unit].isLost;
+      });
   if (gone > 1) report.push_back(name + " was delivered " + std::to_string(gone) + " times");
   if (put == Fate::kUndone && seen(message))
     report.push_back(name + " was backed out and is there");
@@ -274,10 +294,12 @@ std::vector<std::string> History::faults() {
 
 std::ostream& operator<<(std::ostream& out, const History::Counts& counts) {
   return out << counts.processes << " processes, " << counts.deaths << " died in a call; "
-             << counts.calls << " calls, " << counts.commits << " commits, " << counts.backouts
-             << " backouts, " << counts.unknown << " units of work with unknown end; " << counts.put
-             << " messages put, " << counts.got << " got, " << counts.left << " left, "
-             << counts.browsed << " browsed; longest call " << counts.longestMs << " ms";
+             << counts.calls << " calls, " << counts.broken << " of them broken, " << counts.commits
+             << " commits, " << counts.backouts << " backouts, " << counts.unknown
+             << " units of work with unknown end; " << counts.put << " messages put, " << counts.got
+             << " got, " << counts.gotAgain << " of them again after a lost unit of work, "
+             << counts.left << " left, " << counts.browsed << " browsed; longest call "
+             << counts.longestMs << " ms";
 }
 
 } // namespace faults

@@ -14,6 +14,8 @@ namespace faults {
 /// not; a unit of work that its process died in before the commit has not.
 class History {
 public:
+  /// Where the server dies, too, calls may end with the loss of the connection.
+  explicit History(bool serverDies = false) : m_serverDies(serverDies) {}
   void read(const std::string& log);
   /// What was left on a queue when all workers were gone, in order.
   void left(const std::string& queue, const std::vector<std::string>& names);
@@ -24,6 +26,7 @@ public:
   struct Counts {
     std::size_t processes = 0, deaths = 0, calls = 0, commits = 0, backouts = 0, unknown = 0;
     std::size_t put = 0, got = 0, left = 0, browsed = 0, longestMs = 0;
+    std::size_t broken = 0, gotAgain = 0; ///< calls; messages that a lost unit of work had got
   };
   const Counts& counts() const { return m_counts; }
 
@@ -34,6 +37,7 @@ private:
     Fate fate = Fate::kUndone;
     std::vector<std::string> puts, gets;
     std::int64_t tried = 0, ended = INT64_MAX;
+    bool isLost = true; ///< until it was decided or backed out
   };
   struct Attempt { ///< somebody got a message
     std::size_t unit;
@@ -62,6 +66,7 @@ private:
   std::size_t timesGone(const Message& message) const;
   bool wasHeld(const Reading& reading, const std::string& queue, const Reading& other) const;
 
+  const bool m_serverDies;
   std::vector<Unit> m_units;
   std::map<std::string, Message> m_messages;
   std::map<std::pair<std::string, std::string>, std::vector<Reading>> m_readings;

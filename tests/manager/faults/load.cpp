@@ -123,6 +123,8 @@ private:
     const Codes codes = body();
     write("o " + std::to_string(codes.completion) + " " + std::to_string(codes.reason) + " " +
           m_more);
+    // After a commit the connection may be there again.
+    if (codes.reason == BXRC_CONNECTION_BROKEN && what != "commit") ::_exit(1);
     return codes == kOk;
   }
 

@@ -92,6 +92,8 @@ TEST_F(Rights, HoldForWhoeverUsesTheTablesToo) {
         "UPDATE manager SET format = 2", "SELECT free_segment(1, 1)"})
     EXPECT_NE(tries("m_put", harm), 0) << harm;
   EXPECT_EQ(tries("m_put", "SELECT name, depth FROM queues"), 0);
+  EXPECT_EQ(cluster.psql("postgres", "SELECT name, depth FROM \"bxm_M\".queues").out,
+            "AFTER|1\nBEFORE|1\nGOES|0\n");
   EXPECT_EQ(tries("m_browse", "SELECT * FROM messages_of('BEFORE')"), 0);
   EXPECT_EQ(bxadm({"grant", "M", "m_browse", "--to", "none"}).status, 0);
   EXPECT_NE(tries("m_browse", "SELECT * FROM messages_of('BEFORE')"), 0);
