@@ -66,7 +66,8 @@ PostgresSession::~PostgresSession() {
     PutBatch none(scratchFolder());
     backout(none);
     m_queues.clear();
-  } catch (const std::exception&) { // the server gives back what a lost connection had taken
+    if (m_main->alive()) m_main->run(); // or the server would log that its client was lost
+  } catch (const std::exception&) {     // the server gives back what a lost connection had taken
   }
 }
 

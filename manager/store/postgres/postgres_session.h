@@ -84,7 +84,7 @@ private:
   bool m_unitIsOpen = false;
   bool m_unitIsLost = false;
   Server* m_single = nullptr;
-  std::string m_why;             ///< the last commit failed
+  std::string m_why; ///< the last commit failed
   bool m_toldOfLookingAfter = false;
   std::string m_life;            ///< of the server: another one after a crash
   std::string m_transaction;     ///< the open one's id, when it has one

@@ -413,6 +413,7 @@ bool Server::takeNotices() {
 }
 
 bool Server::awaitNotice(Clock::time_point until) {
+  if (!m_sent.empty()) run(); // or the replies to what was sent would end the wait
   if (takeNotices()) return true;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
   pollfd descriptor{PQsocket(m_connection), POLLIN, 0};

@@ -3,7 +3,6 @@
 #include "tests/support/postgres_cluster.h"
 
 #include <gtest/gtest.h>
-#include <list>
 #include <set>
 
 namespace {
@@ -13,7 +12,7 @@ using namespace support;
 using Names = std::multiset<std::string>;
 
 PostgresCluster& cluster() {
-  static PostgresCluster one;
+  static PostgresCluster one({"fsync=off", "max_connections=20"});
   return one;
 }
 
@@ -22,19 +21,19 @@ class ConnectionFaults : public testing::Test {
 protected:
   ConnectionFaults() {
     cluster().psql("postgres", "DROP SCHEMA IF EXISTS \"bxm_M\" CASCADE");
-    EXPECT_EQ(program("bxadm",
-                      {"manager", "create", "M", "--default", "--store", cluster().uri("postgres")})
-                  .run()
-                  .status,
-              0);
+    EXPECT_EQ(run("bxadm", {"manager", "create", "M", "--default", "--store", direct}).status, 0);
     peer()->words("create Q");
   }
   void place(const std::string& uri) const {
     writeFile(home / "bxclient.ini", "[managers]\ndefault = M\nM = " + uri + "\n");
   }
-  Process& program(const std::string& name, std::vector<std::string> words) {
-    words.insert(words.begin(), binDir() + "/" + name);
-    return m_programs.emplace_back(std::move(words)).environment("BXM_HOME", home.path().string());
+  Result run(const std::string& name, std::vector<std::string> words,
+             const std::string& input = "") const {
+    words.insert(words.begin(), binDir() + (name == "ferry" ? "/../client/bin/" : "/") + name);
+    Process program(std::move(words));
+    program.environment("BXM_HOME", home.path().string())
+        .environment("PGPASSFILE", home / "pgpass");
+    return program.input(input).run();
   }
   std::unique_ptr<Peer> peer() const {
     auto made = std::make_unique<Peer>(
@@ -43,20 +42,9 @@ protected:
     made->words("connect");
     return made;
   }
-  static Names left() {
-    Names names;
-    for (const std::string& name : faults::split(
-             cluster()
-                 .psql("postgres", "SET search_path = \"bxm_M\"; SELECT line FROM messages_of('Q')")
-                 .out))
-      names.insert(name);
-    return names;
-  }
 
+  const std::string direct = cluster().uri("postgres");
   TempFolder home;
-
-private:
-  std::list<Process> m_programs;
 };
 
 /// What is on the queue as far as a program was told. It stops at the first failure.
@@ -157,6 +145,82 @@ TEST_F(ConnectionFaults, StatementsThatAreRefusedEndTheirUnitOfWorkAndNoOther) {
         for (const auto& [ask, answer] : granted ? after : before)
           EXPECT_EQ(worker->ask(ask), answer) << words << ": " << ask;
       }
+}
+
+TEST_F(ConnectionFaults, ThatKeepFromConnectingAreToldInTheDatabasesWords) {
+  cluster().psql("postgres", "CREATE ROLE nobody LOGIN; CREATE ROLE few LOGIN CONNECTION LIMIT 0;"
+                             "CREATE ROLE guarded LOGIN PASSWORD 'right'; CREATE ROLE off NOLOGIN");
+  const std::string rules = cluster().folder() + "/pg_hba.conf";
+  writeFile(rules, "local all guarded scram-sha-256\n" + readFile(rules));
+  cluster().psql("postgres", "SELECT pg_reload_conf()");
+  writeFile(home / "pgpass", "*:*:*:guarded:wrong\n");
+  std::filesystem::permissions(home / "pgpass", std::filesystem::perms(0600));
+  struct Row {
+    std::string place, reason, text;
+  };
+  for (const Row& row : {
+           Row{"postgresql:///postgres?host=" + home.path().string(), "2059", "No such file"},
+           Row{cluster().uri("nowhere"), "2059", "database \"nowhere\" does not exist"},
+           Row{cluster().uri("postgres", "stranger"), "2035", "role \"stranger\" does not exist"},
+           Row{cluster().uri("postgres", "off"), "2035", "not permitted to log in"},
+           Row{cluster().uri("postgres", "guarded"), "2035", "password authentication failed"},
+           Row{cluster().uri("postgres", "nobody"), "2035", "no right to use queue manager M"},
+           Row{cluster().uri("postgres", "few"), "2025", "too many connections"},
+       }) {
+    place(row.place);
+    const Result sent = run("ferry", {"-f", "Q"}, "one\n");
+    EXPECT_NE(sent.err.find("reason code " + row.reason), std::string::npos) << sent.err;
+    for (const Result& result : {sent, run("bxadm", {"queue", "list", "-m", "M"})})
+      EXPECT_TRUE(result.status != 0 && result.err.find(row.text) != std::string::npos)
+          << row.place << result.err;
+  }
+  place(direct);
+  std::vector<std::unique_ptr<Peer>> all;
+  EXPECT_THROW(for (;;) all.push_back(peer()), std::runtime_error);
+  EXPECT_NE(readFile(home / "errors").find("too many clients"), std::string::npos);
+}
+
+/// As it is where a table cannot grow: what is there can be had.
+TEST_F(ConnectionFaults, OfAFullDiskKeepNothingAndLoseNothing) {
+  const std::string path = "SET search_path = \"bxm_M\"; ";
+  EXPECT_EQ(run("ferry", {"-f", "Q"}, "1\n2\n").status, 0);
+  cluster().psql("postgres",
+                 path +
+                     "CREATE FUNCTION full_disk() RETURNS trigger LANGUAGE plpgsql AS "
+                     "$$ BEGIN RAISE 'no space left' USING ERRCODE = 'disk_full'; END $$;"
+                     "CREATE TRIGGER t BEFORE INSERT ON messages_1_0 EXECUTE FUNCTION full_disk();"
+                     "CREATE TRIGGER t BEFORE INSERT ON floor EXECUTE FUNCTION full_disk()");
+  const Result refused = run("ferry", {"-f", "Q"}, "3\n4\n");
+  EXPECT_NE((refused.out + refused.err).find("2056"), std::string::npos);
+  EXPECT_NE(refused.err.find("queue manager M: ERROR:  no space left"), std::string::npos);
+  EXPECT_EQ(run("ferry", {"-r", "Q", "-c", "1"}).out, "1\n");
+  cluster().psql("postgres", path + "DROP FUNCTION full_disk CASCADE");
+  EXPECT_EQ(run("ferry", {"-f", "Q"}, "3\n").status, 0);
+  EXPECT_EQ(run("ferry", {"-r", "Q"}).out, "2\n3\n");
+}
+
+/// Scripts go on with what does not count yet.
+TEST_F(ConnectionFaults, OfARestartedServerLoseAndDoubleNothing) {
+  Process scripts({"/bin/sh", "-c", R"(
+    (n=0; until seq $n 5999 | $FERRY -f Q 2>sent; do
+       c=$(sed -n 's/.*the first \([0-9]*\) records.*/\1/p' sent | head -1); n=$((n + ${c:-0}))
+     done; touch loaded) &
+    until [ -e loaded ] && $FERRY -r Q >part 2>>errors && ! [ -s part ]; do
+      [ -e loaded ] || $FERRY -r Q >part 2>>errors; grep -Ex '[0-9]+' part >>got; : >part
+    done
+    echo $(sort -u got | wc -l) $(sort got | uniq -d | wc -l) $(grep -c 'not known' errors))"});
+  scripts.in(home.path().string()).environment("BXM_HOME", home.path().string());
+  scripts.environment("FERRY", std::filesystem::absolute(binDir() + "/../client/bin/ferry"))
+      .start();
+  for (const int signal : {SIGINT, SIGQUIT, SIGINT, SIGQUIT}) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    cluster().stop(signal);
+    cluster().start();
+  }
+  const auto counts = faults::split(scripts.wait().out);
+  ASSERT_EQ(counts.size(), 3U);
+  EXPECT_EQ(counts[0], "6000");
+  EXPECT_LE(std::stoi(counts[1]), std::stoi(counts[2])) << "more were doubled than are unknown";
 }
 
 } // namespace

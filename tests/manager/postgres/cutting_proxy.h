@@ -20,9 +20,7 @@ namespace faults {
 /// at a message of the protocol. Those that are made later go through.
 class CuttingProxy {
 public:
-  explicit CuttingProxy(std::string serversFolder) : m_server(socketIn(serversFolder)) {
-    const sockaddr_un address = addressOf(socketIn(folder()));
-    ::bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  explicit CuttingProxy(std::string serversFolder) : m_server(std::move(serversFolder)) {
     ::listen(m_listener, 16);
     m_thread = std::thread([this] { relay(); });
   }
@@ -44,11 +42,14 @@ private:
     std::array<std::string, 2> read;
     bool hasStarted = false;
   };
-  static std::string socketIn(const std::string& folder) { return folder + "/.s.PGSQL.5432"; }
-  static sockaddr_un addressOf(const std::string& path) {
+  /// A socket that is bound or connected to the one that programs of the database look for.
+  static int socketIn(const std::string& folder,
+                      int (*bindOrConnect)(int, const sockaddr*, socklen_t)) {
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = ""};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
+    (folder + "/.s.PGSQL.5432").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int made = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bindOrConnect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    return made;
   }
 
   void relay() {
@@ -60,20 +61,15 @@ private:
       auto event = ready.begin() + 1;
       for (auto link = m_links.begin(); link != m_links.end();) {
         bool lives = true;
-        for (std::size_t from : {0U, 1U}) // a program's last words before the server's
+        for (std::size_t from : {0U, 1U})
           if ((event++)->revents != 0 && lives) lives = pass(*link, from);
         lives ? ++link : (cut(*link), link = m_links.erase(link));
       }
-      if (ready[0].revents != 0) accept();
+      if (ready[0].revents != 0)
+        m_links.push_back(
+            {{::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC), socketIn(m_server, ::connect)},
+             {}});
     }
-  }
-  void accept() {
-    const sockaddr_un address = addressOf(m_server);
-    Link link{{::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC),
-               ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)},
-              {}};
-    ::connect(link.ends[1], reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    m_links.push_back(link);
   }
   bool pass(Link& link, std::size_t from) {
     char bytes[65536];
@@ -100,7 +96,7 @@ private:
 
   support::TempFolder m_folder;
   const std::string m_server;
-  const int m_listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int m_listener = socketIn(folder(), ::bind);
   std::list<Link> m_links;
   std::atomic<int> m_left{-1};
   std::atomic<bool> m_stops{false};
