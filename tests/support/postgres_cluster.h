@@ -66,6 +66,7 @@ public:
     return "postgresql://" + user + "@/" + database + "?host=" + folder();
   }
   std::string folder() const { return m_folder.path().string(); } ///< where its socket is
+  std::string data() const { return m_folder / "data"; }
 
 private:
   static std::vector<std::string> asServer(std::vector<std::string> program) {
@@ -78,8 +79,6 @@ private:
     const Result result = Process(std::move(program)).run();
     if (result.status != 0) throw std::runtime_error(result.err);
   }
-
-  std::string data() const { return m_folder / "data"; }
 
   /// The server's own, so that it can make files there.
   struct Folder : TempFolder {

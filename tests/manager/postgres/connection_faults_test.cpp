@@ -150,7 +150,7 @@ TEST_F(ConnectionFaults, StatementsThatAreRefusedEndTheirUnitOfWorkAndNoOther) {
 TEST_F(ConnectionFaults, ThatKeepFromConnectingAreToldInTheDatabasesWords) {
   cluster().psql("postgres", "CREATE ROLE nobody LOGIN; CREATE ROLE few LOGIN CONNECTION LIMIT 0;"
                              "CREATE ROLE guarded LOGIN PASSWORD 'right'; CREATE ROLE off NOLOGIN");
-  const std::string rules = cluster().folder() + "/pg_hba.conf";
+  const std::string rules = cluster().data() + "/pg_hba.conf";
   writeFile(rules, "local all guarded scram-sha-256\n" + readFile(rules));
   cluster().psql("postgres", "SELECT pg_reload_conf()");
   writeFile(home / "pgpass", "*:*:*:guarded:wrong\n");
