@@ -2,9 +2,9 @@
 // ("queue NAME") or through a plain queue, the table plain_queue of a database ("table URI").
 //   paced put queue|table NAME SECONDS RATE UNIT
 //     RATE records a second, UNIT of them committed together
-//   paced get queue|table NAME SECONDS
-//     one a commit; every ten seconds a line: the seconds since the start, the number of records,
-//     and median, 99 % and longest of the time from put to get in ms
+//   paced get queue|table NAME SECONDS UNIT
+//     up to UNIT a commit; every ten seconds a line: the seconds since the start, the number of
+//     records, and median, 99 % and longest of the time from put to get in ms
 //   paced pass queue NAME COUNT UNIT
 //     COUNT records through a queue that holds 1,000 meanwhile; the seconds that each 100,000 took
 #include "bx/bx.h"
@@ -35,8 +35,8 @@ public:
   virtual ~Target() = default;
   /// Puts a record so many times, committed together.
   virtual void put(const std::string& record, int count) = 0;
-  /// The next record; none when none came for a while.
-  virtual std::optional<std::string> get() = 0;
+  /// The next records, up to so many, deleted together; none when none came for a while.
+  virtual std::vector<std::string> get(int count) = 0;
 };
 
 [[noreturn]] void fail(const std::string& why) {
@@ -66,17 +66,22 @@ public:
     }
     commit();
   }
-  std::optional<std::string> get() override {
-    auto record = take();
-    if (record) commit();
-    return record;
+  std::vector<std::string> get(int count) override {
+    std::vector<std::string> records;
+    while (static_cast<int>(records.size()) < count) {
+      auto record = take(records.empty() ? 200 : 0);
+      if (!record) break;
+      records.push_back(std::move(*record));
+    }
+    if (!records.empty()) commit();
+    return records;
   }
-  /// The same, but not committed yet.
-  std::optional<std::string> take() {
+  /// One, not committed yet.
+  std::optional<std::string> take(BXLONG wait) {
     BXMD descriptor = BXMD_DEFAULT;
     BXGMO options = BXGMO_DEFAULT;
-    options.options = BXGMO_SYNCPOINT | BXGMO_WAIT;
-    options.waitInterval = 200;
+    options.options = BXGMO_SYNCPOINT | (wait > 0 ? BXGMO_WAIT : 0);
+    options.waitInterval = wait;
     std::string record(kSize, ' ');
     BXLONG length = 0;
     ::BXGET(m_connection, m_object, &descriptor, &options, static_cast<BXLONG>(record.size()),
@@ -106,9 +111,9 @@ public:
   explicit Table(const std::string& uri) : m_connection(PQconnectdb(uri.c_str())) {
     prepare("put", "INSERT INTO plain_queue (body) SELECT $1 FROM generate_series(1, $2::int)", 2);
     prepare("get",
-            "DELETE FROM plain_queue WHERE id = (SELECT id FROM plain_queue ORDER BY id "
-            "FOR UPDATE SKIP LOCKED LIMIT 1) RETURNING body",
-            0);
+            "DELETE FROM plain_queue WHERE id = ANY (ARRAY(SELECT id FROM plain_queue ORDER BY id "
+            "FOR UPDATE SKIP LOCKED LIMIT $1::int)) RETURNING body",
+            1);
   }
   ~Table() override { PQfinish(m_connection); }
   Table(const Table&) = delete;
@@ -117,12 +122,13 @@ public:
   void put(const std::string& record, int count) override {
     execute("put", {record.c_str(), std::to_string(count).c_str()});
   }
-  std::optional<std::string> get() override {
-    for (int i = 0; i < 200; ++i) {
-      if (auto record = execute("get", {})) return record;
-      std::this_thread::sleep_for(milliseconds(1));
+  std::vector<std::string> get(int count) override {
+    std::vector<std::string> records;
+    for (int i = 0; i < 200 && records.empty(); ++i) {
+      if (i > 0) std::this_thread::sleep_for(milliseconds(1));
+      records = execute("get", {std::to_string(count).c_str()});
     }
-    return std::nullopt;
+    return records;
   }
 
 private:
@@ -131,15 +137,16 @@ private:
     if (PQresultStatus(result) != PGRES_COMMAND_OK) fail(PQerrorMessage(m_connection));
     PQclear(result);
   }
-  std::optional<std::string> execute(const char* name, const std::vector<const char*>& values) {
+  std::vector<std::string> execute(const char* name, const std::vector<const char*>& values) {
     PGresult* result = PQexecPrepared(m_connection, name, static_cast<int>(values.size()),
                                       values.data(), nullptr, nullptr, 0);
     const ExecStatusType status = PQresultStatus(result);
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) fail(PQerrorMessage(m_connection));
-    std::optional<std::string> record;
-    if (PQntuples(result) == 1) record = PQgetvalue(result, 0, 0);
+    std::vector<std::string> records;
+    for (int row = 0; row < PQntuples(result); ++row)
+      records.emplace_back(PQgetvalue(result, row, 0));
     PQclear(result);
-    return record;
+    return records;
   }
 
   PGconn* m_connection;
@@ -169,7 +176,7 @@ void pass(Queue& queue, long count, int unit) {
   for (long done = unit; done <= count; done += unit) {
     queue.put(timedRecord(), unit);
     for (int i = 0; i < unit; ++i)
-      if (!queue.take()) fail("a record is missing");
+      if (!queue.take(200)) fail("a record is missing");
     queue.commit();
     if (done % kPart != 0) continue;
     const auto now = Clock::now();
@@ -188,12 +195,12 @@ void report(std::vector<double>& times, Clock::duration since) {
   times.clear();
 }
 
-void get(Target& target, seconds time) {
+void get(Target& target, seconds time, int unit) {
   const auto begin = Clock::now();
   std::vector<double> times;
   for (auto next = begin + kWindow; Clock::now() < begin + time;) {
-    if (const auto record = target.get())
-      times.push_back(static_cast<double>(nanoseconds() - std::atoll(record->c_str())) / 1e6);
+    for (const std::string& record : target.get(unit))
+      times.push_back(static_cast<double>(nanoseconds() - std::atoll(record.c_str())) / 1e6);
     if (Clock::now() < next) continue;
     report(times, next - begin);
     next += kWindow;
@@ -217,8 +224,8 @@ int main(int count, char** values) {
     else
       target = std::make_unique<Table>(values[3]);
   }
-  if (what == "get")
-    get(*target, seconds(number));
+  if (what == "get" && count == 6)
+    get(*target, seconds(number), std::atoi(values[5]));
   else if (what == "put" && count == 7)
     put(*target, seconds(number), std::atof(values[5]), std::atoi(values[6]));
   else

@@ -1,9 +1,9 @@
 # What becomes of a queue in PostgreSQL while somebody else in the database holds a snapshot open, beside a
-# plain queue: two writers, two readers, each read committed by itself. Not a matter of runs, but
-# of time: minutes before, during and after.
+# plain queue: two writers, two readers, four records a commit each (one by one, the flushes of this many
+# commits would decide). Not a matter of runs, but of time: minutes before, during and after.
 pinned_minutes="1 10 1"
 pinned_rate=2000
-pinned_unit=10
+pinned_unit=4
 
 # dead_rows LIKE: dead rows and MiB of the tables with such names.
 dead_rows() {
@@ -23,7 +23,7 @@ pinned_run() {
   pg_fresh Q
   psql "$(pg_uri socket)" -qc "VACUUM"
   for k in 1 2; do
-    by_client socket "$tools/paced" get "$kind" "$name" "$all" >"$work/get.$kind.$k" &
+    by_client socket "$tools/paced" get "$kind" "$name" "$all" "$pinned_unit" >"$work/get.$kind.$k" &
     by_client socket "$tools/paced" put "$kind" "$name" "$all" $((pinned_rate / 2)) "$pinned_unit" &
   done
   sleep "$before"

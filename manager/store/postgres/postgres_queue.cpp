@@ -69,14 +69,14 @@ void PostgresQueue::unitEnded(bool committed) {
 // ---- Depth --------------------------------------------------------------------------------------
 
 /// Of what is put and not committed others tell the first few one by one, then in doubling steps.
-std::uint64_t PostgresQueue::counted(Server& server) {
-  const auto count = m_segments.count(server);
+std::uint64_t PostgresQueue::counted(Server& server, std::uint64_t limit) {
+  const auto count = m_segments.count(server, limit);
   m_gone = m_gone || !count;
   return count.value_or(0);
 }
 
 std::uint64_t PostgresQueue::depth() {
-  return counted(m_taken > 0 ? m_session.aside() : m_session.looking());
+  return counted(m_taken > 0 ? m_session.aside() : m_session.looking(), 0);
 }
 
 bool PostgresQueue::reserve(bool syncpoint) {
@@ -104,9 +104,9 @@ bool PostgresQueue::findRoom(bool syncpoint) {
     server.run();
     if (syncpoint) ++m_published;
   }
-  std::uint64_t depth = counted(m_taken > 0 ? m_session.aside() : server);
-  if (syncpoint) depth -= std::min(depth, m_published - m_reserved - 1); // told, and not yet used
   const auto most = static_cast<std::uint64_t>(m_definition.maxDepth);
+  std::uint64_t depth = counted(m_taken > 0 ? m_session.aside() : server, most);
+  if (syncpoint) depth -= std::min(depth, m_published - m_reserved - 1); // told, and not yet used
   if (depth > most) {
     if (!syncpoint) m_session.dropSingle();
     return false;

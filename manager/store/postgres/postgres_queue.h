@@ -86,7 +86,7 @@ private:
   Found takeJudged(Receiver& receiver, bool syncpoint);
   void remember(const std::vector<Arm>& arms, std::size_t found, std::int64_t sequence);
   void took(bool syncpoint);
-  std::uint64_t counted(Server& server);
+  std::uint64_t counted(Server& server, std::uint64_t limit);
   bool findRoom(bool syncpoint);
   void publish(Server& server, int exponent);
   void publishReserved();

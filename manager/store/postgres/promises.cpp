@@ -10,6 +10,8 @@ namespace {
 
 constexpr std::int64_t kTransactionBits = (1 << 20) - 1;
 
+std::uint64_t putsOf(std::int64_t key) { return std::uint64_t{1} << (key & 31); }
+
 /// "next:end:one,two": all before next are over, those listed and all from end on are not.
 struct Snapshot {
   explicit Snapshot(std::string_view text) {
@@ -63,6 +65,14 @@ Promises::Promises(const Reply& reply) {
       m_keys.insert(reply.number(row, 0));
 }
 
+std::uint64_t Promises::about(const Promises& before, const Promises& after) {
+  std::set<std::int64_t> keys = before.m_keys;
+  keys.insert(after.m_keys.begin(), after.m_keys.end());
+  std::uint64_t sum = 0;
+  for (const std::int64_t key : keys) sum += putsOf(key);
+  return sum;
+}
+
 std::optional<std::uint64_t> Promises::between(const Promises& before, std::string_view snapshot,
                                                const Promises& after) {
   const Snapshot seen(snapshot);
@@ -74,7 +84,7 @@ std::optional<std::uint64_t> Promises::between(const Promises& before, std::stri
     tell.insert(transaction & 0xFFFFFFFF);
     const bool isLater = transaction >= seen.m_end;
     if (isLater && !before.m_keys.contains(key)) return std::nullopt; // before or after the look?
-    if (isLater || seen.m_open.contains(transaction)) sum += std::uint64_t{1} << (key & 31);
+    if (isLater || seen.m_open.contains(transaction)) sum += putsOf(key);
   }
   // One that was in progress, tells nothing and is over by now may have told something.
   const auto isKnown = [&](std::int64_t transaction) {

@@ -30,6 +30,9 @@ public:
   static std::optional<std::uint64_t> between(const Promises& before, std::string_view snapshot,
                                               const Promises& after);
 
+  /// About how many, where that is enough: all that either look saw.
+  static std::uint64_t about(const Promises& before, const Promises& after);
+
 private:
   std::set<std::int64_t> m_keys, m_transactions;
 };

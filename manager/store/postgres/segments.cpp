@@ -185,7 +185,7 @@ std::string Segments::countStatement() const {
 }
 
 /// The messages as they were at one time, and what was promised at that time.
-std::optional<std::uint64_t> Segments::count(Server& server) {
+std::optional<std::uint64_t> Segments::count(Server& server, std::uint64_t limit) {
   const std::string promises = Promises::statement(returned());
   for (int left = kMostCounts;; --left) {
     if (!refresh(server)) return std::nullopt;
@@ -198,10 +198,12 @@ std::optional<std::uint64_t> Segments::count(Server& server) {
       forget();
       continue;
     }
-    const auto promised = Promises::between(Promises(*(replies.end() - 3)), counted.bytes(0, 2),
-                                            Promises(replies.back()));
-    if (promised || left == 0)
-      return static_cast<std::uint64_t>(counted.number(0, 1)) + promised.value_or(0);
+    const Promises before(*(replies.end() - 3)), after(replies.back());
+    const auto there = static_cast<std::uint64_t>(counted.number(0, 1));
+    const std::uint64_t about = there + Promises::about(before, after);
+    if (about <= limit / 2 || left == 0) return about;
+    if (const auto promised = Promises::between(before, counted.bytes(0, 2), after))
+      return there + *promised;
   }
 }
 

@@ -70,8 +70,8 @@ public:
   /// The first sequence of each arm that is not gone for good.
   std::string remainderStatement(const std::vector<Arm>& arms) const;
   /// The messages that are committed, and those that are put and not committed, as far as others
-  /// tell. Nullopt when the queue is gone.
-  std::optional<std::uint64_t> count(Server& server);
+  /// tell. Nullopt when the queue is gone. Up to half of limit the number need not be of one time.
+  std::optional<std::uint64_t> count(Server& server, std::uint64_t limit = 0);
 
   std::string tableAt(int place) const;
   std::string tableOf(const Segment& segment) const { return tableAt(segment.place); }
