@@ -1,7 +1,9 @@
-// postgres_floor load|read|make URI [COUNT]: the same work as the tool's, in a table of a plain
+// postgres_floor load|read|hold|make URI [COUNT]: the same work as the tool's, in a table of a plain
 // queue and in the fewest steps that PostgreSQL offers.
 //   load  lines from standard input, COPY in transactions of 1,000
-//   read  the first row to standard output, deleted in a transaction of its own, COUNT times
+//   read  the first row to standard output, deleted in a transaction of its own, COUNT times; who
+//         loses the connection in it loses the record
+//   hold  the same, but committed when the record has been written
 //   make  the empty table
 #include <cstdio>
 #include <cstdlib>
@@ -42,7 +44,25 @@ public:
   }
   /// False when there is none.
   bool take(std::string& body) {
-    PGresult* result = PQexecPrepared(m_connection, "take", 0, nullptr, nullptr, nullptr, 0);
+    return keep(PQexecPrepared(m_connection, "take", 0, nullptr, nullptr, nullptr, 0), body);
+  }
+  /// The same in a transaction that stays open; it begins on the same journey.
+  bool hold(std::string& body) {
+    expect(PQenterPipelineMode(m_connection) == 1);
+    expect(PQsendQueryParams(m_connection, "BEGIN", 0, nullptr, nullptr, nullptr, nullptr, 0) == 1);
+    expect(PQsendQueryPrepared(m_connection, "take", 0, nullptr, nullptr, nullptr, 0) == 1);
+    expect(PQpipelineSync(m_connection) == 1);
+    done(PQgetResult(m_connection), PGRES_COMMAND_OK);
+    PQgetResult(m_connection);
+    const bool found = keep(PQgetResult(m_connection), body);
+    PQgetResult(m_connection);
+    done(PQgetResult(m_connection), PGRES_PIPELINE_SYNC);
+    expect(PQexitPipelineMode(m_connection) == 1);
+    return found;
+  }
+
+private:
+  bool keep(PGresult* result, std::string& body) const {
     expect(PQresultStatus(result) == PGRES_TUPLES_OK);
     const bool found = PQntuples(result) == 1;
     if (found)
@@ -50,8 +70,6 @@ public:
     PQclear(result);
     return found;
   }
-
-private:
   void expect(bool good) const {
     if (good) return;
     std::fprintf(stderr, "postgres_floor: %s", PQerrorMessage(m_connection));
@@ -82,13 +100,14 @@ int load(Database& database) {
   return 0;
 }
 
-int read(Database& database, unsigned long count) {
+int read(Database& database, unsigned long count, bool holds) {
   database.prepareTake();
   std::string body;
   unsigned long done = 0;
-  while (done < count && database.take(body)) {
+  while (done < count && (holds ? database.hold(body) : database.take(body))) {
     body += '\n';
     if (::write(STDOUT_FILENO, body.data(), body.size()) < 0) return 1;
+    if (holds) database.execute("COMMIT");
     ++done;
   }
   std::fprintf(stderr, "(%lu) Records\n", done);
@@ -102,7 +121,8 @@ int main(int count, char** values) {
   if (what.empty()) return 2;
   Database database(values[2]);
   if (what == "load") return load(database);
-  if (what == "read" && count == 4) return read(database, std::strtoul(values[3], nullptr, 10));
+  if ((what == "read" || what == "hold") && count == 4)
+    return read(database, std::strtoul(values[3], nullptr, 10), what == "hold");
   if (what != "make") return 2;
   database.execute("SET client_min_messages = warning");
   database.execute("DROP TABLE IF EXISTS plain_queue");

@@ -4,11 +4,12 @@ postgres_counts="1 2 4 8"
 
 postgres_run() {
   local n few way
-  n=$(scaled 1000000) few=$(scaled 100000)
+  n=$(scaled 1000000) few=$(scaled 50000)
   for way in socket tcp; do
     pg_fresh Q
     postgres_pair "load.$way" "$way" "$n" -i "$(records "$n" 100)" -- -f Q -- load
     postgres_pair "read.$way" "$way" "$few" -- -r Q -c "$few" -- read "$few"
+    sample "postgres.read.$way.hold" timed "$few" -- "$tools/postgres_floor" hold "$(pg_uri "$way")" "$few"
   done
 }
 
@@ -37,7 +38,7 @@ postgres_tool() {
 postgres_many_run() {
   local k n few
   for k in $postgres_counts; do
-    n=$(($(scaled 400000) / k)) few=$(($(scaled 40000) / k))
+    n=$(($(scaled 400000) / k)) few=$(($(scaled 20000) / k))
     pg_fresh Q
     postgres_pair "writers.$k" socket "$n" -n "$k" -i "$(records "$n" 100)" -- -f Q -- load
     postgres_pair "readers.$k" socket "$few" -n "$k" -- -r Q -c "$few" -- read "$few"
@@ -79,13 +80,15 @@ measure_postgres() {
 
 table_postgres() {
   local n few way k
-  n=$(scaled 1000000) few=$(scaled 100000)
+  n=$(scaled 1000000) few=$(scaled 50000)
   have_postgres || { echo "No PostgreSQL server can be started: no figures of one." && return; }
   heading "In PostgreSQL: records of 100 bytes, a read commits each" \
     "work" "over" "records" "s" "records/s" "plain queue, s" "ratio"
   for way in socket tcp; do
     postgres_line load "$way" "$n" "load.$way"
     postgres_line read "$way" "$few" "read.$way"
+    line "read, plain queue committed when written" "$way" "$few" - - \
+      "$(spread "postgres.read.$way.hold")" "$(ratio "postgres.read.$way" "postgres.read.$way.hold")"
   done
   heading "In PostgreSQL: processes at once on one queue" \
     "work" "processes" "records" "s" "records/s" "plain queue, s" "ratio"
@@ -93,7 +96,7 @@ table_postgres() {
     postgres_line load "$k" $(($(scaled 400000) / k * k)) "writers.$k"
   done
   for k in $postgres_counts; do
-    postgres_line read "$k" $(($(scaled 40000) / k * k)) "readers.$k"
+    postgres_line read "$k" $(($(scaled 20000) / k * k)) "readers.$k"
   done
   heading "In PostgreSQL: one record, start to exit" "operation" "ms" "psql -c, ms" "ratio"
   for k in put read; do

@@ -246,7 +246,8 @@ Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
     if (syncpoint && takeLocked(receiver)) return Found::kDelivered;
     const bool quick = Clock::now() < m_anewDue;
     const std::size_t most = syncpoint ? howManyAhead() : 1;
-    const std::vector<Arm> arms = m_segments.arms(quick);
+    std::vector<Arm> arms = m_segments.arms(quick);
+    const bool narrowed = quick && narrow(arms);
     switch (most > 1 ? lockSome(arms, quick, most)
                      : tryTake(arms, {syncpoint, quick, false}, receiver)) {
     case Took::kOne:
@@ -254,11 +255,23 @@ Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
       return Found::kDelivered;
     case Took::kStale: break;
     case Took::kNothing:
+      if (narrowed) break;
       m_anewDue = {};
       if (!quick) return Found::kNothing;
     }
   }
   return Found::kNothing;
+}
+
+/// Leaves the arms that may have something, up to the first one that is not put into any more: a
+/// statement over many segments has much to begin with. When nothing is there, it is known by then.
+bool PostgresQueue::narrow(std::vector<Arm>& arms) const {
+  std::erase_if(arms, [](const Arm& arm) { return arm.from == Segment::kNothing; });
+  const auto sealed = std::find_if(
+      arms.begin(), arms.end(), [this](const Arm& arm) { return !m_segments.isLast(arm.segment); });
+  if (sealed == arms.end() || sealed + 1 == arms.end()) return false;
+  arms.erase(sealed + 1, arms.end());
+  return true;
 }
 
 Found PostgresQueue::takeJudged(Receiver& receiver, bool syncpoint) {

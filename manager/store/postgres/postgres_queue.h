@@ -73,6 +73,7 @@ private:
     std::string at;
   };
   enum class Took { kOne, kNothing, kStale };
+  bool narrow(std::vector<Arm>& arms) const;
   std::size_t howManyAhead() const;
   bool takeLocked(Receiver& receiver);
   void deliverLocked(Receiver& receiver);

@@ -3,6 +3,7 @@
 #include "manager/store/postgres/promises.h"
 
 #include <algorithm>
+#include <set>
 
 namespace bxm {
 
@@ -121,9 +122,11 @@ constexpr const char* kTold =
 
 std::string Segments::makeTake(const std::vector<Arm>& arms, bool exactly) const {
   std::string takes;
-  for (const Segment& segment : m_segments)
-    takes += ", t" + number(segment.place) + " AS (DELETE FROM " + tableOf(segment) +
-             " WHERE ctid = (SELECT at FROM found WHERE place = " + number(segment.place) + "))";
+  std::set<int> places;
+  for (const Arm& arm : arms) places.insert(m_segments.at(arm.segment).place);
+  for (const int place : places)
+    takes += ", t" + number(place) + " AS (DELETE FROM " + tableAt(place) +
+             " WHERE ctid = (SELECT at FROM found WHERE place = " + number(place) + "))";
   return found(arms, exactly, "1") + takes + kTold;
 }
 

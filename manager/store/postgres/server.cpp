@@ -45,8 +45,12 @@ void appendBig(std::string& out, Number value) {
     out += static_cast<char>(static_cast<std::uint64_t>(value) >> shift);
 }
 
+/// A prepared statement is there that was not prepared here, or is not there that was.
+bool isOtherSession(std::string_view state) { return state == "42P05" || state == "26000"; }
+
 BXLONG reasonOfState(std::string_view state) {
   const auto is = [state](const char* start) { return state.starts_with(start); };
+  if (isOtherSession(state)) return BXRC_Q_MGR_NOT_AVAILABLE;
   if (state.empty() || is("57P") || is("08") || is("25P03")) return BXRC_CONNECTION_BROKEN;
   if (is("42501") || is("28")) return BXRC_NOT_AUTHORIZED;
   if (is("53100") || is("54")) return BXRC_STORAGE_FULL;
@@ -63,6 +67,13 @@ std::string oneLine(const char* message) {
   for (char& c : text)
     if (c == '\n' || c == '\t') c = ' ';
   return text;
+}
+
+ServerError errorOf(const pg_result* result) {
+  const char* field = PQresultErrorField(result, PG_DIAG_SQLSTATE);
+  const std::string state = field ? field : "", text = oneLine(PQresultErrorMessage(result));
+  const char* pooled = "a pooler is in between that does not pool sessions: ";
+  return {reasonOfState(state), state, (isOtherSession(state) ? pooled : "") + text};
 }
 
 std::string quoted(const std::string& name) {
@@ -273,24 +284,19 @@ void Server::lose(const std::string& why) {
 
 void Server::execute(const std::string& script) {
   if (!m_connection) lose("the connection to the database was lost");
-  const bool pipelined = PQpipelineStatus(m_connection) != PQ_PIPELINE_OFF;
-  if (pipelined) {
-    collect(nullptr);
-    PQexitPipelineMode(m_connection);
-    PQsetnonblocking(m_connection, 0);
+  push();
+  collect(nullptr);
+  PQexitPipelineMode(m_connection);
+  if (PQsendQuery(m_connection, script.c_str()) != 1) lose(oneLine(PQerrorMessage(m_connection)));
+  push();
+  std::optional<ServerError> error;
+  while (pg_result* result = next()) {
+    if (PQresultStatus(result) == PGRES_FATAL_ERROR && !error) error = errorOf(result);
+    PQclear(result);
   }
-  PGresult* result = PQexec(m_connection, script.c_str());
-  const ExecStatusType status = PQresultStatus(result);
-  const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
-  const std::string told = state ? state : "", text = oneLine(PQresultErrorMessage(result));
-  PQclear(result);
-  if (PQstatus(m_connection) != CONNECTION_OK) lose(text);
-  if (pipelined) {
-    PQsetnonblocking(m_connection, 1);
-    PQenterPipelineMode(m_connection);
-  }
-  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
-    throw ServerError(reasonOfState(told), told, text);
+  if (error && error->reason() == BXRC_CONNECTION_BROKEN) lose(error->what());
+  PQenterPipelineMode(m_connection);
+  if (error) throw *error;
 }
 
 void Server::add(const std::string& statement, const Parameters& parameters) {
@@ -370,11 +376,7 @@ void Server::collect(std::vector<Reply>* replies) {
       continue;
     }
     const bool failed = status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK;
-    if (status == PGRES_FATAL_ERROR && !error && !sent.isDropped) {
-      const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
-      error.emplace(reasonOfState(state ? state : ""), state ? state : "",
-                    oneLine(PQresultErrorMessage(result)));
-    }
+    if (status == PGRES_FATAL_ERROR && !error && !sent.isDropped) error = errorOf(result);
     if (failed && !sent.prepares.empty()) m_prepared.erase(sent.prepares);
     if (!failed && sent.isStatement && !sent.isDropped && replies)
       replies->emplace_back(result);
