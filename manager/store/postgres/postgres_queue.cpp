@@ -569,14 +569,15 @@ void PostgresQueue::freeSegments() {
   }
 }
 
-/// Other sessions' scans begin where this one's do, and what has expired goes.
+/// Other sessions' scans begin where this one's do, and what has expired goes: in the order of an
+/// index, or the database would look through all the rest where it does not know it yet.
 void PostgresQueue::tidy() {
   m_tidyDue = Clock::now() + kBetweenTidying;
   Server& server = m_session.looking();
   for (const Segment& segment : m_segments.all()) {
     server.add("DELETE FROM " + m_segments.tableOf(segment) + " WHERE ctid IN (SELECT ctid FROM " +
                m_segments.tableOf(segment) +
-               " WHERE expires <= clock_ms() LIMIT 1000 FOR UPDATE SKIP LOCKED)");
+               " WHERE expires <= clock_ms() ORDER BY expires LIMIT 1000 FOR UPDATE SKIP LOCKED)");
     for (int priority = 0; priority < 10; ++priority)
       if (const auto floor = segment.floor.at(static_cast<std::size_t>(priority)); floor > 0)
         server.add("INSERT INTO floor VALUES ($1::int, $2::int, $3::int, $4::bigint)"
