@@ -9,14 +9,15 @@ as_server() {
   if [ "$(id -u)" = 0 ]; then setpriv --reuid=postgres --regid=postgres --clear-groups "$@"; else "$@"; fi
 }
 
-# start_postgres NUMBER: a server in a folder of that number, on a socket there and over loopback TCP.
+# start_postgres NUMBER [VARIABLE=VALUE...]: a server in a folder of that number, on a socket there and over
+# loopback TCP.
 start_postgres() {
   local data=$work/pg$1/data tries=0
   chmod 755 "$work"
   mkdir -p "$work/pg$1"
   [ "$(id -u)" != 0 ] || chown postgres "$work/pg$1"
   as_server "$pg_programs/initdb" -D "$data" -U postgres -A trust --locale=C.UTF-8 >>"$errors" 2>&1 || return 1
-  as_server "$pg_programs/postgres" -D "$data" -k "$work/pg$1" -p $((pg_base + $1)) \
+  as_server env "${@:2}" "$pg_programs/postgres" -D "$data" -k "$work/pg$1" -p $((pg_base + $1)) \
     -c listen_addresses=127.0.0.1 >"$work/pg$1.log" 2>&1 &
   until psql "$(pg_uri socket "$1")" -c 'SELECT 1' >/dev/null 2>&1; do
     [ $((++tries)) -lt 100 ] || die "the database server does not start"

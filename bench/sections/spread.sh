@@ -1,6 +1,6 @@
 # One stream spread over managers in several database servers. What bounds a server here is its disk, whose
 # flushes are made slow, and not the processors that all of them share: as if each were a machine.
-spread_flush_us=20000
+spread_flush_us=60000
 spread_counts="1 2 3"
 
 # spread_run COUNT RECORDS
@@ -12,11 +12,10 @@ spread_run() {
 measure_spread() {
   local k n
   [ -x "$pg_programs/postgres" ] || return 0
-  stop_postgres
   export BXM_HOME=$work/spread
   mkdir "$BXM_HOME"
   for k in 1 2 3; do
-    LD_PRELOAD=$tools/slow_disk.so BENCH_FLUSH_US=$spread_flush_us start_postgres "$k" || return 0
+    start_postgres "$k" LD_PRELOAD="$tools/slow_disk.so" BENCH_FLUSH_US=$spread_flush_us || return 0
     "$bxadm" manager create "S$((k - 1))" --store "$(pg_uri socket "$k")" >/dev/null
     "$bxadm" queue create Q -m "S$((k - 1))" --max-depth 100000000 >/dev/null
   done
