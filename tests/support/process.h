@@ -64,10 +64,7 @@ public:
     redirect(0, m_folder / "0", O_RDONLY);
     redirect(1, m_folder / "1", O_WRONLY | O_CREAT | O_APPEND);
     redirect(2, m_folder / "2", O_WRONLY | O_CREAT | O_APPEND);
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    // Its dlopen is the caller of the real one, so that the program's own RUNPATH is not searched.
-    environment("LD_LIBRARY_PATH", std::filesystem::absolute(libDir()).string());
-#endif
+    libraries(libDir());
   }
   ~Process() {
     for (const auto& [descriptor, pipe] : m_pipes) close(descriptor);
@@ -78,6 +75,14 @@ public:
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
+  /// Where a program finds its client library when it is not the build's.
+  Process& libraries([[maybe_unused]] const std::string& folder) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // Its dlopen is the caller of the real one, so that the program's own RUNPATH is not searched.
+    environment("LD_LIBRARY_PATH", std::filesystem::absolute(folder).string());
+#endif
+    return *this;
+  }
   Process& environment(const std::string& name, const std::string& value) {
     m_environment[name] = value;
     return *this;

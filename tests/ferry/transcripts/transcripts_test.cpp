@@ -116,6 +116,7 @@ public:
   static std::string answering() {
     return std::string(ANSWERING) + (inDatabase() ? "_postgres" : "");
   }
+  static std::string libraries() { return libDir() + (inDatabase() ? "/../client/lib" : ""); }
   static std::string path() {
     const std::string bin = std::filesystem::absolute(binDir()).string();
     return (inDatabase() ? bin + "/../client/bin:" : "") + bin + ":" + std::getenv("PATH");
@@ -140,7 +141,8 @@ TEST_P(Transcripts, ShowWhatHappens) {
   const Managers managers;
   for (const auto& [command, expected] : GetParam().steps) {
     Process bash({"/bin/bash", "-o", "pipefail", "-c", WORDS + command});
-    bash.environment("PATH", Managers::path())
+    bash.libraries(Managers::libraries())
+        .environment("PATH", Managers::path())
         .environment("BXM_HOME", managers.home())
         .environment("STORE", managers.store())
         .environment("CLIENT", Managers::client())

@@ -31,7 +31,8 @@ protected:
              const std::string& input = "") const {
     words.insert(words.begin(), binDir() + (name == "ferry" ? "/../client/bin/" : "/") + name);
     Process program(std::move(words));
-    program.environment("BXM_HOME", home.path().string())
+    program.libraries(libraries)
+        .environment("BXM_HOME", home.path().string())
         .environment("PGPASSFILE", home / "pgpass");
     return program.input(input).run();
   }
@@ -44,6 +45,7 @@ protected:
   }
 
   const std::string direct = cluster().uri("postgres");
+  const std::string libraries = libDir() + "/../client/lib";
   TempFolder home;
 };
 
@@ -209,7 +211,9 @@ TEST_F(ConnectionFaults, OfARestartedServerLoseAndDoubleNothing) {
       [ -e loaded ] || $FERRY -r Q >part 2>>errors; grep -Ex '[0-9]+' part >>got; : >part
     done
     echo $(sort -u got | wc -l) $(sort got | uniq -d | wc -l) $(grep -c 'not known' errors))"});
-  scripts.in(home.path().string()).environment("BXM_HOME", home.path().string());
+  scripts.libraries(libraries)
+      .in(home.path().string())
+      .environment("BXM_HOME", home.path().string());
   scripts.environment("FERRY", std::filesystem::absolute(binDir() + "/../client/bin/ferry"))
       .start();
   for (const int signal : {SIGINT, SIGQUIT, SIGINT, SIGQUIT}) {
