@@ -332,13 +332,14 @@ void Server::divide() {
 /// Sends what was added.
 void Server::push() {
   if (m_unfinished) divide();
-  const auto until = Clock::now() + kMostSilence;
+  auto until = Clock::now() + kMostSilence;
   for (int left; (left = PQflush(m_connection)) != 0;) {
     if (left < 0) lose(oneLine(PQerrorMessage(m_connection)));
     pollfd descriptor{PQsocket(m_connection), POLLIN | POLLOUT, 0};
     if (::poll(&descriptor, 1, 1000) < 0 && errno != EINTR) lose("cannot wait for the database");
     if ((descriptor.revents & POLLIN) && PQconsumeInput(m_connection) != 1)
       lose(oneLine(PQerrorMessage(m_connection)));
+    if (descriptor.revents & POLLOUT) until = Clock::now() + kMostSilence;
     if (Clock::now() > until) lose("the database takes nothing any more");
   }
 }
