@@ -2,15 +2,12 @@
 // queue and commits it. Prints the median, the 99th percentile and the longest time of a commit in
 // seconds, and their number.
 // commit_probe QUEUE -n COUNT: does that so many times in a row. Prints the mean time.
-#include "bx/bx.h"
+#include "bench/queue.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -22,43 +19,13 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kBetween{5};
 
-/// A connection with one queue open for output.
-class Probe {
-public:
-  explicit Probe(const std::string& queue) {
-    ::BXCONN("", &m_connection, &m_completion, &m_reason);
-    expectDone("BXCONN");
-    BXOD descriptor = BXOD_DEFAULT;
-    queue.copy(descriptor.objectName, BX_NAME_LENGTH);
-    ::BXOPEN(m_connection, &descriptor, BXOO_OUTPUT, &m_object, &m_completion, &m_reason);
-    expectDone("BXOPEN");
-  }
-
-  double putAndCommit() {
-    BXMD descriptor = BXMD_DEFAULT;
-    BXPMO options = BXPMO_DEFAULT;
-    options.options = BXPMO_SYNCPOINT;
-    const std::string record(100, 'p');
-    const auto begin = Clock::now();
-    ::BXPUT(m_connection, m_object, &descriptor, &options, static_cast<BXLONG>(record.size()),
-            record.data(), &m_completion, &m_reason);
-    expectDone("BXPUT");
-    ::BXCMIT(m_connection, &m_completion, &m_reason);
-    expectDone("BXCMIT");
-    return std::chrono::duration<double>(Clock::now() - begin).count();
-  }
-
-private:
-  void expectDone(const char* call) const {
-    if (m_completion == BXCC_OK) return;
-    std::fprintf(stderr, "commit_probe: %s: %d\n", call, m_reason);
-    std::exit(1);
-  }
-
-  BXHCONN m_connection = BXHC_UNUSABLE;
-  BXHOBJ m_object = BXHO_UNUSABLE;
-  BXLONG m_completion = BXCC_FAILED, m_reason = BXRC_NONE;
-};
+double putAndCommit(Queue& queue) {
+  const std::string record(100, 'p');
+  const auto begin = Clock::now();
+  queue.put(record);
+  queue.commit();
+  return std::chrono::duration<double>(Clock::now() - begin).count();
+}
 
 pid_t start(const char* in, char** command) {
   const pid_t pid = ::fork();
@@ -76,9 +43,9 @@ void report(std::vector<double>& times) {
 }
 
 int inARow(const char* queue, int count) {
-  Probe probe(queue);
+  Queue probe(queue, BXOO_OUTPUT);
   double sum = 0;
-  for (int i = 0; i < count; ++i) sum += probe.putAndCommit();
+  for (int i = 0; i < count; ++i) sum += putAndCommit(probe);
   std::printf("%.9f\n", sum / count);
   return 0;
 }
@@ -92,11 +59,11 @@ int main(int count, char** values) {
   char** command = values + (hasInput ? 4 : 2);
   if (count < 3 || !*command) return 2;
   const pid_t pid = start(hasInput ? values[3] : "/dev/null", command);
-  Probe probe(values[1]);
+  Queue probe(values[1], BXOO_OUTPUT);
   std::vector<double> times;
   int status = 0;
   while (::waitpid(pid, &status, WNOHANG) == 0) {
-    times.push_back(probe.putAndCommit());
+    times.push_back(putAndCommit(probe));
     std::this_thread::sleep_for(kBetween);
   }
   if (status != 0 || times.empty()) return 1;

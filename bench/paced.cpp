@@ -7,15 +7,12 @@
 //     records, and median, 99 % and longest of the time from put to get in ms
 //   paced pass queue NAME COUNT UNIT
 //     COUNT records through a queue that holds 1,000 meanwhile; the seconds that each 100,000 took
-#include "bx/bx.h"
+#include "bench/queue.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <libpq-fe.h>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,87 +41,50 @@ public:
   std::exit(1);
 }
 
-class Queue : public Target {
+constexpr BXLONG kWait = 200; ///< ms
+
+class QueueTarget : public Target {
 public:
-  explicit Queue(const std::string& name) {
-    ::BXCONN("", &m_connection, &m_completion, &m_reason);
-    expectDone("BXCONN");
-    BXOD descriptor = BXOD_DEFAULT;
-    name.copy(descriptor.objectName, BX_NAME_LENGTH);
-    ::BXOPEN(m_connection, &descriptor, BXOO_OUTPUT | BXOO_INPUT_SHARED, &m_object, &m_completion,
-             &m_reason);
-    expectDone("BXOPEN");
-  }
+  explicit QueueTarget(const std::string& name) : m_queue(name, BXOO_OUTPUT | BXOO_INPUT_SHARED) {}
   void put(const std::string& record, int count) override {
-    BXPMO options = BXPMO_DEFAULT;
-    options.options = BXPMO_SYNCPOINT;
-    for (int i = 0; i < count; ++i) {
-      BXMD descriptor = BXMD_DEFAULT;
-      ::BXPUT(m_connection, m_object, &descriptor, &options, static_cast<BXLONG>(record.size()),
-              record.data(), &m_completion, &m_reason);
-      expectDone("BXPUT");
-    }
-    commit();
+    for (int i = 0; i < count; ++i) m_queue.put(record);
+    m_queue.commit();
   }
   std::vector<std::string> get(int count) override {
     std::vector<std::string> records;
     while (static_cast<int>(records.size()) < count) {
-      auto record = take(records.empty() ? 200 : 0);
+      auto record = m_queue.get(kSize, records.empty() ? kWait : 0);
       if (!record) break;
       records.push_back(std::move(*record));
     }
-    if (!records.empty()) commit();
+    if (!records.empty()) m_queue.commit();
     return records;
-  }
-  /// One, not committed yet.
-  std::optional<std::string> take(BXLONG wait) {
-    BXMD descriptor = BXMD_DEFAULT;
-    BXGMO options = BXGMO_DEFAULT;
-    options.options = BXGMO_SYNCPOINT | (wait > 0 ? BXGMO_WAIT : 0);
-    options.waitInterval = wait;
-    std::string record(kSize, ' ');
-    BXLONG length = 0;
-    ::BXGET(m_connection, m_object, &descriptor, &options, static_cast<BXLONG>(record.size()),
-            record.data(), &length, &m_completion, &m_reason);
-    if (m_reason == BXRC_NO_MESSAGE_AVAILABLE) return std::nullopt;
-    expectDone("BXGET");
-    return record;
-  }
-  void commit() {
-    ::BXCMIT(m_connection, &m_completion, &m_reason);
-    expectDone("BXCMIT");
   }
 
 private:
-  void expectDone(const std::string& call) const {
-    if (m_completion != BXCC_OK) fail(call + ": " + std::to_string(m_reason));
-  }
-
-  BXHCONN m_connection = BXHC_UNUSABLE;
-  BXHOBJ m_object = BXHO_UNUSABLE;
-  BXLONG m_completion = BXCC_FAILED, m_reason = BXRC_NONE;
+  Queue m_queue;
 };
 
 /// What many would write by hand. Who finds nothing looks again after a millisecond.
-class Table : public Target {
+class TableTarget : public Target {
 public:
-  explicit Table(const std::string& uri) : m_connection(PQconnectdb(uri.c_str())) {
+  explicit TableTarget(const std::string& uri) : m_connection(PQconnectdb(uri.c_str())) {
     prepare("put", "INSERT INTO plain_queue (body) SELECT $1 FROM generate_series(1, $2::int)", 2);
     prepare("get",
             "DELETE FROM plain_queue WHERE id = ANY (ARRAY(SELECT id FROM plain_queue ORDER BY id "
             "FOR UPDATE SKIP LOCKED LIMIT $1::int)) RETURNING body",
             1);
   }
-  ~Table() override { PQfinish(m_connection); }
-  Table(const Table&) = delete;
-  Table& operator=(const Table&) = delete;
+  ~TableTarget() override { PQfinish(m_connection); }
+  TableTarget(const TableTarget&) = delete;
+  TableTarget& operator=(const TableTarget&) = delete;
 
   void put(const std::string& record, int count) override {
     execute("put", {record.c_str(), std::to_string(count).c_str()});
   }
   std::vector<std::string> get(int count) override {
     std::vector<std::string> records;
-    for (int i = 0; i < 200 && records.empty(); ++i) {
+    for (int i = 0; i < kWait && records.empty(); ++i) {
       if (i > 0) std::this_thread::sleep_for(milliseconds(1));
       records = execute("get", {std::to_string(count).c_str()});
     }
@@ -170,14 +130,12 @@ void put(Target& target, seconds time, double rate, int unit) {
   }
 }
 
-void pass(Queue& queue, long count, int unit) {
+void pass(QueueTarget& queue, long count, int unit) {
   for (long i = 0; i < kDepth; i += unit) queue.put(timedRecord(), unit);
   auto begin = Clock::now();
   for (long done = unit; done <= count; done += unit) {
     queue.put(timedRecord(), unit);
-    for (int i = 0; i < unit; ++i)
-      if (!queue.take(200)) fail("a record is missing");
-    queue.commit();
+    if (static_cast<int>(queue.get(unit).size()) != unit) fail("a record is missing");
     if (done % kPart != 0) continue;
     const auto now = Clock::now();
     std::printf("%.3f\n", std::chrono::duration<double>(now - begin).count());
@@ -213,16 +171,16 @@ int main(int count, char** values) {
   const std::string what = count > 4 ? values[1] : "";
   const int number = count > 4 ? std::atoi(values[4]) : 0;
   if (what == "pass" && count == 6) {
-    Queue queue(values[3]);
+    QueueTarget queue(values[3]);
     pass(queue, number, std::atoi(values[5]));
     return 0;
   }
   std::unique_ptr<Target> target;
   if (what == "put" || what == "get") {
     if (std::string(values[2]) == "queue")
-      target = std::make_unique<Queue>(values[3]);
+      target = std::make_unique<QueueTarget>(values[3]);
     else
-      target = std::make_unique<Table>(values[3]);
+      target = std::make_unique<TableTarget>(values[3]);
   }
   if (what == "get" && count == 6)
     get(*target, seconds(number), std::atoi(values[5]));

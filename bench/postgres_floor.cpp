@@ -1,5 +1,5 @@
-// postgres_floor load|read|hold|make URI [COUNT]: the same work as the tool's, in a table of a plain
-// queue and in the fewest steps that PostgreSQL offers.
+// postgres_floor load|read|hold|make URI [COUNT]: the same work as the tool's, in a table of a
+// plain queue and in the fewest steps that PostgreSQL offers.
 //   load  lines from standard input, COPY in transactions of 1,000
 //   read  the first row to standard output, deleted in a transaction of its own, COUNT times; who
 //         loses the connection in it loses the record

@@ -140,14 +140,14 @@ void Copy::copyUnit(QueueWalk& from, StoreQueue& to) {
 
 void Copy::put(const QueueWalk& message, StoreQueue& to) {
   const QueueDefinition& target = to.definition();
-  const std::string where = "queue " + target.name + " of " + m_to->managerName();
+  const auto where = [&] { return "queue " + target.name + " of " + m_to->managerName(); };
   if (messageData(message.stored()).size() > static_cast<std::size_t>(target.maxMessageLength))
-    throw Failure(BXRC_MESSAGE_TOO_BIG_FOR_Q, where + " takes messages of up to " +
+    throw Failure(BXRC_MESSAGE_TOO_BIG_FOR_Q, where() + " takes messages of up to " +
                                                   std::to_string(target.maxMessageLength) +
                                                   " bytes, and there is a larger one");
   if (!to.reserve(true))
     throw Failure(BXRC_Q_FULL,
-                  where + " is full: it holds " + std::to_string(target.maxDepth) + " messages");
+                  where() + " is full: it holds " + std::to_string(target.maxDepth) + " messages");
   m_puts.append(target.id, message.priority(), message.stored(), {},
                 messageExpiry(message.stored()) != 0);
   BXM_KILL_POINT("copy-put");

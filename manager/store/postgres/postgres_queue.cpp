@@ -28,6 +28,7 @@ constexpr std::uint64_t kRoomShare = 16;
 constexpr milliseconds kBetweenSettling{100};
 constexpr std::uint64_t kBetweenBounds = 32;
 constexpr seconds kBetweenTidying{1}, kBetweenLooks{1};
+constexpr std::size_t kMostSettled = 32, kMostTidied = 16;
 /// How large a segment gets, and after how many puts it is looked at.
 constexpr std::uint64_t kSegmentBytes = 16 << 20, kBetweenSizings = 8192;
 
@@ -347,24 +348,29 @@ PostgresQueue::Took PostgresQueue::learn(const Reply& reply, const std::vector<A
   return any ? Took::kOne : Took::kNothing;
 }
 
+Parameters PostgresQueue::scanParameters(const std::vector<Arm>& arms, bool fromStarts) const {
+  Parameters parameters;
+  parameters.add(key()).add(m_segments.version()).add(fromStarts ? m_returned : std::int64_t{-1});
+  for (const Arm& arm : arms) parameters.add(arm.from);
+  return parameters;
+}
+
+/// From the floors, so that for a while it need not be again.
+void PostgresQueue::scanned(Clock::time_point begin) {
+  const auto end = Clock::now();
+  m_anewDue = end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+}
+
 PostgresQueue::Took PostgresQueue::tryTake(const std::vector<Arm>& arms, const Taking& how,
                                            Receiver& receiver) {
   const auto begin = Clock::now();
   Server& server = how.syncpoint ? m_session.unit() : m_session.single();
-  Parameters parameters;
-  parameters.add(key())
-      .add(m_segments.version())
-      .add(how.fromStarts ? m_returned : std::int64_t{-1});
-  for (const Arm& arm : arms) parameters.add(arm.from);
-  const auto replies =
-      ask(server, m_segments.takeStatement(arms, how.exactly), parameters, how.syncpoint);
+  const auto replies = ask(server, m_segments.takeStatement(arms, how.exactly),
+                           scanParameters(arms, how.fromStarts), how.syncpoint);
   const Reply& reply = replies.back();
-  const Took told = learn(reply, how.exactly ? std::vector<Arm>() : arms, how.fromStarts);
-  if (told != Took::kStale && !how.fromStarts && !how.exactly) {
-    const auto end = Clock::now();
-    m_anewDue =
-        end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
-  }
+  static const std::vector<Arm> kNone;
+  const Took told = learn(reply, how.exactly ? kNone : arms, how.fromStarts);
+  if (told != Took::kStale && !how.fromStarts && !how.exactly) scanned(begin);
   if (told != Took::kOne) {
     if (!how.syncpoint) m_session.dropSingle(false);
     return told;
@@ -395,18 +401,13 @@ std::size_t PostgresQueue::howManyAhead() const {
 
 PostgresQueue::Took PostgresQueue::lockSome(const std::vector<Arm>& arms, bool fromStarts,
                                             std::size_t most) {
-  Parameters parameters;
-  parameters.add(key()).add(m_segments.version()).add(fromStarts ? m_returned : std::int64_t{-1});
-  for (const Arm& arm : arms) parameters.add(arm.from);
+  Parameters parameters = scanParameters(arms, fromStarts);
   parameters.add(static_cast<std::int32_t>(most));
   const auto begin = Clock::now();
   const auto replies = ask(m_session.unit(), m_segments.lockStatement(arms), parameters, true);
   const Reply& reply = replies.back();
   const Took told = learn(reply, arms, fromStarts);
-  const auto end = Clock::now();
-  if (told != Took::kStale && !fromStarts)
-    m_anewDue =
-        end + std::max<Clock::duration>(kBetweenFullScans, (end - begin) * kBetweenExpensive);
+  if (told != Took::kStale && !fromStarts) scanned(begin);
   m_locked.clear();
   m_lockedAt = m_deleted = 0;
   if (told != Took::kOne) return told;
@@ -417,7 +418,7 @@ PostgresQueue::Took PostgresQueue::lockSome(const std::vector<Arm>& arms, bool f
                          reply.number(row, 7)},
                         static_cast<int>(reply.number(row, 8)),
                         reply.text(row, 9)});
-  m_lockedUntil = end + kAheadLasts;
+  m_lockedUntil = Clock::now() + kAheadLasts;
   m_session.rememberTransaction(reply.text(0, 6));
   return Took::kOne;
 }
@@ -527,14 +528,15 @@ void PostgresQueue::lookAfter(std::uint64_t put, std::uint64_t bytes) {
 }
 
 /// Looks up what is gone for good: where a scan may begin, and which segments are empty. What is
-/// taken and not committed is still seen here.
+/// taken and not committed is still seen here. Of many segments those at the head are looked at.
 void PostgresQueue::settle() {
   m_sinceSettled = 0;
   m_settleDue = Clock::now() + kBetweenSettling;
   Server& server = m_session.looking();
   if (!refresh(server)) return;
-  const std::vector<Arm> arms = m_segments.arms(false);
+  std::vector<Arm> arms = m_segments.arms(false);
   if (arms.empty()) return;
+  if (arms.size() > kMostSettled) arms.erase(arms.begin() + kMostSettled, arms.end());
   Parameters from;
   for (const Arm& arm : arms) from.add(arm.from);
   server.add("SELECT settled_below() << 20");
@@ -574,17 +576,20 @@ void PostgresQueue::freeSegments() {
 void PostgresQueue::tidy() {
   m_tidyDue = Clock::now() + kBetweenTidying;
   Server& server = m_session.looking();
-  for (const Segment& segment : m_segments.all()) {
+  const std::size_t count = m_segments.all().size();
+  for (std::size_t i = 0; i < std::min(count, kMostTidied); ++i) {
+    const Segment& segment = m_segments.at(m_tidyAt++ % count);
     server.add("DELETE FROM " + m_segments.tableOf(segment) + " WHERE ctid IN (SELECT ctid FROM " +
                m_segments.tableOf(segment) +
                " WHERE expires <= clock_ms() ORDER BY expires LIMIT 1000 FOR UPDATE SKIP LOCKED)");
+  }
+  for (const Segment& segment : m_segments.all())
     for (int priority = 0; priority < 10; ++priority)
       if (const auto floor = segment.floor.at(static_cast<std::size_t>(priority)); floor > 0)
         server.add("INSERT INTO floor VALUES ($1::int, $2::int, $3::int, $4::bigint)"
                    " ON CONFLICT (queue, number, priority) DO UPDATE"
                    " SET sequence = greatest(floor.sequence, excluded.sequence)",
                    Parameters().add(key()).add(segment.number).add(priority).add(floor));
-  }
   server.add("SELECT tidy_up()");
   server.run();
 }

@@ -77,6 +77,8 @@ private:
   std::size_t howManyAhead() const;
   bool takeLocked(Receiver& receiver);
   void deliverLocked(Receiver& receiver);
+  Parameters scanParameters(const std::vector<Arm>& arms, bool fromStarts) const;
+  void scanned(Clock::time_point begin);
   Took lockSome(const std::vector<Arm>& arms, bool fromStarts, std::size_t most);
   Took learn(const Reply& reply, const std::vector<Arm>& arms, bool fromStarts);
   std::vector<Reply> ask(Server& server, const std::string& statement, const Parameters& parameters,
@@ -116,6 +118,7 @@ private:
   std::int64_t m_settledBelow = 0; ///< no sequence below will yet come to be seen
   std::int64_t m_returned = -1;
   Clock::time_point m_anewDue{}, m_settleDue{}, m_tidyDue{};
+  std::size_t m_tidyAt = 0;  ///< the segment to begin with
   std::vector<Seen> m_ahead; ///< messages that a browse will come to
   std::size_t m_aheadAt = 0;
   std::vector<Locked> m_locked; ///< in queue order

@@ -17,6 +17,9 @@ using Clock = std::chrono::steady_clock;
 
 /// Longer than the server's own limits, so that its reason is told where there is one.
 constexpr std::chrono::seconds kMostSilence{28};
+/// Longer ones are of a deep queue, whose segments change: kept, they would fill the server's
+/// memory.
+constexpr std::size_t kLongStatement = 4 << 10, kMostPrepared = 256;
 
 /// What a user's URI may say otherwise. A network that falls silent ends the connection within 30
 /// seconds; so does a statement that takes longer, and a lock after ten.
@@ -180,23 +183,16 @@ void ArrayOf::addNull() {
   appendBig(m_bytes, std::int32_t{-1});
 }
 
-void ArrayOf::add(std::int16_t number) {
+template <typename Number>
+void ArrayOf::addNumber(Number number) {
   ++m_size;
-  appendBig(m_bytes, std::int32_t{2});
+  appendBig(m_bytes, static_cast<std::int32_t>(sizeof number));
   appendBig(m_bytes, number);
 }
 
-void ArrayOf::add(std::int32_t number) {
-  ++m_size;
-  appendBig(m_bytes, std::int32_t{4});
-  appendBig(m_bytes, number);
-}
-
-void ArrayOf::add(std::int64_t number) {
-  ++m_size;
-  appendBig(m_bytes, std::int32_t{8});
-  appendBig(m_bytes, number);
-}
+template void ArrayOf::addNumber(std::int16_t);
+template void ArrayOf::addNumber(std::int32_t);
+template void ArrayOf::addNumber(std::int64_t);
 
 void ArrayOf::add(std::string_view bytes) {
   ++m_size;
@@ -299,15 +295,30 @@ void Server::execute(const std::string& script) {
   if (error) throw *error;
 }
 
+/// Nothing is on its way that may name them.
+void Server::forgetMany() {
+  if (m_prepared.size() < kMostPrepared || !m_sent.empty()) return;
+  m_prepared.clear();
+  if (PQsendQueryParams(m_connection, "DEALLOCATE ALL", 0, nullptr, nullptr, nullptr, nullptr, 0) !=
+      1)
+    lose(oneLine(PQerrorMessage(m_connection)));
+  m_sent.push_back({.isDropped = true});
+  divide();
+}
+
+const std::string& Server::prepare(const std::string& statement) {
+  forgetMany();
+  const auto [name, isNew] = m_prepared.try_emplace(statement);
+  if (!isNew) return name->second;
+  name->second = "s" + std::to_string(++m_names);
+  if (PQsendPrepare(m_connection, name->second.c_str(), statement.c_str(), 0, nullptr) != 1)
+    lose(oneLine(PQerrorMessage(m_connection)));
+  m_sent.push_back({.prepares = statement});
+  return name->second;
+}
+
 void Server::add(const std::string& statement, const Parameters& parameters) {
   if (!m_connection) lose("the connection to the database was lost");
-  auto name = m_prepared.find(statement);
-  if (name == m_prepared.end()) {
-    name = m_prepared.emplace(statement, "s" + std::to_string(++m_names)).first;
-    if (PQsendPrepare(m_connection, name->second.c_str(), statement.c_str(), 0, nullptr) != 1)
-      lose(oneLine(PQerrorMessage(m_connection)));
-    m_sent.push_back({false, statement, false});
-  }
   std::vector<const char*> values;
   std::vector<int> lengths, formats;
   for (const std::string& value : parameters.values()) {
@@ -315,17 +326,21 @@ void Server::add(const std::string& statement, const Parameters& parameters) {
     lengths.push_back(static_cast<int>(value.size()));
     formats.push_back(1);
   }
-  if (PQsendQueryPrepared(m_connection, name->second.c_str(), static_cast<int>(values.size()),
-                          values.data(), lengths.data(), formats.data(), 1) != 1)
-    lose(oneLine(PQerrorMessage(m_connection)));
-  m_sent.push_back({false, "", true});
+  const int count = static_cast<int>(values.size());
+  const int sent = statement.size() > kLongStatement
+                       ? PQsendQueryParams(m_connection, statement.c_str(), count, nullptr,
+                                           values.data(), lengths.data(), formats.data(), 1)
+                       : PQsendQueryPrepared(m_connection, prepare(statement).c_str(), count,
+                                             values.data(), lengths.data(), formats.data(), 1);
+  if (sent != 1) lose(oneLine(PQerrorMessage(m_connection)));
+  m_sent.push_back({.isStatement = true});
   m_unfinished = true;
 }
 
 void Server::divide() {
   if (!m_connection) lose("the connection to the database was lost");
   if (PQpipelineSync(m_connection) != 1) lose(oneLine(PQerrorMessage(m_connection)));
-  m_sent.push_back({true, "", false});
+  m_sent.push_back({.isDivision = true});
   m_unfinished = false;
 }
 
@@ -358,10 +373,9 @@ void Server::readMore(Clock::time_point until) {
     lose(oneLine(PQerrorMessage(m_connection)));
 }
 
-/// The next result, or null where one statement's results end.
+/// The next result, or null where one statement's results end. A large one may come slowly.
 pg_result* Server::next() {
-  const auto until = Clock::now() + kMostSilence;
-  while (PQisBusy(m_connection)) readMore(until);
+  while (PQisBusy(m_connection)) readMore(Clock::now() + kMostSilence);
   return PQgetResult(m_connection);
 }
 

@@ -50,9 +50,9 @@ public:
   enum class Element : std::uint32_t { kBytea = 17, kTid = 27, kInt8 = 20, kInt2 = 21, kInt4 = 23 };
   explicit ArrayOf(Element element);
   void addNull();
-  void add(std::int16_t number);
-  void add(std::int32_t number);
-  void add(std::int64_t number);
+  void add(std::int16_t number) { addNumber(number); }
+  void add(std::int32_t number) { addNumber(number); }
+  void add(std::int64_t number) { addNumber(number); }
   void add(std::string_view bytes);
   std::int32_t size() const { return m_size; }
   /// The whole; empty again afterwards.
@@ -60,6 +60,8 @@ public:
 
 private:
   void begin();
+  template <typename Number>
+  void addNumber(Number number);
 
   Element m_element;
   std::int32_t m_size = 0;
@@ -96,7 +98,8 @@ public:
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// Appends a statement, which is prepared when it comes for the first time.
+  /// Appends a statement, which is prepared when it comes for the first time; unless it is so long
+  /// that it names much which soon is otherwise.
   void add(const std::string& statement, const Parameters& parameters = {});
   /// What follows is apart from what precedes: it is done even when that fails.
   void divide();
@@ -121,12 +124,14 @@ public:
 private:
   struct Sent {
     bool isDivision = false;
-    std::string prepares; ///< the statement that counts as prepared when this succeeds
+    std::string prepares{}; ///< the statement that counts as prepared when this succeeds
     bool isStatement = false;
     bool isDropped = false; ///< nobody waits for its reply
   };
   [[noreturn]] void lose(const std::string& why);
   void push();
+  const std::string& prepare(const std::string& statement);
+  void forgetMany();
   pg_result* next();
   void readMore(std::chrono::steady_clock::time_point until);
   void collect(std::vector<Reply>* replies);

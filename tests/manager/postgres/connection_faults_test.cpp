@@ -204,7 +204,7 @@ TEST_F(ConnectionFaults, OfAFullDiskKeepNothingAndLoseNothing) {
 /// Scripts go on with what does not count yet.
 TEST_F(ConnectionFaults, OfARestartedServerLoseAndDoubleNothing) {
   Process scripts({"/bin/sh", "-c", R"(
-    (n=0; until seq $n 5999 | $FERRY -f Q 2>sent; do
+    (n=0; until seq $n 5999 | $FERRY -f Q >>said 2>sent; do
        c=$(sed -n 's/.*the first \([0-9]*\) records.*/\1/p' sent | head -1); n=$((n + ${c:-0}))
      done; touch loaded) &
     until [ -e loaded ] && $FERRY -r Q >part 2>>errors && ! [ -s part ]; do
@@ -222,7 +222,7 @@ TEST_F(ConnectionFaults, OfARestartedServerLoseAndDoubleNothing) {
     cluster().start();
   }
   const auto counts = faults::split(scripts.wait().out);
-  ASSERT_EQ(counts.size(), 3U);
+  ASSERT_EQ(counts.size(), 3U) << ::testing::PrintToString(counts);
   EXPECT_EQ(counts[0], "6000");
   EXPECT_LE(std::stoi(counts[1]), std::stoi(counts[2])) << "more were doubled than are unknown";
 }
