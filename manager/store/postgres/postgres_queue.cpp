@@ -28,6 +28,7 @@ constexpr std::uint64_t kRoomShare = 16;
 constexpr milliseconds kBetweenSettling{100};
 constexpr std::uint64_t kBetweenBounds = 32;
 constexpr seconds kBetweenTidying{1}, kBetweenLooks{1};
+constexpr std::size_t kLarge = 8 << 20;
 constexpr std::size_t kMostSettled = 32, kMostTidied = 16;
 /// How large a segment gets, and after how many puts it is looked at.
 constexpr std::uint64_t kSegmentBytes = 16 << 20, kBetweenSizings = 8192;
@@ -164,6 +165,7 @@ PostgresQueue::look(const std::optional<Position>& after, int most) {
     Parameters parameters;
     parameters.add(key()).add(pages);
     for (const Arm& arm : arms) parameters.add(arm.from - 1);
+    allowTime(server);
     const Reply reply = server.runOne(m_segments.lookStatement(arms), parameters);
     if (reply.rows() == 0 || reply.number(0, 0) != m_segments.version()) {
       m_segments.forget();
@@ -308,11 +310,18 @@ Found PostgresQueue::takeExactly(const Position& position, Receiver& receiver, b
   return Found::kNothing;
 }
 
+/// The server's time limit counts while it sends: a large message may take a slow network long.
+void PostgresQueue::allowTime(Server& server) const {
+  if (m_segments.longest() > kLarge)
+    server.add("SELECT set_config('statement_timeout', '10min', true)");
+}
+
 std::vector<Reply> PostgresQueue::ask(Server& server, const std::string& statement,
                                       const Parameters& parameters, bool syncpoint) {
   const bool bounds = m_boundHeld && ++m_sinceBounded >= kBetweenBounds;
   try {
     if (syncpoint) deleteGot(server);
+    allowTime(server);
     if (bounds) server.add("SELECT settled_below() << 20"); // before the look that it is to bound
     server.add(statement, parameters);
     std::vector<Reply> replies = server.run();

@@ -81,6 +81,7 @@ private:
   void scanned(Clock::time_point begin);
   Took lockSome(const std::vector<Arm>& arms, bool fromStarts, std::size_t most);
   Took learn(const Reply& reply, const std::vector<Arm>& arms, bool fromStarts);
+  void allowTime(Server& server) const;
   std::vector<Reply> ask(Server& server, const std::string& statement, const Parameters& parameters,
                          bool syncpoint);
   Took tryTake(const std::vector<Arm>& arms, const Taking& how, Receiver& receiver);
