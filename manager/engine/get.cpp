@@ -113,7 +113,8 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
-  if (queue->queue->definition().getInhibited) return failed(BXRC_GET_INHIBITED);
+  if (queue->queue->definition().getInhibited && queue->queue->latestDefinition().getInhibited)
+    return failed(BXRC_GET_INHIBITED);
   const Codes codes = getMessage(*queue, request);
   if (codes.completion != BXCC_FAILED || codes.reason == BXRC_TRUNCATED_FAILED)
     padInto(request.queueName, BX_NAME_LENGTH, queue->queue->definition().name);

@@ -20,6 +20,13 @@ BXLONG faultOf(const BXMD& descriptor) {
   return BXRC_NONE;
 }
 
+/// Why a queue takes no such message; 0 it does.
+BXLONG refusalOf(const QueueDefinition& queue, std::string_view data) {
+  if (queue.putInhibited) return BXRC_PUT_INHIBITED;
+  const auto most = static_cast<std::size_t>(queue.maxMessageLength);
+  return data.size() > most ? BXRC_MESSAGE_TOO_BIG_FOR_Q : BXRC_NONE;
+}
+
 /// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
 BXMD withDefaultTail(const BXMD& descriptor) {
   if (descriptor.version != BXMD_VERSION_1) return descriptor;
@@ -38,14 +45,13 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
   if (const BXLONG fault = faultOf(request.descriptor)) return failed(fault);
   if (request.data.size() > static_cast<std::size_t>(kMessageLengthLimit))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR);
-  const QueueDefinition& definition = queue->queue->definition();
-  if (definition.putInhibited) return failed(BXRC_PUT_INHIBITED);
-  if (request.data.size() > static_cast<std::size_t>(definition.maxMessageLength))
-    return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q);
+  if (refusalOf(queue->queue->definition(), request.data))
+    if (const BXLONG reason = refusalOf(queue->queue->latestDefinition(), request.data))
+      return failed(reason);
   if (!queue->queue->exists()) return failed(BXRC_Q_DELETED);
   const BXLONG asked = request.descriptor.priority;
-  const int priority =
-      asked == BXPRI_AS_Q_DEF ? definition.defaultPriority : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
+  const int priority = asked == BXPRI_AS_Q_DEF ? queue->queue->definition().defaultPriority
+                                               : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
   const Codes codes = store(*queue, request, priority);
   return codes.completion == BXCC_OK && asked > BXPRI_MAXIMUM
              ? warning(BXRC_PRIORITY_EXCEEDS_MAXIMUM)

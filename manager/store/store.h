@@ -63,8 +63,10 @@ class StoreQueue {
 public:
   virtual ~StoreQueue() = default;
 
-  /// As it is now; where the store is elsewhere, as it was when something was last asked of it.
+  /// As it was when something was last asked of the store, and as it is now. Who refuses something
+  /// because of the first asks the second.
   virtual const QueueDefinition& definition() = 0;
+  virtual const QueueDefinition& latestDefinition() { return definition(); }
   /// False once the queue has been deleted; every other call then finds nothing.
   virtual bool exists() = 0;
 

@@ -64,6 +64,12 @@ bool PostgresQueue::refresh(Server& server) {
   return !m_gone;
 }
 
+const QueueDefinition& PostgresQueue::latestDefinition() {
+  m_segments.forget();
+  refresh(m_session.looking());
+  return m_definition;
+}
+
 void PostgresQueue::unitEnded(bool committed) {
   if (!committed && m_taken > 0) m_anewDue = {};
   if (m_lockedAt < m_locked.size()) m_anewDue = {};
@@ -87,12 +93,18 @@ std::uint64_t PostgresQueue::depth() {
   return counted(m_taken > 0 ? m_session.aside() : m_session.looking(), 0);
 }
 
+/// Whether the maximum depth has been raised since it was looked at.
+bool PostgresQueue::mayHoldMore() {
+  const BXLONG before = m_definition.maxDepth;
+  return latestDefinition().maxDepth > before;
+}
+
 bool PostgresQueue::reserve(bool syncpoint) {
   if (m_gone) return true; // the put is told
   try {
     if (m_roomLeft > 0 && Clock::now() < m_roomUntil)
       --m_roomLeft;
-    else if (!findRoom(syncpoint))
+    else if (!findRoom(syncpoint) && !(mayHoldMore() && findRoom(syncpoint)))
       return false;
     if (syncpoint) publishReserved();
     return true;

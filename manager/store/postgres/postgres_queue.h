@@ -17,6 +17,7 @@ public:
   ~PostgresQueue() override;
 
   const QueueDefinition& definition() override { return m_definition; }
+  const QueueDefinition& latestDefinition() override;
   /// What the last look at the queue found.
   bool exists() override { return !m_gone; }
   std::uint64_t depth() override;
@@ -92,6 +93,7 @@ private:
   void remember(const std::vector<Arm>& arms, std::size_t found, std::int64_t sequence);
   void took(bool syncpoint);
   std::uint64_t counted(Server& server, std::uint64_t limit);
+  bool mayHoldMore();
   bool findRoom(bool syncpoint);
   void publish(Server& server, int exponent);
   void publishReserved();
