@@ -169,9 +169,9 @@ namespace {
 
 void readAttributes(const Api& api, BXHBAG nested, Answer& answer) {
   Codes done;
-  for (const BXLONG selector : {BXIA_CURRENT_DEPTH, BXIA_DEFAULT_PERSISTENCE,
-                                BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET, BXIA_INHIBIT_PUT,
-                                BXIA_MAX_MESSAGE_LENGTH, BXIA_MAX_DEPTH, BXIA_QUEUE_TYPE}) {
+  for (const BXLONG selector :
+       {BXIA_CURRENT_DEPTH, BXIA_DEFAULT_PERSISTENCE, BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET,
+        BXIA_INHIBIT_PUT, BXIA_MAX_MESSAGE_LENGTH, BXIA_MAX_DEPTH, BXIA_QUEUE_TYPE}) {
     BXLONG value = 0;
     api.bxInquireInteger(nested, selector, 0, &value, &done.completion, &done.reason);
     if (done == kOk) answer.numbers[selector] = value;
@@ -207,12 +207,12 @@ Answer Connection::command(BXLONG command, Bag& arguments) {
 }
 
 /// The command's own codes, or those of the call when it did not get as far.
-Codes Connection::createQueue(const std::string& queue,
-                              const std::map<BXLONG, BXLONG>& attributes) {
+Codes Connection::createQueue(const std::string& queue, const std::map<BXLONG, BXLONG>& attributes,
+                              BXLONG how) {
   Bag arguments(*m_api);
   arguments.add(BXCA_QUEUE_NAME, queue).add(BXIA_QUEUE_TYPE, BXQT_LOCAL);
   for (const auto& [selector, value] : attributes) arguments.add(selector, value);
-  const Answer answer = command(BXCMD_CREATE_QUEUE, arguments);
+  const Answer answer = command(how, arguments);
   return answer.codes == failed(BXRC_COMMAND_FAILED) ? answer.own : answer.codes;
 }
 

@@ -113,7 +113,8 @@ public:
   Codes disconnect();
 
   Answer command(BXLONG command, Bag& arguments);
-  Codes createQueue(const std::string& queue, const std::map<BXLONG, BXLONG>& attributes = {});
+  Codes createQueue(const std::string& queue, const std::map<BXLONG, BXLONG>& attributes = {},
+                    BXLONG how = BXCMD_CREATE_QUEUE);
   Codes deleteQueue(const std::string& queue, BXLONG purge = BXPO_NO);
   Answer inquire(const std::string& queue);
   BXLONG depth(const std::string& queue);

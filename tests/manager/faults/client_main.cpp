@@ -93,6 +93,7 @@ private:
     BXLONG number = 0;
     in >> number;
     if (verb == "create") return m_connection.create(queue, number ? number : 100000);
+    if (verb == "change") return m_connection.change(queue, number);
     if (verb == "delete") return m_connection.remove(queue, number != 0);
     if (verb != "depth") return {BXCC_FAILED, -1};
     const Codes codes = m_connection.depth(queue, number);

@@ -25,7 +25,8 @@ const std::vector<std::string> kScript{
     "disconnect",   "connect",  "sputn R d 3",    "commit",
     "sget R",       "sget R",   "delete R 1",     "create R",
     "put R again",  "backout",  "get R",          "put R last",
-    "create T",     "delete T", "sget Q",         "disconnect"};
+    "create T",     "delete T", "change Q 99999", "sget Q",
+    "disconnect"};
 
 /// Fills files of the log and empties them, but for a few old messages; of these one stays where it
 /// is while the others are moved and got. What says that messages were got lies in a file that is
@@ -178,7 +179,7 @@ constexpr const char* kPoints[] = {
     "release-lowered",    "backout-end",    "settle-begin",       "settle-written",
     "settle-entry",       "queue-claimed",  "queue-written",      "queue-prepared",
     "queue-live",         "delete-asked",   "delete-begin",       "delete-decided",
-    "delete-synced",      "file-closed"};
+    "delete-synced",      "queue-altered",  "file-closed"};
 constexpr const char* kSpacePoints[] = {"file-made",     "file-sealed",  "clean-begin",
                                         "clean-carried", "free-written", "free-synced",
                                         "free-removed",  "move-written", "move-entry"};

@@ -87,6 +87,10 @@ Codes Connection::create(const std::string& queue, BXLONG maxDepth) {
   return m_connection->createQueue(queue, {{BXIA_MAX_DEPTH, maxDepth}});
 }
 
+Codes Connection::change(const std::string& queue, BXLONG maxDepth) {
+  return m_connection->createQueue(queue, {{BXIA_MAX_DEPTH, maxDepth}}, BXCMD_CHANGE_QUEUE);
+}
+
 Codes Connection::remove(const std::string& queue, bool purge) {
   m_opened.erase(queue);
   return m_connection->deleteQueue(queue, purge ? BXPO_YES : BXPO_NO);

@@ -37,6 +37,7 @@ public:
   Codes browse(const std::string& queue, std::vector<std::string>& names);
 
   Codes create(const std::string& queue, BXLONG maxDepth);
+  Codes change(const std::string& queue, BXLONG maxDepth);
   Codes remove(const std::string& queue, bool purge);
   Codes depth(const std::string& queue, BXLONG& depth);
 
