@@ -65,7 +65,7 @@ by_client() {
 pg_fresh() {
   local name
   for name; do
-    BXM_HOME=$work/socket "$bxadm" queue delete "$name" >/dev/null 2>&1 || true
+    BXM_HOME=$work/socket "$bxadm" queue delete "$name" --force >/dev/null 2>&1 || true
   done
   BXM_HOME=$work/socket queue "$@"
   "$tools/postgres_floor" make "$(pg_uri socket)" 2>>"$errors"

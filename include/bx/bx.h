@@ -151,6 +151,8 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_DATA_LENGTH_ERROR 2010
 /* BXPUT: an expiry that is neither -1 nor above 0. */
 #define BXRC_EXPIRY_ERROR 2013
+/* BXGET: gets and browses of the queue are inhibited (bxadm queue alter). */
+#define BXRC_GET_INHIBITED 2016
 /* Any: no connection of this process, or one that has ended. */
 #define BXRC_HCONN_ERROR 2018
 /* Any: no queue or bag of this process, or one that has been closed. */
@@ -191,6 +193,8 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_PRIORITY_EXCEEDS_MAXIMUM 2049
 /* BXPUT: a priority below -1. */
 #define BXRC_PRIORITY_ERROR 2050
+/* BXPUT: puts to the queue are inhibited (bxadm queue alter). */
+#define BXRC_PUT_INHIBITED 2051
 /* BXPUT, BXGET: the queue has been deleted since it was opened. Close it. */
 #define BXRC_Q_DELETED 2052
 /* BXPUT: BXIA_MAX_DEPTH is reached, uncommitted messages counted. Wait until some are got. */
@@ -223,7 +227,7 @@ typedef BXLONG BXHBAG;  /* an administration bag */
 #define BXRC_WAIT_INTERVAL_ERROR 2090
 /* bxExecute, in the answer: there is a queue of that name. */
 #define BXRC_OBJECT_EXISTS 2100
-/* Any: the store is damaged. bxadm manager check tells where, repair saves the rest. */
+/* Any: the store is damaged. bxadm check tells where, repair saves the rest. */
 #define BXRC_OBJECT_DAMAGED 2101
 /* Any: memory, descriptors or table slots ran out (convention 10). */
 #define BXRC_RESOURCE_PROBLEM 2102
@@ -494,7 +498,7 @@ BXENTRY void BXCLOSE(BXHCONN connection, BXHOBJ* object, BXLONG options, BXLONG*
  *
  * Warning 2049: the priority was above 9 and the message was put at 9. 2050: priority below -1.
  * 2013: expiry neither -1 nor above 0. 2047: unknown persistence. 2030, 2031: longer than the
- * queue or the manager takes. 2053: the queue is at its maximum depth, uncommitted messages
+ * queue or the manager takes. 2051: puts are inhibited. 2053: the queue is at its maximum depth, uncommitted messages
  * counted; nothing was put. 2039: not open for output. 2052: the queue was deleted. 2124, without
  * syncpoint only: the message may have been put or not. 2026, 2173: the structures.
  */
@@ -520,7 +524,7 @@ BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* o
  * 2080: the buffer is too small; it is filled, the message stays, *dataLength tells what is needed.
  * Warning 2079: the same with BXGMO_ACCEPT_TRUNCATED_MESSAGE; the message was taken (or the
  * cursor moved). 2037, 2036: not open for input or browse. 2052: the queue was deleted. 2090: wait
- * below -1. 2124, without syncpoint only: the message may be gone, or there still. 2026, 2186: the
+ * below -1. 2016: gets are inhibited. 2124, without syncpoint only: the message may be gone, or there still. 2026, 2186: the
  * structures. 2010: no dataLength.
  */
 BXENTRY void BXGET(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXGMO* options,
@@ -566,6 +570,9 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 /* Attributes of a queue: integers ... */
 #define BXIA_CURRENT_DEPTH 3        /* committed messages plus uncommitted puts */
 #define BXIA_DEFAULT_PERSISTENCE 5  /* BXPER_*, 1 unless given */
+#define BXIA_DEFAULT_PRIORITY 6     /* of puts with BXPRI_AS_Q_DEF: 0 to 9, 0 unless given */
+#define BXIA_INHIBIT_GET 9          /* BXPO_YES: gets and browses are 2016 */
+#define BXIA_INHIBIT_PUT 10         /* BXPO_YES: puts are 2051 */
 #define BXIA_MAX_MESSAGE_LENGTH 13  /* bytes, 1 to 104,857,600; 4,194,304 unless given */
 #define BXIA_MAX_DEPTH 15           /* messages, 0 to 999,999,999; 5,000 unless given */
 #define BXIA_QUEUE_TYPE 20          /* BXQT_LOCAL */
@@ -588,6 +595,7 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 #define BXIA_COMPLETION (-6) /* in a nested bag: the command's own codes for this queue */
 #define BXIA_REASON (-7)
 
+#define BXCMD_CHANGE_QUEUE 8
 #define BXCMD_CREATE_QUEUE 11
 #define BXCMD_DELETE_QUEUE 12
 #define BXCMD_INQUIRE_QUEUE 13
@@ -642,7 +650,10 @@ BXENTRY void bxInquireBag(BXHBAG bag, BXLONG selector, BXLONG index, BXHBAG* nes
  * emptied first. It is another one, and not nested in any, else 2019.
  *
  *  create: BXIA_QUEUE_TYPE 1, and any of BXIA_MAX_DEPTH, BXIA_MAX_MESSAGE_LENGTH,
- *          BXIA_DEFAULT_PERSISTENCE, BXCA_CLUSTER_NAME.
+ *          BXIA_DEFAULT_PERSISTENCE, BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET, BXIA_INHIBIT_PUT,
+ *          BXCA_CLUSTER_NAME.
+ *  change: the same but for the cluster's name; what is not given stays as it is. It holds for those
+ *          who have the queue open, too; in a database from their next look at the queue on.
  *  delete: BXIA_PURGE. A queue may be deleted while others have it open: their calls then fail
  *          with 2052, and a commit that put to it with 2003.
  *  inquire: the inquiries tell which attributes are wanted; none means all.

@@ -20,6 +20,7 @@ public:
     (place.empty() ? embeddedCatalog() : postgresCatalog()).create(name, makeDefault, place);
   }
   void remove(const std::string& name) override { of(name).remove(name); }
+  void setDefault(const std::string& name) override { of(name).setDefault(name); }
   void setSettings(const std::string& name, const ManagerSettings& settings) override {
     of(name).setSettings(name, settings);
   }

@@ -5,12 +5,12 @@
 
 /// Stops a manager's command server.
 int main(int count, char** values) {
-  return bxm::admin::runProgram(
-      "endbxcsv", "Usage:\n endbxcsv [NAME]\n", count, values, [](auto& arguments) {
-        const std::string name = arguments.empty() ? "" : arguments.takeName();
-        arguments.expectEnd();
-        bxm::switchCommandServer(name, false);
-        std::printf("Command server stopped.\n");
-        return 0;
-      });
+  CLI::App program("Stops a queue manager's command server.", "endbxcsv");
+  std::string manager;
+  bxm::admin::addWord(program, "MANAGER", manager, "Another one than the default", true);
+  program.final_callback([&manager] {
+    bxm::switchCommandServer(manager, false);
+    std::puts("Command server stopped.");
+  });
+  return bxm::admin::runProgram(program, count, values);
 }

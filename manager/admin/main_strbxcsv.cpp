@@ -5,12 +5,12 @@
 
 /// Starts a manager's command server.
 int main(int count, char** values) {
-  return bxm::admin::runProgram(
-      "strbxcsv", "Usage:\n strbxcsv [NAME]\n", count, values, [](auto& arguments) {
-        const std::string name = arguments.empty() ? "" : arguments.takeName();
-        arguments.expectEnd();
-        bxm::switchCommandServer(name, true);
-        std::printf("Command server started.\n");
-        return 0;
-      });
+  CLI::App program("Starts a queue manager's command server.", "strbxcsv");
+  std::string manager;
+  bxm::admin::addWord(program, "MANAGER", manager, "Another one than the default", true);
+  program.final_callback([&manager] {
+    bxm::switchCommandServer(manager, true);
+    std::puts("Command server started.");
+  });
+  return bxm::admin::runProgram(program, count, values);
 }

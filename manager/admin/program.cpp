@@ -1,65 +1,128 @@
 #include "manager/admin/program.h"
 
+#include "bx/bx.h"
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <iostream>
+#include <unistd.h>
 
 namespace bxm::admin {
 
-std::string Arguments::takeWord() {
-  if (m_words.empty()) throw UsageError("a word is missing");
-  const std::string word = m_words.front();
-  m_words.erase(m_words.begin());
-  return word;
+namespace {
+
+/// The command that the words led to, however far that was.
+const CLI::App& innermost(const CLI::App& program) {
+  const CLI::App* command = &program;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+  return *command;
 }
 
-std::string Arguments::takeName() {
-  const std::string name = takeWord();
-  if (name.starts_with("-")) throw UsageError("unknown option '" + name + "'");
-  return name;
+std::string wordsOf(const CLI::App& command) {
+  const CLI::App* parent = command.get_parent();
+  return parent ? wordsOf(*parent) + " " + command.get_name() : command.get_name();
 }
 
-bool Arguments::takeFlag(const std::string& flag) {
-  const auto found = std::find(m_words.begin(), m_words.end(), flag);
-  if (found == m_words.end()) return false;
-  m_words.erase(found);
-  return true;
+std::string choicesOf(const CLI::App& command) {
+  std::string choices;
+  for (const CLI::App* choice :
+       command.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); }))
+    choices += (choices.empty() ? " " : "|") + choice->get_name();
+  return choices;
 }
 
-std::string Arguments::takeValue(const std::string& option) {
-  const auto value = takeOptionalValue(option);
-  if (!value) throw UsageError(option + " is missing");
-  return *value;
+/// In one line: the words that would be right.
+std::string usageOf(const CLI::App& command) {
+  std::string options, words;
+  bool others = false;
+  for (const CLI::Option* option : command.get_options()) {
+    const std::string name = option->get_name();
+    if (option->get_positional())
+      words += option->get_required() ? " " + name : " [" + name + "]";
+    else if (option->get_required())
+      options += " " + name + " " + option->get_type_name();
+    else
+      others = true;
+  }
+  return wordsOf(command) + (others ? " [OPTIONS]" : "") + options + words + choicesOf(command);
 }
 
-std::optional<std::string> Arguments::takeOptionalValue(const std::string& option) {
-  const auto found = std::find(m_words.begin(), m_words.end(), option);
-  if (found == m_words.end()) return std::nullopt;
-  if (found + 1 == m_words.end()) throw UsageError(option + " lacks its value");
-  const std::string value = found[1];
-  m_words.erase(found, found + 2);
-  return value;
+std::string oneLine(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
 }
 
-void Arguments::expectEnd() const {
-  if (!m_words.empty()) throw UsageError("'" + m_words.front() + "' is too much");
+} // namespace
+
+CLI::Option* addWord(CLI::App& command, const std::string& kind, std::string& word,
+                     const std::string& what, bool isOptional) {
+  CLI::Option* option = command.add_option(kind, word, what);
+  option->type_name("");
+  return isOptional ? option : option->required();
 }
 
-int runProgram(const char* name, const char* usage, int count, char** values,
-               const std::function<int(Arguments&)>& body) {
+void addManagerOption(CLI::App& command, std::string& manager) {
+  command.add_option("-m,--manager", manager, "Another queue manager than the default one")
+      ->type_name("MANAGER");
+}
+
+CLI::Option* addChoice(CLI::App& command, const std::string& name,
+                       const std::vector<std::string>& choices, std::string& choice,
+                       const std::string& what) {
+  return command.add_option(name, choice, what)
+      ->type_name(CLI::detail::join(choices, "|"))
+      ->check(CLI::IsMember(choices).description(""));
+}
+
+void addJsonFlag(CLI::App& command, bool& json) {
+  command.add_flag("--json", json, "Print JSON, for programs");
+}
+
+void addForceFlag(CLI::App& command, bool& force) {
+  command.add_flag("--force", force, "Do not ask");
+}
+
+int runProgram(CLI::App& program, int count, char** values) {
   std::signal(SIGXFSZ, SIG_IGN); // a file at its limit is an error like a full disk
+  const std::string name = program.get_name();
+  int status = 0;
   try {
-    Arguments arguments(count, values);
-    const int status = body(arguments);
-    if (std::fflush(stdout) == 0) return status;
-    std::fprintf(stderr, "%s: cannot write to standard output\n", name);
-  } catch (const UsageError& error) {
-    std::fprintf(stderr, "%s: %s\n%s", name, error.what(), usage);
+    program.parse(count, values);
+  } catch (const CLI::RuntimeError& ended) {
+    status = ended.get_exit_code();
+  } catch (const CLI::Success& wanted) { // help, or the version
+    program.exit(wanted);
+  } catch (const CLI::Error& error) {
+    const CLI::App& command = innermost(program);
+    const auto unknown = command.remaining();
+    const bool isUnknown = !unknown.empty() && !command.get_subcommands({}).empty();
+    std::fprintf(stderr, "%s: %s; usage: %s\n", wordsOf(command).c_str(),
+                 isUnknown ? ("there is no command " + unknown.front()).c_str()
+                           : oneLine(error.what()).c_str(),
+                 usageOf(command).c_str());
     return 2;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s: %s\n", name, error.what());
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), oneLine(error.what()).c_str());
+    return 1;
   }
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::cout) return status;
+  std::fprintf(stderr, "%s: cannot write to standard output\n", name.c_str());
   return 1;
+}
+
+void expectAnswer(bool force) {
+  if (!force && (::isatty(STDIN_FILENO) == 0 || ::isatty(STDERR_FILENO) == 0))
+    throw CLI::ValidationError("--force is needed where nobody can be asked");
+}
+
+bool isConfirmed(const std::string& question) {
+  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 } // namespace bxm::admin

@@ -1,39 +1,49 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <stdexcept>
+#include <CLI/CLI.hpp>
+
+#include <memory>
 #include <string>
 #include <vector>
 
-/// What the operator's programs share: their arguments and how they end.
+/// What the operator's programs share: how commands are declared, and how a program ends.
 namespace bxm::admin {
 
-/// The command line is wrong; the usage is shown.
-class UsageError : public std::runtime_error {
-public:
-  using std::runtime_error::runtime_error;
-};
+/// Declares a command whose options declare binds, and which run carries out with them: its result
+/// is the exit status.
+template <typename Options>
+CLI::App& addCommand(CLI::App& parent, const std::string& name, const std::string& does,
+                     void (*declare)(CLI::App&, Options&), int (*run)(const Options&)) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = parent.add_subcommand(name, does);
+  declare(*command, *options);
+  command->final_callback([options, run] {
+    if (const int status = run(*options)) throw CLI::RuntimeError(status);
+  });
+  return *command;
+}
 
-/// The words of a command line, taken one by one. Everything throws a UsageError.
-class Arguments {
-public:
-  Arguments(int count, char** values) : m_words(values + 1, values + count) {}
-  std::string takeWord();
-  std::string takeName();
-  bool takeFlag(const std::string& flag);
-  /// The word after an option that must be there, or may be.
-  std::string takeValue(const std::string& option);
-  std::optional<std::string> takeOptionalValue(const std::string& option);
-  bool empty() const { return m_words.empty(); }
-  void expectEnd() const;
+/// A word that a command takes by its place. What it names is told by its kind (MANAGER, QUEUE,
+/// FILE, ...), by which shells complete it.
+CLI::Option* addWord(CLI::App& command, const std::string& kind, std::string& word,
+                     const std::string& what, bool isOptional = false);
+/// -m: the manager that a command is about; without it the default one.
+void addManagerOption(CLI::App& command, std::string& manager);
+/// An option that takes one of some words.
+CLI::Option* addChoice(CLI::App& command, const std::string& name,
+                       const std::vector<std::string>& choices, std::string& choice,
+                       const std::string& what);
+void addJsonFlag(CLI::App& command, bool& json);
+void addForceFlag(CLI::App& command, bool& force);
 
-private:
-  std::vector<std::string> m_words;
-};
+/// Carries out a command line: status 0, 1 for a failure, 2 for wrong words, each told in one line
+/// on standard error.
+int runProgram(CLI::App& program, int count, char** values);
 
-/// Runs body; status 0, 1 with one line on standard error for a failure, 2 with the usage.
-int runProgram(const char* name, const char* usage, int count, char** values,
-               const std::function<int(Arguments&)>& body);
+/// Before something is destroyed without force: throws CLI::ValidationError where nobody can be
+/// asked.
+void expectAnswer(bool force);
+/// True when it is to go on.
+bool isConfirmed(const std::string& question);
 
 } // namespace bxm::admin

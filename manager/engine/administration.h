@@ -4,6 +4,7 @@
 #include "manager/store/catalog.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,20 +12,22 @@
 /// empty name is the default one. Everything throws a Failure whose text is made to be shown.
 namespace bxm {
 
-struct ManagerInfo {
-  std::string name;
-  bool isDefault = false;
-};
+using ManagerInfo = Catalog::Entry;
 
 /// place: postgresql://... for one in a database, empty for one in the folder of BXM_HOME.
 void createManager(const std::string& name, bool makeDefault, const std::string& place);
 void deleteManager(const std::string& name);
 std::vector<ManagerInfo> listManagers();
+/// Throws a Failure 2058 when there is none of that name.
+ManagerInfo findManager(const std::string& name);
+void setDefaultManager(const std::string& name);
 void switchCommandServer(const std::string& name, bool runs);
+bool commandServerRuns(const std::string& name);
 /// Of a manager in a database: lets a role put, get, browse or admin, or none of these any more.
 void grantAccess(const std::string& name, const std::string& role, const std::string& may);
 /// full: commits of gets wait for the disk, too.
 void setManagerSync(const std::string& name, bool full);
+ManagerSettings managerSettings(const std::string& name);
 
 using ManagerFindings = Catalog::Findings;
 using ManagerRepair = Catalog::Repair;
@@ -39,16 +42,24 @@ std::vector<std::string> backUpManager(const std::string& name, const std::strin
 void restoreManager(const std::string& source, const std::string& name);
 
 struct QueueInfo {
-  std::string name;
-  BXLONG maxDepth = 0;
-  BXLONG maxMessageLength = 0;
+  QueueDefinition definition;
   std::uint64_t depth = 0;
 };
 
-/// Of the info the name and the two limits are used; 0 leaves a limit at its default.
-void createLocalQueue(const std::string& manager, const QueueInfo& queue);
+/// What is to be set about a queue; the rest stays as it is, or as a new queue has it.
+struct QueueSettings {
+  std::optional<BXLONG> maxDepth, maxMessageLength, defaultPriority;
+  std::optional<bool> persistent, putInhibited, getInhibited;
+};
+
+void createLocalQueue(const std::string& manager, const std::string& name,
+                      const QueueSettings& settings);
+void alterLocalQueue(const std::string& manager, const std::string& name,
+                     const QueueSettings& settings);
 /// Deletes a queue with all that is on it.
 void deleteLocalQueue(const std::string& manager, const std::string& name);
+QueueInfo findLocalQueue(const std::string& manager, const std::string& name);
+/// In the order of the names.
 std::vector<QueueInfo> listLocalQueues(const std::string& manager);
 
 } // namespace bxm

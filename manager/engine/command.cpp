@@ -53,20 +53,45 @@ std::string queueNameIn(const Bag& bag) {
   return *name;
 }
 
+bool switchIn(const Bag& bag, BXLONG selector, bool byDefault) {
+  return integerIn(bag, selector, byDefault ? BXPO_YES : BXPO_NO, BXPO_NO, BXPO_YES) == BXPO_YES;
+}
+
+/// What the bag does not tell stays as it is.
+void setAttributes(const Bag& bag, QueueDefinition& queue) {
+  queue.maxDepth = integerIn(bag, BXIA_MAX_DEPTH, queue.maxDepth, 0, kMaxDepthLimit);
+  queue.maxMessageLength =
+      integerIn(bag, BXIA_MAX_MESSAGE_LENGTH, queue.maxMessageLength, 1, kMessageLengthLimit);
+  queue.defaultPersistence = integerIn(bag, BXIA_DEFAULT_PERSISTENCE, queue.defaultPersistence,
+                                       BXPER_NOT_PERSISTENT, BXPER_PERSISTENT);
+  queue.defaultPriority =
+      integerIn(bag, BXIA_DEFAULT_PRIORITY, queue.defaultPriority, 0, BXPRI_MAXIMUM);
+  queue.getInhibited = switchIn(bag, BXIA_INHIBIT_GET, queue.getInhibited);
+  queue.putInhibited = switchIn(bag, BXIA_INHIBIT_PUT, queue.putInhibited);
+}
+
 void createQueue(StoreSession& session, const Bag& arguments) {
-  checkSelectors(arguments, {BXCA_QUEUE_NAME, BXIA_QUEUE_TYPE, BXIA_MAX_DEPTH,
-                             BXIA_MAX_MESSAGE_LENGTH, BXIA_DEFAULT_PERSISTENCE, BXCA_CLUSTER_NAME});
+  checkSelectors(arguments,
+                 {BXCA_QUEUE_NAME, BXIA_QUEUE_TYPE, BXIA_MAX_DEPTH, BXIA_MAX_MESSAGE_LENGTH,
+                  BXIA_DEFAULT_PERSISTENCE, BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET,
+                  BXIA_INHIBIT_PUT, BXCA_CLUSTER_NAME});
   QueueDefinition definition;
   definition.name = queueNameIn(arguments);
   definition.cluster = textIn(arguments, BXCA_CLUSTER_NAME).value_or("");
   if (!definition.cluster.empty() && !isName(definition.cluster))
     throw Refusal{BXRC_UNKNOWN_OBJECT};
-  definition.maxDepth = integerIn(arguments, BXIA_MAX_DEPTH, kDefaultMaxDepth, 0, kMaxDepthLimit);
-  definition.maxMessageLength =
-      integerIn(arguments, BXIA_MAX_MESSAGE_LENGTH, kDefaultMessageLength, 1, kMessageLengthLimit);
-  definition.defaultPersistence = integerIn(arguments, BXIA_DEFAULT_PERSISTENCE, BXPER_PERSISTENT,
-                                            BXPER_NOT_PERSISTENT, BXPER_PERSISTENT);
+  setAttributes(arguments, definition);
   if (!session.createQueue(definition)) throw Refusal{BXRC_OBJECT_EXISTS};
+}
+
+void changeQueue(StoreSession& session, const Bag& arguments) {
+  checkSelectors(arguments, {BXCA_QUEUE_NAME, BXIA_QUEUE_TYPE, BXIA_MAX_DEPTH,
+                             BXIA_MAX_MESSAGE_LENGTH, BXIA_DEFAULT_PERSISTENCE,
+                             BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET, BXIA_INHIBIT_PUT});
+  auto definition = session.findQueue(queueNameIn(arguments));
+  if (!definition) throw Refusal{BXRC_UNKNOWN_OBJECT};
+  setAttributes(arguments, *definition);
+  if (!session.alterQueue(*definition)) throw Refusal{BXRC_UNKNOWN_OBJECT};
 }
 
 void deleteQueue(StoreSession& session, const Bag& arguments) {
@@ -103,6 +128,9 @@ Bag::Value attributeOf(BXLONG selector, StoreSession& session, const QueueDefini
   case BXIA_CURRENT_DEPTH:
     return static_cast<BXLONG>(std::min<std::uint64_t>(session.open(queue)->depth(), INT32_MAX));
   case BXIA_DEFAULT_PERSISTENCE: return queue.defaultPersistence;
+  case BXIA_DEFAULT_PRIORITY: return queue.defaultPriority;
+  case BXIA_INHIBIT_GET: return BXLONG{queue.getInhibited ? BXPO_YES : BXPO_NO};
+  case BXIA_INHIBIT_PUT: return BXLONG{queue.putInhibited ? BXPO_YES : BXPO_NO};
   case BXIA_MAX_MESSAGE_LENGTH: return queue.maxMessageLength;
   case BXIA_MAX_DEPTH: return queue.maxDepth;
   case BXIA_QUEUE_TYPE: return BXLONG{BXQT_LOCAL};
@@ -123,15 +151,17 @@ void inquireQueue(StoreSession& session, const Bag& arguments, Bag& answer) {
   if (!queue) throw Refusal{BXRC_UNKNOWN_OBJECT};
   std::vector<BXLONG> wanted = arguments.inquiries();
   if (wanted.empty())
-    wanted = {BXCA_QUEUE_NAME,      BXIA_QUEUE_TYPE,         BXIA_CURRENT_DEPTH,
-              BXIA_MAX_DEPTH,       BXIA_MAX_MESSAGE_LENGTH, BXIA_DEFAULT_PERSISTENCE,
-              BXCA_CREATION_DATE,   BXCA_CREATION_TIME,      BXCA_ALTERATION_DATE,
-              BXCA_ALTERATION_TIME, BXCA_CLUSTER_NAME,       BXCA_MANAGER_NAME};
+    wanted = {BXCA_QUEUE_NAME,       BXIA_QUEUE_TYPE,         BXIA_CURRENT_DEPTH,
+              BXIA_MAX_DEPTH,        BXIA_MAX_MESSAGE_LENGTH, BXIA_DEFAULT_PERSISTENCE,
+              BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET,        BXIA_INHIBIT_PUT,
+              BXCA_CREATION_DATE,    BXCA_CREATION_TIME,      BXCA_ALTERATION_DATE,
+              BXCA_ALTERATION_TIME,  BXCA_CLUSTER_NAME,       BXCA_MANAGER_NAME};
   for (const BXLONG selector : wanted) answer.add(selector, attributeOf(selector, session, *queue));
 }
 
 void run(StoreSession& session, BXLONG command, const Bag& arguments, Bag& answer) {
   switch (command) {
+  case BXCMD_CHANGE_QUEUE: return changeQueue(session, arguments);
   case BXCMD_CREATE_QUEUE: return createQueue(session, arguments);
   case BXCMD_DELETE_QUEUE: return deleteQueue(session, arguments);
   case BXCMD_INQUIRE_QUEUE: return inquireQueue(session, arguments, answer);

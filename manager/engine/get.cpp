@@ -113,6 +113,7 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
+  if (queue->queue->definition().getInhibited) return failed(BXRC_GET_INHIBITED);
   const Codes codes = getMessage(*queue, request);
   if (codes.completion != BXCC_FAILED || codes.reason == BXRC_TRUNCATED_FAILED)
     padInto(request.queueName, BX_NAME_LENGTH, queue->queue->definition().name);
@@ -134,6 +135,7 @@ Codes Connection::getMessage(OpenQueue& queue, GetRequest& request) {
     case Found::kNothing: break;
     }
     if (!queue.queue->exists()) return failed(BXRC_Q_DELETED);
+    if (queue.queue->definition().getInhibited) return failed(BXRC_GET_INHIBITED);
     if (underCursor) return failed(BXRC_NO_MESSAGE_UNDER_CURSOR);
     if (waits && !deadline) deadline = deadlineOf(request.wait);
     if (!waits || Clock::now() >= *deadline) return failed(BXRC_NO_MESSAGE_AVAILABLE);

@@ -20,9 +20,6 @@ BXLONG faultOf(const BXMD& descriptor) {
   return BXRC_NONE;
 }
 
-/// The priority of messages that ask for the queue's default.
-constexpr int kDefaultPriority = 0;
-
 /// Version 1 descriptors end before the group identifier: what lies there is not the caller's.
 BXMD withDefaultTail(const BXMD& descriptor) {
   if (descriptor.version != BXMD_VERSION_1) return descriptor;
@@ -41,12 +38,14 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
   if (const BXLONG fault = faultOf(request.descriptor)) return failed(fault);
   if (request.data.size() > static_cast<std::size_t>(kMessageLengthLimit))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR);
-  if (request.data.size() > static_cast<std::size_t>(queue->queue->definition().maxMessageLength))
+  const QueueDefinition& definition = queue->queue->definition();
+  if (definition.putInhibited) return failed(BXRC_PUT_INHIBITED);
+  if (request.data.size() > static_cast<std::size_t>(definition.maxMessageLength))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q);
   if (!queue->queue->exists()) return failed(BXRC_Q_DELETED);
   const BXLONG asked = request.descriptor.priority;
   const int priority =
-      asked == BXPRI_AS_Q_DEF ? kDefaultPriority : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
+      asked == BXPRI_AS_Q_DEF ? definition.defaultPriority : std::min<BXLONG>(asked, BXPRI_MAXIMUM);
   const Codes codes = store(*queue, request, priority);
   return codes.completion == BXCC_OK && asked > BXPRI_MAXIMUM
              ? warning(BXRC_PRIORITY_EXCEEDS_MAXIMUM)

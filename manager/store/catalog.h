@@ -9,11 +9,6 @@
 
 namespace bxm {
 
-/// What can be set about a manager.
-struct ManagerSettings {
-  bool syncFull = false; ///< commits of gets wait for the disk
-};
-
 /// The managers that a binding can reach.
 class Catalog {
 public:
@@ -28,6 +23,8 @@ public:
   virtual void create(const std::string& name, bool makeDefault, const std::string& place) = 0;
   /// Throws Failure: 2058 unknown, 2042 somebody is connected.
   virtual void remove(const std::string& name) = 0;
+  /// Marks it the one that is meant where none is named. Throws Failure 2058.
+  virtual void setDefault(const std::string& name) = 0;
   virtual void setSettings(const std::string& name, const ManagerSettings& settings) = 0;
 
   /// Lets a role of the database put, get, browse or admin; none takes everything back. Throws
@@ -37,6 +34,7 @@ public:
   struct Entry {
     std::string name;
     bool isDefault = false;
+    std::string place{}; ///< its folder, or the URI of its database
   };
   /// In the order of the names.
   virtual std::vector<Entry> list() = 0;

@@ -113,6 +113,12 @@ void encodeMessageHeader(const BXMD& descriptor, const MessageTimes& times, cons
   if (flags & kWholeDescriptor) append(&descriptor, sizeof descriptor);
 }
 
+std::int64_t messagePutTime(std::string_view stored) {
+  flagsIn(stored); // is readable
+  const char* p = stored.data() + 3;
+  return takeLittle<std::int64_t>(p);
+}
+
 std::int64_t messageExpiry(std::string_view stored) {
   if (!(flagsIn(stored) & kExpires)) return 0;
   if (stored.size() < kFixedSize + 8)

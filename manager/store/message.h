@@ -62,6 +62,9 @@ bool isZero(const BXBYTE (&identifier)[BX_IDENTIFIER_LENGTH]);
 void encodeMessageHeader(const BXMD& descriptor, const MessageTimes& times, const MadeId& made,
                          std::string& out);
 
+/// When the message was put, ms since 1970.
+std::int64_t messagePutTime(std::string_view stored);
+
 /// When the message expires, ms since 1970; 0 never.
 std::int64_t messageExpiry(std::string_view stored);
 

@@ -22,8 +22,11 @@ struct QueueDefinition {
   BXLONG maxDepth = kDefaultMaxDepth;
   BXLONG maxMessageLength = kDefaultMessageLength;
   BXLONG defaultPersistence = BXPER_PERSISTENT;
+  BXLONG defaultPriority = 0;
+  bool putInhibited = false, getInhibited = false;
   std::int64_t created = 0; ///< seconds since 1970, UTC
   std::int64_t altered = 0;
+  std::int64_t version = 0; ///< of a store that numbers its alterations
 };
 
 /// The stored form, without the name, which is the key it is stored under.

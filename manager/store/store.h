@@ -53,12 +53,18 @@ enum class Found { kDelivered, kRefused, kNothing };
 /// the unit of work is backed out.
 enum class Committed { kDone, kFailed, kQueueGone, kUnknown };
 
+/// What can be set about a manager.
+struct ManagerSettings {
+  bool syncFull = false; ///< commits of gets wait for the disk
+};
+
 /// One queue as one session uses it. Must not outlive the session.
 class StoreQueue {
 public:
   virtual ~StoreQueue() = default;
 
-  virtual const QueueDefinition& definition() const = 0;
+  /// As it is now; where the store is elsewhere, as it was when something was last asked of it.
+  virtual const QueueDefinition& definition() = 0;
   /// False once the queue has been deleted; every other call then finds nothing.
   virtual bool exists() = 0;
 
@@ -101,9 +107,13 @@ public:
   virtual std::vector<QueueDefinition> listQueues() = 0;
   /// Assigns id and slot. False when the name exists.
   virtual bool createQueue(QueueDefinition& definition) = 0;
+  /// Stores limits and attributes of the queue that the definition's id tells, and sets when it was
+  /// altered. False when it has been deleted.
+  virtual bool alterQueue(QueueDefinition& definition) = 0;
   enum class Deleted { kDone, kUnknownQueue, kNotEmpty };
   virtual Deleted deleteQueue(std::string_view name, bool purge) = 0;
 
+  virtual ManagerSettings settings() = 0;
   virtual bool commandServerRuns() = 0;
   virtual void setCommandServer(bool runs) = 0;
 

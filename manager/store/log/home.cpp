@@ -228,6 +228,11 @@ void Home::create(const std::string& name, bool makeDefault, const std::string& 
   if (makeDefault) markDefault(home, name);
 }
 
+void Home::setDefault(const std::string& name) {
+  folderOf(name); // must be there
+  markDefault(Folder(m_folder), name);
+}
+
 void Home::letGo(const std::string& name) {
   const std::lock_guard guard(m_mutex);
   m_latest.reset();
@@ -354,7 +359,7 @@ std::vector<Catalog::Entry> Home::list() {
     const bool mayLook = ::access(home->pathOf(name).c_str(), X_OK) == 0;
     if (!mayLook || !ManagerFile::isIn({*home, name})) continue;
     const std::string decoded = decodeFolderName(name);
-    managers.push_back({decoded, decoded == marked});
+    managers.push_back({decoded, decoded == marked, home->pathOf(name)});
   }
   std::sort(managers.begin(), managers.end(),
             [](const Entry& a, const Entry& b) { return a.name < b.name; });

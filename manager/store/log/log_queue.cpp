@@ -33,6 +33,16 @@ LogQueue::LogQueue(LogSession& session, const QueueDefinition& definition)
           session.store().runtime().claimAccess(session.slot(), definition.slot, definition.id)),
       m_access(session.store().runtime().access(m_accessSlot)) {}
 
+const QueueDefinition& LogQueue::definition() {
+  const std::uint32_t alterations = m_share->slot.alterations.load();
+  if (alterations != m_alterationsSeen) {
+    const auto now = m_session.store().queues().at(m_share->number);
+    if (now && now->id == m_definition.id) m_definition = *now;
+    m_alterationsSeen = alterations;
+  }
+  return m_definition;
+}
+
 LogQueue::~LogQueue() {
   if (m_abandoned) return;
   releaseTaken();
@@ -77,7 +87,7 @@ std::uint64_t LogQueue::depth() {
 }
 
 bool LogQueue::reserve(bool /*syncpoint*/) {
-  const auto most = static_cast<std::uint64_t>(m_definition.maxDepth);
+  const auto most = static_cast<std::uint64_t>(definition().maxDepth);
   for (;;) {
     // Counted before it is checked: of two that meet at the limit, none passes it, and who deletes
     // an empty queue sees it, or is seen here.

@@ -16,7 +16,7 @@ public:
   LogQueue(LogSession& session, const QueueDefinition& definition);
   ~LogQueue() override;
 
-  const QueueDefinition& definition() const override { return m_definition; }
+  const QueueDefinition& definition() override;
   bool exists() override { return m_share->exists(); }
   std::uint64_t depth() override;
   bool reserve(bool syncpoint) override;
@@ -70,13 +70,13 @@ private:
   bool recoverOthers();
 
   LogSession& m_session;
-  const QueueDefinition m_definition;
+  QueueDefinition m_definition;
   const std::shared_ptr<QueueShare> m_share;
   const std::uint32_t m_accessSlot;
   AccessSlot& m_access;
   std::vector<std::uint64_t> m_taken;        ///< packed positions
   std::vector<const AccessSlot*> m_accesses; ///< of all connections that use or have used the queue
-  std::uint32_t m_accessesSeen = 0;
+  std::uint32_t m_accessesSeen = 0, m_alterationsSeen = 0;
   bool m_abandoned = false;
 };
 

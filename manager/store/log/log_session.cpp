@@ -58,6 +58,10 @@ bool LogSession::createQueue(QueueDefinition& definition) {
   return m_store->queues().create(definition, m_slot);
 }
 
+bool LogSession::alterQueue(QueueDefinition& definition) {
+  return m_store->queues().alter(definition);
+}
+
 StoreSession::Deleted LogSession::deleteQueue(std::string_view name, bool purge) {
   if (!purge) recoverDead();
   const auto definition = findQueue(name);
@@ -66,6 +70,8 @@ StoreSession::Deleted LogSession::deleteQueue(std::string_view name, bool purge)
   BXM_KILL_POINT("delete-asked");
   return m_store->queues().remove(*definition, purge, m_slot) ? Deleted::kDone : Deleted::kNotEmpty;
 }
+
+ManagerSettings LogSession::settings() { return {m_store->runtime().syncFull() != 0}; }
 
 bool LogSession::commandServerRuns() { return !m_store->runtime().commandServerStopped(); }
 

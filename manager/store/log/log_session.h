@@ -29,7 +29,9 @@ public:
   std::optional<QueueDefinition> findQueue(std::string_view name) override;
   std::vector<QueueDefinition> listQueues() override;
   bool createQueue(QueueDefinition& definition) override;
+  bool alterQueue(QueueDefinition& definition) override;
   Deleted deleteQueue(std::string_view name, bool purge) override;
+  ManagerSettings settings() override;
   bool commandServerRuns() override;
   void setCommandServer(bool runs) override;
   std::shared_ptr<StoreQueue> open(const QueueDefinition& definition) override;

@@ -35,14 +35,31 @@ QueueDefinition decodeNamed(std::string_view bytes) {
   return decodeDefinition(bytes.substr(1, length), bytes.substr(1 + length));
 }
 
+/// What a slot holds of a queue; nullopt when that is torn, or of another one.
+std::optional<QueueDefinition> decodeSlot(std::string_view bytes, std::uint32_t id) {
+  const char* p = bytes.data();
+  const auto checksum = takeLittle<std::uint32_t>(p);
+  const std::size_t size = static_cast<std::uint8_t>(*p);
+  bytes.remove_prefix(sizeof checksum);
+  if (size + 1 > bytes.size() || crc32c(bytes.substr(0, size + 1), id) != checksum)
+    return std::nullopt;
+  QueueDefinition definition = decodeNamed(bytes.substr(1, size));
+  definition.id = id;
+  return definition;
+}
+
 } // namespace
 
 // ---- The slots ----------------------------------------------------------------------------------
 
-/// Word by word, with the length before: others may read it at the same time.
+/// crc u32 | length u8 | length u8 | name | definition, word by word: others may read it at the
+/// same time, and two may alter it. Who finds it torn reads the queue's file.
 void QueueTable::fill(QueueSlot& slot, const QueueDefinition& definition) {
   std::string bytes = encodeNamed(definition);
   bytes.insert(0, 1, static_cast<char>(bytes.size()));
+  std::string checksum;
+  appendLittle(checksum, crc32c(bytes, definition.id));
+  bytes.insert(0, checksum);
   bytes.resize(kSlotBytes);
   for (std::size_t i = 0; i < kSlotBytes / 8; ++i) {
     std::uint64_t word = 0;
@@ -60,15 +77,10 @@ std::optional<QueueDefinition> QueueTable::read(std::uint32_t number) const {
     std::memcpy(&bytes[i * 8], &word, sizeof word);
   }
   if (slot.now().id != before.id || before.id == 0) return std::nullopt;
-  try {
-    auto definition =
-        decodeNamed(std::string_view(bytes).substr(1, static_cast<std::uint8_t>(bytes[0])));
-    definition.id = before.id;
-    definition.slot = number;
-    return definition;
-  } catch (const Failure&) { // it is just being filled in
-    return std::nullopt;
-  }
+  auto definition = decodeSlot(bytes, before.id);
+  if (!definition) definition = decodeFile(m_folder.read(fileName(before.id)), before.id);
+  if (definition) definition->slot = number;
+  return definition;
 }
 
 std::optional<std::uint32_t> QueueTable::slotOf(std::string_view name) const {
@@ -251,6 +263,31 @@ void QueueTable::clearName(std::string_view name, std::uint32_t besides) {
     const auto definition = read(slot);
     if (definition && definition->name == name) m_folder.remove(fileName(seen.id));
   }
+}
+
+// ---- Altering -----------------------------------------------------------------------------------
+
+/// Within the file that is there, one of its copies after the other: a file that is made anew could
+/// bring back a queue that is being deleted.
+bool QueueTable::alter(QueueDefinition& definition) {
+  definition.altered = static_cast<std::int64_t>(::time(nullptr));
+  const std::string name = fileName(definition.id);
+  const File file = m_folder.open(name, Folder::Access::kWrite);
+  if (!file) return false;
+  const std::string bytes = encodeFile(definition);
+  const std::string_view copy = std::string_view(bytes).substr(kCopyAt);
+  for (const std::size_t at : {kCopyAt, std::size_t{0}}) {
+    int error = file.write(copy.data(), copy.size(), at);
+    if (!error) error = file.sync();
+    if (error) failWithErrno(error, BXRC_UNEXPECTED, "cannot write " + m_folder.pathOf(name));
+    BXM_KILL_POINT("queue-altered");
+  }
+  QueueSlot& slot = m_runtime.queue(definition.slot);
+  if (!slot.holds(definition.id)) return false;
+  fill(slot, definition);
+  slot.alterations.fetch_add(1);
+  announceArrival(slot); // who waits sees at once that he may not
+  return true;
 }
 
 // ---- Deleting -----------------------------------------------------------------------------------

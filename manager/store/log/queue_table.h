@@ -21,10 +21,15 @@ public:
   QueueTable(const Folder& folder, Runtime& runtime) : m_folder(folder), m_runtime(runtime) {}
 
   std::optional<QueueDefinition> find(std::string_view name) const;
+  /// The queue that a slot is of now; nullopt when it is of none.
+  std::optional<QueueDefinition> at(std::uint32_t slot) const { return read(slot); }
   std::vector<QueueDefinition> list() const;
 
   /// Assigns id and slot. False when the name exists. On the disk when it returns.
   bool create(QueueDefinition& definition, std::uint32_t connection);
+  /// False when the queue has been deleted. On the disk when it returns. Of two who alter the same
+  /// queue at once the later one's attributes count.
+  bool alter(QueueDefinition& definition);
   /// True when the queue is deleted, on the disk. False, where it must be empty, when it is not.
   bool remove(const QueueDefinition& definition, bool purge, std::uint32_t connection);
   /// A queue that somebody is about to delete since it is empty gets a message: it lives on, at the

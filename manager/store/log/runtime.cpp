@@ -21,7 +21,7 @@ namespace bxm {
 namespace {
 
 constexpr char kMagic[8] = {'B', 'X', 'M', 'R', 'U', 'N', '\n', 0};
-constexpr std::uint32_t kLayoutVersion = 4;
+constexpr std::uint32_t kLayoutVersion = 5;
 constexpr const char* kFileName = "runtime";
 constexpr std::uint64_t kOpeningByte = 0;
 constexpr std::uint64_t kConnectionBytes = 1; ///< byte 1 + slot

@@ -86,9 +86,10 @@ struct alignas(64) QueueSlot {
   std::atomic<std::uint32_t> nameHash;
   std::atomic<std::uint32_t> arrivals; ///< futex: changes when a message may have become available
   std::atomic<std::uint32_t> waiters;
-  std::atomic<std::uint32_t> priorities; ///< bit p: priority p may hold messages
-  std::atomic<std::uint32_t> accesses;   ///< changes whenever one more connection uses the queue
-  std::atomic<std::int64_t> nextExpiry;  ///< ms since 1970: nothing expires before; kNever
+  std::atomic<std::uint32_t> priorities;  ///< bit p: priority p may hold messages
+  std::atomic<std::uint32_t> accesses;    ///< changes whenever one more connection uses the queue
+  std::atomic<std::int64_t> nextExpiry;   ///< ms since 1970: nothing expires before; kNever
+  std::atomic<std::uint32_t> alterations; ///< changes with the definition
   std::atomic<std::uint64_t> definition[24]; ///< see queue_table.h
 
   QueueState now() const { return QueueState::unpacked(state.load()); }

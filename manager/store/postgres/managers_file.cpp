@@ -97,15 +97,25 @@ ManagersFile ManagersFile::read() {
 }
 
 void ManagersFile::add(const std::string& name, const std::string& place, bool makeDefault) const {
+  std::vector<std::string> settings{name + " = " + place};
+  if (makeDefault) settings.insert(settings.begin(), std::string(kDefault) + " = " + name);
+  insert(settings, makeDefault);
+}
+
+void ManagersFile::setDefault(const std::string& name) const {
+  insert({std::string(kDefault) + " = " + name}, true);
+}
+
+/// At the head of the section, in the place of an older default where there is a new one.
+void ManagersFile::insert(const std::vector<std::string>& settings, bool withDefault) const {
   std::vector<std::string> lines;
   bool added = false;
   const auto addHere = [&] {
-    if (makeDefault) lines.push_back(std::string(kDefault) + " = " + name);
-    lines.push_back(name + " = " + place);
+    lines.insert(lines.end(), settings.begin(), settings.end());
     added = true;
   };
   for (const Line& line : linesOf(path)) {
-    if (makeDefault && line.inSection && line.key == kDefault) continue;
+    if (withDefault && line.inSection && line.key == kDefault) continue;
     lines.push_back(line.text);
     if (!added && trimmed(line.text) == kSection) addHere();
   }

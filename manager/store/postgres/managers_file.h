@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace bxm {
 
@@ -22,8 +23,12 @@ struct ManagersFile {
   static ManagersFile read();
   /// Adds a manager, leaving all other lines as they are; with the mark as the default one.
   void add(const std::string& name, const std::string& place, bool makeDefault) const;
+  void setDefault(const std::string& name) const;
   /// Takes it out, and its mark.
   void remove(const std::string& name) const;
+
+private:
+  void insert(const std::vector<std::string>& settings, bool withDefault) const;
 };
 
 } // namespace bxm

@@ -92,6 +92,12 @@ void PostgresCatalog::remove(const std::string& name) {
   file.remove(name);
 }
 
+void PostgresCatalog::setDefault(const std::string& name) {
+  const ManagersFile file = ManagersFile::read();
+  placeOf(file, name);
+  file.setDefault(name);
+}
+
 void PostgresCatalog::setSettings(const std::string& name, const ManagerSettings& settings) {
   Server server(placeOf(ManagersFile::read(), name), schemaOf(name));
   if (!checkSchema(server, name))
@@ -114,7 +120,8 @@ void PostgresCatalog::grant(const std::string& name, const std::string& role,
 std::vector<Catalog::Entry> PostgresCatalog::list() {
   const ManagersFile file = ManagersFile::read();
   std::vector<Entry> entries;
-  for (const auto& [name, place] : file.places) entries.push_back({name, name == file.defaultName});
+  for (const auto& [name, place] : file.places)
+    entries.push_back({name, name == file.defaultName, place});
   return entries;
 }
 

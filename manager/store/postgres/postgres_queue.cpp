@@ -55,6 +55,12 @@ PostgresQueue::~PostgresQueue() { endWait(); }
 
 bool PostgresQueue::refresh(Server& server) {
   m_gone = m_gone || !m_segments.refresh(server);
+  if (!m_gone && m_segments.version() != m_definition.version) {
+    const BXLONG before = m_definition.maxDepth;
+    if (const auto now = m_session.findQueue(server, m_definition.id)) m_definition = *now;
+    m_definition.version = m_segments.version();
+    if (m_definition.maxDepth != before) m_roomLeft = 0;
+  }
   return !m_gone;
 }
 
@@ -151,7 +157,7 @@ PostgresQueue::look(const std::optional<Position>& after, int most) {
   Server& server = m_session.looking();
   deleteGot(server);
   for (;;) {
-    if (!refresh(server)) return std::nullopt;
+    if (!mayGet(server)) return std::nullopt;
     std::vector<Arm> arms = m_segments.arms(false);
     if (after) {
       std::erase_if(arms, [&](const Arm& arm) { return arm.priority > after->priority; });
@@ -244,7 +250,7 @@ Found PostgresQueue::takeAt(const Position& position, Receiver& receiver, bool s
 /// given back or some time has passed.
 Found PostgresQueue::takeFirst(Receiver& receiver, bool syncpoint) {
   const auto room = receiver.room();
-  while (refresh(m_session.looking())) {
+  while (mayGet(m_session.looking())) {
     if (!room || *room < m_segments.longest()) return takeJudged(receiver, syncpoint);
     if (syncpoint && takeLocked(receiver)) return Found::kDelivered;
     const bool quick = Clock::now() < m_anewDue;
@@ -298,7 +304,7 @@ Found PostgresQueue::takeJudged(Receiver& receiver, bool syncpoint) {
 /// The message that the receiver has accepted, unless somebody else has it by now.
 Found PostgresQueue::takeExactly(const Position& position, Receiver& receiver, bool syncpoint) {
   const auto sequence = static_cast<std::int64_t>(position.sequence);
-  while (refresh(m_session.looking())) {
+  while (mayGet(m_session.looking())) {
     std::vector<Arm> arms = m_segments.arms(false);
     std::erase_if(arms, [&](const Arm& arm) {
       return arm.priority != position.priority || arm.from > sequence;

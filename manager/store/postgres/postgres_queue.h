@@ -16,7 +16,7 @@ public:
   PostgresQueue(PostgresSession& session, const QueueDefinition& definition);
   ~PostgresQueue() override;
 
-  const QueueDefinition& definition() const override { return m_definition; }
+  const QueueDefinition& definition() override { return m_definition; }
   /// What the last look at the queue found.
   bool exists() override { return !m_gone; }
   std::uint64_t depth() override;
@@ -32,6 +32,7 @@ public:
   Segments& segments() { return m_segments; }
   /// Learns what has changed; false when the queue has been deleted.
   bool refresh(Server& server);
+  bool mayGet(Server& server) { return refresh(server) && !m_definition.getInhibited; }
   /// The connection was lost and made anew. A server that crashed, or a standby in its place, may
   /// have lost what was not waited for: messages that were gone for good are there again.
   void reconnected() {
@@ -103,7 +104,7 @@ private:
   std::int32_t key() const { return static_cast<std::int32_t>(m_definition.id); }
 
   PostgresSession& m_session;
-  const QueueDefinition m_definition;
+  QueueDefinition m_definition;
   Segments m_segments;
   bool m_gone = false;
 

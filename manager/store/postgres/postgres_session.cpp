@@ -25,8 +25,8 @@ constexpr std::int64_t kOnlyTakes = 0; ///< in place of a unit's number
 
 constexpr const char* kDefinition =
     "SELECT id, name, cluster, max_depth, max_length, persistence,"
-    " floor(extract(epoch FROM created))::bigint, floor(extract(epoch FROM altered))::bigint"
-    " FROM queue";
+    " floor(extract(epoch FROM created))::bigint, floor(extract(epoch FROM altered))::bigint,"
+    " default_priority, put_inhibited, get_inhibited, version FROM queue";
 
 /// "committed", "aborted", "in progress", or nothing when the server does not know it (any more).
 std::string statusOf(Server& server, const std::string& transaction) {
@@ -145,12 +145,23 @@ QueueDefinition PostgresSession::definitionIn(const Reply& reply, int row) const
   definition.defaultPersistence = static_cast<BXLONG>(reply.number(row, 5));
   definition.created = reply.number(row, 6);
   definition.altered = reply.number(row, 7);
+  definition.defaultPriority = static_cast<BXLONG>(reply.number(row, 8));
+  definition.putInhibited = reply.number(row, 9) != 0;
+  definition.getInhibited = reply.number(row, 10) != 0;
+  definition.version = reply.number(row, 11);
   return definition;
 }
 
 std::optional<QueueDefinition> PostgresSession::findQueue(std::string_view name) {
   const Reply found =
       aside().runOne(std::string(kDefinition) + " WHERE name = $1::text", Parameters().add(name));
+  if (found.rows() == 0) return std::nullopt;
+  return definitionIn(found, 0);
+}
+
+std::optional<QueueDefinition> PostgresSession::findQueue(Server& server, std::uint32_t id) const {
+  const Reply found = server.runOne(std::string(kDefinition) + " WHERE id = $1::int",
+                                    Parameters().add(static_cast<std::int32_t>(id)));
   if (found.rows() == 0) return std::nullopt;
   return definitionIn(found, 0);
 }
@@ -162,18 +173,41 @@ std::vector<QueueDefinition> PostgresSession::listQueues() {
   return all;
 }
 
+namespace {
+constexpr const char* kAttributes =
+    ", $2::int, $3::int, $4::int, $5::int, $6::int <> 0, $7::int <> 0)";
+
+template <typename First>
+Parameters attributesOf(const QueueDefinition& definition, const First& first) {
+  return Parameters()
+      .add(first)
+      .add(definition.maxDepth)
+      .add(definition.maxMessageLength)
+      .add(definition.defaultPersistence)
+      .add(definition.defaultPriority)
+      .add(std::int32_t{definition.putInhibited})
+      .add(std::int32_t{definition.getInhibited});
+}
+} // namespace
+
 bool PostgresSession::createQueue(QueueDefinition& definition) {
-  const Reply made =
-      aside().runOne("SELECT create_queue($1::text, $2::text, $3::int, $4::int, $5::int)",
-                     Parameters()
-                         .add(definition.name)
-                         .add(definition.cluster)
-                         .add(definition.maxDepth)
-                         .add(definition.maxMessageLength)
-                         .add(definition.defaultPersistence));
+  const Reply made = aside().runOne(
+      std::string(
+          "SELECT alter_queue(create_queue($1::text, $8::text, $2::int, $3::int, $4::int)") +
+          kAttributes,
+      attributesOf(definition, definition.name).add(definition.cluster));
   if (made.isNull(0, 0)) return false;
   definition.id = static_cast<std::uint32_t>(made.number(0, 0));
   return true;
+}
+
+bool PostgresSession::alterQueue(QueueDefinition& definition) {
+  const auto id = static_cast<std::int32_t>(definition.id);
+  Server& server = aside();
+  const Reply altered = server.runOne(std::string("SELECT alter_queue($1::int") + kAttributes,
+                                      attributesOf(definition, id));
+  server.runOne("SELECT wake($1::int[])", Parameters().add(std::vector<std::int32_t>{id}));
+  return !altered.isNull(0, 0);
 }
 
 /// Who commits puts is waited for, and who comes later finds no queue.
@@ -206,6 +240,8 @@ StoreSession::Deleted PostgresSession::deleteQueue(std::string_view name, bool p
   dropSingle();
   return result;
 }
+
+ManagerSettings PostgresSession::settings() { return {m_getsWait}; }
 
 bool PostgresSession::commandServerRuns() {
   return aside().runOne("SELECT command_server FROM manager").number(0, 0) != 0;
@@ -355,6 +391,11 @@ Committed PostgresSession::store(Server& server, bool& open, PutBatch& puts, BXL
         server, [this](std::uint32_t id) -> PostgresQueue& { return *m_queues.at(id); });
     puts.forEach([&](const PutBatch::Entry& entry) { statements.add(entry); });
     if (!statements.finish()) return Committed::kQueueGone;
+    for (const std::int32_t id : queues) // what was put before is let in
+      if (m_single && m_queues.at(static_cast<std::uint32_t>(id))->definition().putInhibited) {
+        reason = BXRC_PUT_INHIBITED;
+        return Committed::kFailed;
+      }
     trace.transaction = statements.transaction();
   } catch (const std::exception& error) {
     reason = reasonOf(error);

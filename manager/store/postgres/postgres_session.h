@@ -25,7 +25,11 @@ public:
   std::optional<QueueDefinition> findQueue(std::string_view name) override;
   std::vector<QueueDefinition> listQueues() override;
   bool createQueue(QueueDefinition& definition) override;
+  /// On a connection of this session; nullopt when it has been deleted.
+  std::optional<QueueDefinition> findQueue(Server& server, std::uint32_t id) const;
+  bool alterQueue(QueueDefinition& definition) override;
   Deleted deleteQueue(std::string_view name, bool purge) override;
+  ManagerSettings settings() override;
   bool commandServerRuns() override;
   void setCommandServer(bool runs) override;
   std::shared_ptr<StoreQueue> open(const QueueDefinition& definition) override;

@@ -361,6 +361,40 @@ BEGIN -- whoever looks need not set the path
 END $$;
 )sql";
 
+/// Queues have more attributes, and these can be altered.
+constexpr const char* kAttributes = R"sql(
+ALTER TABLE queue ADD COLUMN default_priority int NOT NULL DEFAULT 0,
+  ADD COLUMN put_inhibited boolean NOT NULL DEFAULT false,
+  ADD COLUMN get_inhibited boolean NOT NULL DEFAULT false;
+
+CREATE FUNCTION alter_queue(queue int, max_depth int, max_length int, persistence int,
+    default_priority int, put_inhibited boolean, get_inhibited boolean) RETURNS int LANGUAGE sql AS $$
+  UPDATE queue q SET max_depth = $2, max_length = $3, persistence = $4, default_priority = $5,
+      put_inhibited = $6, get_inhibited = $7, altered = now(), version = q.version + 1
+    WHERE q.id = $1 RETURNING q.id;
+$$;
+
+ALTER FUNCTION grant_access RENAME TO grant_access_1;
+CREATE FUNCTION grant_access(role name, may text) RETURNS void LANGUAGE plpgsql AS $$
+BEGIN
+  PERFORM grant_access_1(role, may);
+  IF may = 'admin' THEN EXECUTE format('GRANT EXECUTE ON FUNCTION alter_queue TO %I', role); END IF;
+END $$;
+
+DO $$
+DECLARE each record;
+BEGIN
+  REVOKE EXECUTE ON FUNCTION alter_queue, grant_access FROM PUBLIC;
+  EXECUTE format('ALTER FUNCTION alter_queue SECURITY DEFINER SET search_path = %I, pg_temp',
+    current_schema());
+  FOR each IN SELECT a.role FROM access a WHERE a.may = 'admin' LOOP
+    EXECUTE format('GRANT EXECUTE ON FUNCTION alter_queue TO %I', each.role);
+  END LOOP;
+END $$;
+
+UPDATE manager SET format = 2;
+)sql";
+
 std::string quotedIdentifier(const std::string& name) { return '"' + name + '"'; }
 
 /// What makes the tables of a format out of those of the one before; the first out of nothing.
@@ -368,6 +402,7 @@ std::string quotedIdentifier(const std::string& name) { return '"' + name + '"';
 /// format that it makes.
 const std::array<std::string, kSchemaFormat> kSteps = {
     std::string(kTables) + kFunctions + kViews + kAccess,
+    kAttributes,
 };
 
 /// Whoever makes or changes a schema does so alone.

@@ -23,7 +23,7 @@
 /// a count by units of work that will put so many messages.
 namespace bxm {
 
-constexpr int kSchemaFormat = 1;
+constexpr int kSchemaFormat = 2;
 
 /// The schema that a manager's tables are in.
 std::string schemaOf(const std::string& manager);

@@ -44,20 +44,20 @@ TEST_F(Maintenance, ABackupDuringALoadHoldsWhatWasCommitted) {
   };
   int before = 0;
   ASSERT_TRUE(support::eventually([&] { return (before = committed()) > 0; }));
-  EXPECT_THAT(done({"manager", "backup", folder / "B"}), HasSubstr("written"));
-  EXPECT_THAT(done({"manager", "check"}), HasSubstr(" 0 damages.")) << "also during the load";
+  EXPECT_THAT(done({"backup", folder / "B"}), HasSubstr("written"));
+  EXPECT_THAT(done({"check"}), HasSubstr(" 0 damages.")) << "also during the load";
   ASSERT_EQ(load.wait().status, 0);
-  done({"manager", "restore", folder / "B", "N"});
-  EXPECT_THAT(done({"manager", "check", "N"}), HasSubstr(" 0 damages."));
+  done({"restore", folder / "B", "N"});
+  EXPECT_THAT(done({"check", "N"}), HasSubstr(" 0 damages."));
   const auto restored = readAll("Q", "N");
   EXPECT_GE(restored.size(), static_cast<std::size_t>(before));
   EXPECT_EQ(restored, records(static_cast<int>(restored.size())));
   EXPECT_EQ(readAll("Q", "M"), records(count));
 
-  EXPECT_THAT(bxadm({"manager", "backup", folder / "B"}), FailsWithOneLine("exists"));
-  EXPECT_THAT(bxadm({"manager", "restore", folder / "B", "N"}), FailsWithOneLine("N already"));
-  EXPECT_THAT(bxadm({"manager", "restore", home, "O"}), FailsWithOneLine("no store"));
-  EXPECT_EQ(done({"manager", "list"}), "M (default)\nN\n");
+  EXPECT_THAT(bxadm({"backup", folder / "B"}), FailsWithOneLine("exists"));
+  EXPECT_THAT(bxadm({"restore", folder / "B", "N"}), FailsWithOneLine("N already"));
+  EXPECT_THAT(bxadm({"restore", home, "O"}), FailsWithOneLine("no store"));
+  EXPECT_EQ(managers(), "M* N ");
 }
 
 TEST_F(Maintenance, AManagerInUseIsCheckedAndNotRepaired) {
@@ -65,11 +65,11 @@ TEST_F(Maintenance, AManagerInUseIsCheckedAndNotRepaired) {
   user.environment("BXM_HOME", home).pipe(0).start();
   user.write("one\n");
   ASSERT_TRUE(support::eventually([this] {
-    return done({"queue", "list"}).find("depth 1 ") != std::string::npos;
+    return done({"queue", "list"}).find(" 1 ") != std::string::npos;
   }));
-  EXPECT_THAT(done({"manager", "check"}), HasSubstr("1 queues, 1 messages, 0 damages"));
-  EXPECT_THAT(bxadm({"manager", "repair", "M"}), FailsWithOneLine("in use"));
-  EXPECT_THAT(bxadm({"manager", "restore", home + "/M", "N"}), FailsWithOneLine("in use"));
+  EXPECT_THAT(done({"check"}), HasSubstr("1 queues, 1 messages, 0 damages"));
+  EXPECT_THAT(bxadm({"repair", "M"}), FailsWithOneLine("in use"));
+  EXPECT_THAT(bxadm({"restore", home + "/M", "N"}), FailsWithOneLine("in use"));
   user.close(0);
   EXPECT_EQ(user.wait().status, 0);
 }

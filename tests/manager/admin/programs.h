@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 
 /// The operator's programs as an operator runs them, over an empty home.
 class Programs : public testing::Test {
@@ -20,6 +21,15 @@ protected:
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
     return result.out;
+  }
+
+  /// The managers' names, the default one's with a star.
+  std::string managers() const {
+    std::istringstream table(done({"manager", "list"}));
+    std::string line, name, isDefault, names;
+    for (std::getline(table, line); table >> name >> isDefault && std::getline(table, line);)
+      names += name + (isDefault == "yes" ? "* " : " ");
+    return names;
   }
 
   support::TempFolder folder;

@@ -8,11 +8,14 @@ TEST_F(Programs, QueuesAreMadeListedAndDeleted) {
   EXPECT_EQ(done({"queue", "create", "B", "--max-depth", "7", "--max-length", "9"}),
             "Queue B created.\n");
   EXPECT_THAT(bxadm({"queue", "create", "B"}), FailsWithOneLine("B already"));
-  EXPECT_EQ(done({"queue", "list"}), "A/b% depth 0 of 5000, messages up to 4194304 bytes\n"
-                                     "B depth 0 of 7, messages up to 9 bytes\n");
-  EXPECT_EQ(done({"queue", "delete", "A/b%", "-m", "DEFAULT"}), "Queue A/b% deleted.\n");
-  EXPECT_THAT(bxadm({"queue", "delete", "A/b%"}), FailsWithOneLine("A/b%"));
-  EXPECT_EQ(done({"queue", "list", "-m", "DEFAULT"}), "B depth 0 of 7, messages up to 9 bytes\n");
+  EXPECT_EQ(done({"queue", "list"}), "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
+                                     "A/b%      0       5000     4194304\n"
+                                     "B         0          7           9\n");
+  EXPECT_EQ(done({"queue", "delete", "A/b%", "-m", "DEFAULT", "--force"}), "Queue A/b% deleted.\n");
+  EXPECT_THAT(bxadm({"queue", "delete", "A/b%", "--force"}), FailsWithOneLine("A/b%"));
+  EXPECT_EQ(done({"queue", "list", "-m", "DEFAULT"}),
+            "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
+            "B         0          7           9\n");
 }
 
 TEST_F(Programs, QueuesThatCannotBeAreRefused) {

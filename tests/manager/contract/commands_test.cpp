@@ -29,6 +29,7 @@ TEST_P(Commands, AQueueIsWhatItWasMade) {
     bag.add(BXCA_QUEUE_NAME, "A.b_c/d%").add(BXIA_QUEUE_TYPE, BXQT_LOCAL);
     bag.add(BXIA_MAX_DEPTH, 999'999'999).add(BXIA_MAX_MESSAGE_LENGTH, 1);
     bag.add(BXIA_DEFAULT_PERSISTENCE, 0).add(BXCA_CLUSTER_NAME, "CLUSTER");
+    bag.add(BXIA_DEFAULT_PRIORITY, 9).add(BXIA_INHIBIT_GET, BXPO_YES);
   });
   EXPECT_EQ(made.codes, kOk);
   EXPECT_EQ(made.own, kOk);
@@ -38,6 +39,9 @@ TEST_P(Commands, AQueueIsWhatItWasMade) {
   EXPECT_EQ(answer.own, kOk);
   EXPECT_EQ(answer.numbers, (std::map<BXLONG, BXLONG>{{BXIA_CURRENT_DEPTH, 0},
                                                       {BXIA_DEFAULT_PERSISTENCE, 0},
+                                                      {BXIA_DEFAULT_PRIORITY, 9},
+                                                      {BXIA_INHIBIT_GET, BXPO_YES},
+                                                      {BXIA_INHIBIT_PUT, BXPO_NO},
                                                       {BXIA_MAX_MESSAGE_LENGTH, 1},
                                                       {BXIA_MAX_DEPTH, 999'999'999},
                                                       {BXIA_QUEUE_TYPE, BXQT_LOCAL}}));
@@ -96,7 +100,8 @@ TEST_P(Commands, RefusalsTellTheirReason) {
   for (const auto& [selector, value] :
        {Attribute{BXIA_MAX_DEPTH, -1}, Attribute{BXIA_MAX_DEPTH, 1'000'000'000},
         Attribute{BXIA_MAX_MESSAGE_LENGTH, 0}, Attribute{BXIA_MAX_MESSAGE_LENGTH, 104'857'601},
-        Attribute{BXIA_DEFAULT_PERSISTENCE, 2}})
+        Attribute{BXIA_DEFAULT_PERSISTENCE, 2}, Attribute{BXIA_DEFAULT_PRIORITY, 10},
+        Attribute{BXIA_INHIBIT_PUT, 2}})
     EXPECT_EQ(mine.createQueue("R", {{selector, value}}), failed(BXRC_INT_ATTRS_ERROR)) << value;
   EXPECT_EQ(mine.createQueue("R", {{BXIA_PURGE, 1}}), failed(BXRC_SELECTOR_ERROR));
   EXPECT_EQ(mine.open("R").codes, failed(BXRC_UNKNOWN_OBJECT)) << "nothing was made";
@@ -107,6 +112,31 @@ TEST_P(Commands, RefusalsTellTheirReason) {
             BXRC_SELECTOR_ERROR);
   EXPECT_EQ(mine.deleteQueue("Q", 2), failed(BXRC_INT_ATTRS_ERROR));
   EXPECT_EQ(refusal(99, [](Bag& b) { b.add(BXCA_QUEUE_NAME, "Q"); }), BXRC_OPTIONS_ERROR);
+}
+
+TEST_P(Commands, AChangeHoldsForThoseWhoHaveTheQueueOpen) {
+  ASSERT_EQ(mine.createQueue("Q"), kOk);
+  Connection other = connect();
+  Queue queue = other.open("Q");
+  const auto change = [&](BXLONG selector, BXLONG value) {
+    return run(BXCMD_CHANGE_QUEUE,
+               [=](Bag& bag) { bag.add(BXCA_QUEUE_NAME, "Q").add(selector, value); })
+        .codes;
+  };
+  EXPECT_EQ(queue.put("before"), kOk);
+  EXPECT_EQ(change(BXIA_INHIBIT_PUT, BXPO_YES), kOk);
+  EXPECT_EQ(queue.put("refused"), failed(BXRC_PUT_INHIBITED));
+  EXPECT_EQ(change(BXIA_INHIBIT_GET, BXPO_YES), kOk);
+  EXPECT_EQ(queue.get().codes, failed(BXRC_GET_INHIBITED));
+  EXPECT_EQ(queue.browseFirst().codes, failed(BXRC_GET_INHIBITED));
+  EXPECT_EQ(mine.inquire("Q").numbers.at(BXIA_INHIBIT_PUT), BXPO_YES) << "what is not told stays";
+  for (const BXLONG which : {BXIA_INHIBIT_PUT, BXIA_INHIBIT_GET})
+    EXPECT_EQ(change(which, BXPO_NO), kOk);
+  EXPECT_EQ(queue.get().text, "before");
+  EXPECT_EQ(change(BXIA_MAX_DEPTH, 1), kOk);
+  EXPECT_EQ(queue.put("fits"), kOk);
+  EXPECT_EQ(queue.put("does not"), failed(BXRC_Q_FULL));
+  EXPECT_EQ(change(BXIA_PURGE, 1), failed(BXRC_COMMAND_FAILED));
 }
 
 TEST_P(Commands, AStoppedCommandServerAnswersNothing) {

@@ -170,6 +170,7 @@ namespace {
 void readAttributes(const Api& api, BXHBAG nested, Answer& answer) {
   Codes done;
   for (const BXLONG selector : {BXIA_CURRENT_DEPTH, BXIA_DEFAULT_PERSISTENCE,
+                                BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET, BXIA_INHIBIT_PUT,
                                 BXIA_MAX_MESSAGE_LENGTH, BXIA_MAX_DEPTH, BXIA_QUEUE_TYPE}) {
     BXLONG value = 0;
     api.bxInquireInteger(nested, selector, 0, &value, &done.completion, &done.reason);

@@ -72,7 +72,7 @@ protected:
   }
 
   static support::Result bxadm(const std::string& home, Names words) {
-    words.insert(words.begin(), {support::binDir() + "/bxadm", "manager"});
+    words.insert(words.begin(), support::binDir() + "/bxadm");
     return support::Process(std::move(words)).environment("BXM_HOME", home).run();
   }
   static Names browsed(const std::string& home, const std::string& queue = "Q") {

@@ -51,13 +51,13 @@ std::vector<std::string> spaceScript() {
   return script;
 }
 
-/// The status of a command for managers.
+/// The status of an operator's command.
 int bxadm(const std::string& home, std::vector<std::string> words) {
-  words.insert(words.begin(), {support::binDir() + "/bxadm", "manager"});
+  words.insert(words.begin(), support::binDir() + "/bxadm");
   return support::Process(std::move(words)).environment("BXM_HOME", home).run().status;
 }
 void synchroniseFully(const std::string& home) {
-  EXPECT_EQ(bxadm(home, {"alter", "DEFAULT", "--sync", "full"}), 0);
+  EXPECT_EQ(bxadm(home, {"manager", "alter", "DEFAULT", "--sync", "full"}), 0);
 }
 
 struct Look {
@@ -465,7 +465,7 @@ TEST_F(Recovery, BackupBesidesSpaceThatIsGivenBackIsWhole) {
   tell({"connect", "sputn R full 10 @418000", "commit", "disconnect"});
   Peer mover(home()), filler(home());
   for (const char* words : {"connect", "get Q"}) mover.words(words);
-  support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
+  support::Process backup({support::binDir() + "/bxadm", "backup", m_home / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-copied").start();
   ASSERT_TRUE(backup.waitForStop());
   for (int i = 0; i < 4; ++i) mover.words("get Q");
@@ -519,7 +519,7 @@ TEST_F(Recovery, BackupBesidesAUnitOfWorkInSeveralFilesHoldsNoPartOfIt) {
   for (const char* words : {"connect", "sputn R full 5 @418000", "commit"}) writer.words(words);
   tell({"connect", "put R other", "disconnect"});
   const Queues before = look();
-  support::Process backup({support::binDir() + "/bxadm", "manager", "backup", m_home / "B"});
+  support::Process backup({support::binDir() + "/bxadm", "backup", m_home / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-looked").start();
   ASSERT_TRUE(backup.waitForStop());
   for (const char* words : {"sputn R half 8 @418000", "commit"}) writer.words(words);

@@ -60,7 +60,8 @@ TEST(Message, WhatIsCutShortIsDamaged) {
 }
 
 TEST(QueueDefinition, IsKeptWholeAndKnownToBeDamaged) {
-  const QueueDefinition made{"Q", "CLUSTER", 7, 8, kMaxDepthLimit, 1, BXPER_NOT_PERSISTENT, 9, 10};
+  const QueueDefinition made{"Q", "CLUSTER", 7,    8,    kMaxDepthLimit, 1, BXPER_NOT_PERSISTENT,
+                             9,   true,      true, 9999, 10};
   const std::string bytes = encodeDefinition(made);
   const QueueDefinition read = decodeDefinition("Q", bytes);
   EXPECT_EQ(encodeDefinition(read), bytes);
