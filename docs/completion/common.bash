@@ -8,7 +8,8 @@
 
 # Names are asked of bxadm, where it is there, and for two seconds at the most.
 _bxm_ask() {
-  command -v bxadm >/dev/null && timeout 2 bxadm "$@" 2>/dev/null </dev/null | cut -d' ' -f1
+  command -v bxadm >/dev/null || return
+  timeout 2 bxadm "$@" --json 2>/dev/null </dev/null | sed -n 's/^ *"name": "\(.*\)",*$/\1/p'
 }
 
 # The first look at the default manager's queues would make one where there is none.

@@ -1,7 +1,7 @@
 # Names are asked of bxadm, where it is there, and for two seconds at the most.
 _bxm_ask() {
   (( $+commands[bxadm] )) || return 1
-  timeout 2 bxadm "$@" 2>/dev/null </dev/null | cut -d' ' -f1
+  timeout 2 bxadm "$@" --json 2>/dev/null </dev/null | sed -n 's/^ *"name": "\(.*\)",*$/\1/p'
 }
 
 _bxm_MANAGER() {

@@ -1,9 +1,8 @@
 #include "manager/admin/command_reference.h"
 
 #include <algorithm>
-#include <functional>
 #include <iostream>
-#include <iterator>
+#include <map>
 #include <memory>
 
 namespace bxm::admin {
@@ -140,12 +139,35 @@ void writeOption(const CLI::Option& option, std::ostream& out) {
   out << text(option.get_description());
 }
 
-void writeCommand(const CLI::App& app, const std::string& path, std::ostream& out) {
+/// By what is told of them, the options with the commands that have them.
+using Uses = std::map<std::string, std::vector<const CLI::Option*>>;
+
+std::string tellingOf(const CLI::Option& option) {
+  return joined(namesOf(option), " ") + ' ' + option.get_description();
+}
+
+Uses usesIn(const CLI::App& program) {
+  Uses uses;
+  forEachCommand(program, "", [&](const CLI::App& app, const std::string&) {
+    for (const CLI::Option* option : optionsOf(app))
+      if (option != app.get_help_ptr()) uses[tellingOf(*option)].push_back(option);
+  });
+  return uses;
+}
+
+/// What many commands have is told once, at the end.
+bool isCommon(const std::vector<const CLI::Option*>& uses) { return uses.size() > 2; }
+
+void writeCommand(const CLI::App& app, const std::string& path, const Uses& uses,
+                  std::ostream& out) {
   writeHead(app, path, out);
   out << text(app.get_description());
   if (!app.get_footer().empty()) out << ".Pp\n" << text(app.get_footer());
   Options options = argumentsOf(app);
-  std::erase_if(options, [](const auto* option) { return option->get_description().empty(); });
+  std::erase_if(options, [&uses](const CLI::Option* option) {
+    const auto its = uses.find(tellingOf(*option));
+    return option->get_description().empty() || (its != uses.end() && isCommon(its->second));
+  });
   if (options.empty()) return;
   out << ".Bl -tag -width Ds\n";
   for (const CLI::Option* option : options) writeOption(*option, out);
@@ -213,20 +235,25 @@ void writeZshCommand(const CLI::App& app, const std::string& path, std::ostream&
 
 void writeManual(const CLI::App& program, std::ostream& out) {
   const std::string& name = program.get_name();
-  Apps families = commandsOf(program), others;
+  const Uses uses = usesIn(program);
   const auto isFamily = [](const CLI::App* command) { return !commandsOf(*command).empty(); };
-  std::copy_if(families.begin(), families.end(), std::back_inserter(others), std::not_fn(isFamily));
-  std::erase_if(families, std::not_fn(isFamily));
-  for (const CLI::App* family : families) {
+  const auto writeAll = [&](const CLI::App& app, const std::string& path) {
+    if (!isFamily(&app)) writeCommand(app, path, uses, out);
+  };
+  Apps families = commandsOf(program);
+  const auto others = std::stable_partition(families.begin(), families.end(), isFamily);
+  std::for_each(families.begin(), others, [&](const CLI::App* family) {
     out << ".Ss " << name << ' ' << family->get_name() << '\n'
         << text(family->get_description()) << ".Bl -tag -width Ds\n";
-    forEachCommand(*family, family->get_name(), [&](const CLI::App& app, const std::string& path) {
-      if (!isFamily(&app)) writeCommand(app, path, out);
-    });
+    forEachCommand(*family, family->get_name(), writeAll);
     out << ".El\n";
-  }
-  out << ".Ss Other commands and options\n.Bl -tag -width Ds\n";
-  for (const CLI::App* command : others) writeCommand(*command, command->get_name(), out);
+  });
+  out << ".Ss Other commands\n.Bl -tag -width Ds\n";
+  std::for_each(others, families.end(),
+                [&](const CLI::App* command) { writeAll(*command, command->get_name()); });
+  out << ".El\n.Ss Options\n.Bl -tag -width Ds\n";
+  for (const auto& [telling, options] : uses)
+    if (isCommon(options)) writeOption(*options.front(), out);
   for (const CLI::Option* option : optionsOf(program)) writeOption(*option, out);
   out << ".El\n";
 }
