@@ -7,8 +7,6 @@
 #include <cstdlib>
 #include <limits>
 
-namespace {
-
 class COptionParser {
 public:
   COptionParser(int nCount, const char* const* aArguments, const std::function<void()>& obDebug)
@@ -20,10 +18,18 @@ public:
     return m_obOptions;
   }
 
+  template <CFerryOptions::OPERATION nOperation, bool bPeek = false>
+  void Operation_v();
+  template <long CFerryOptions::*pNumber, bool bLastIsWrong = true>
+  void Number_v();
+  void Section_v();
+  void Manager_v();
+  void CreateFlag_v() { m_obOptions.bCreateFlag = true; }
+  void Debug_v() { m_obDebug(); }
+  void Usage_v() { m_obOptions.nOperation = CFerryOptions::OP_USAGE; }
+
 private:
   void Option_v(char cOption);
-  void Operation_v(CFerryOptions::OPERATION nOperation, bool bPeek = false);
-  void Number_v(long& nNumber, bool bLastIsWrong = true);
   const char* Value_p(bool bLastIsWrong = true);
 
   const int m_nCount;
@@ -47,7 +53,8 @@ const char* COptionParser::Value_p(bool bLastIsWrong) {
   return *pAttached != '\0' ? pAttached : m_aArguments[++m_nAt];
 }
 
-void COptionParser::Operation_v(CFerryOptions::OPERATION nOperation, bool bPeek) {
+template <CFerryOptions::OPERATION nOperation, bool bPeek>
+void COptionParser::Operation_v() {
   const char* pValue = Value_p();
   if (!pValue) return;
   m_obOptions.nOperation = nOperation;
@@ -55,43 +62,62 @@ void COptionParser::Operation_v(CFerryOptions::OPERATION nOperation, bool bPeek)
   m_obOptions.bPeek |= bPeek;
 }
 
-void COptionParser::Number_v(long& nNumber, bool bLastIsWrong) {
-  if (const char* pValue = Value_p(bLastIsWrong)) nNumber = ParseNumber_n(pValue);
+template <long CFerryOptions::*pNumber, bool bLastIsWrong>
+void COptionParser::Number_v() {
+  if (const char* pValue = Value_p(bLastIsWrong)) m_obOptions.*pNumber = ParseNumber_n(pValue);
 }
 
-void COptionParser::Option_v(char cOption) {
-  switch (cOption) {
-  case 'C': return Operation_v(CFerryOptions::OP_CREATE);
-  case 'f': return Operation_v(CFerryOptions::OP_FILE_TO_QUEUE);
-  case 'k': return Operation_v(CFerryOptions::OP_CLEAN);
-  case 'p': return Operation_v(CFerryOptions::OP_QUEUE_TO_FILE, true);
-  case 'r': return Operation_v(CFerryOptions::OP_QUEUE_TO_FILE);
-  case 's': return Operation_v(CFerryOptions::OP_STATUS);
-  case 'X':
-  case 'x': return Operation_v(CFerryOptions::OP_DELETE);
-  case 'i':
-    if (const char* pValue = Value_p()) {
-      m_obOptions.nOperation = CFerryOptions::OP_DISTRIBUTE;
-      m_obOptions.sSection = pValue;
-    }
-    return;
-  case 'm':
-    if (const char* pValue = Value_p()) m_obOptions.sManager = UnicodeString(pValue);
-    return;
-  case 'c': return Number_v(m_obOptions.nCount);
-  case 't': return Number_v(m_obOptions.nPause);
-  case 'l': return Number_v(m_obOptions.nPriority);
-  case 'o': return Number_v(m_obOptions.nExpire, false);
-  case 'T': m_obOptions.bCreateFlag = true; return;
-  case 'd': return m_obDebug();
-  case 'h': m_obOptions.nOperation = CFerryOptions::OP_USAGE; return;
-  default:
-    WriteNotice_v(std::string("Invalid flag [") + cOption + "]\n");
-    m_obOptions.nOperation = CFerryOptions::OP_USAGE;
-  }
+void COptionParser::Section_v() {
+  const char* pValue = Value_p();
+  if (!pValue) return;
+  m_obOptions.nOperation = CFerryOptions::OP_DISTRIBUTE;
+  m_obOptions.sSection = pValue;
 }
 
-constexpr char USAGE[] =
+void COptionParser::Manager_v() {
+  if (const char* pValue = Value_p()) m_obOptions.sManager = UnicodeString(pValue);
+}
+
+namespace {
+
+using O = CFerryOptions;
+using P = COptionParser;
+
+constexpr COption OPTIONS[] = {
+    {'C', "qname", "", "Create queue", "m", &P::Operation_v<O::OP_CREATE>},
+    {'f', "qname", "qname", "Copy records from stdin in", "mctlo",
+     &P::Operation_v<O::OP_FILE_TO_QUEUE>},
+    {'i', "configsection", "section", "Send to multiple queues based on section in ferry.ini", "",
+     &P::Section_v},
+    {'k', "qname", "qname", "Delete records", "mc", &P::Operation_v<O::OP_CLEAN>},
+    {'p', "qname", "qname", "Peek records to stdout", "mc",
+     &P::Operation_v<O::OP_QUEUE_TO_FILE, true>},
+    {'r', "qname", "qname", "Read records to stdout (records are removed)", "mc",
+     &P::Operation_v<O::OP_QUEUE_TO_FILE>},
+    {'s', "qname", "qname", "Display status", "m", &P::Operation_v<O::OP_STATUS>},
+    {'X', "qname", "qname", "Delete queue", "m", &P::Operation_v<O::OP_DELETE>},
+
+    {'m', "manager", "manager", "Specifies non-default queue manager", nullptr, &P::Manager_v},
+    {'c', "count", "count", "Limit operation to count records", nullptr, &P::Number_v<&O::nCount>},
+    {'t', "pause", "pause", "Milliseconds to wait between record operations", nullptr,
+     &P::Number_v<&O::nPause>},
+    {'l', "priority", "priority", "Priority level of records", nullptr,
+     &P::Number_v<&O::nPriority>},
+    {'o', "expire", "expire", "Number of seconds before a record expires.", nullptr,
+     &P::Number_v<&O::nExpire, false>},
+
+    {'x', "qname", nullptr, nullptr, nullptr, &P::Operation_v<O::OP_DELETE>},
+    {'T', nullptr, nullptr, nullptr, nullptr, &P::CreateFlag_v},
+    {'d', nullptr, nullptr, nullptr, nullptr, &P::Debug_v},
+    {'h', nullptr, nullptr, nullptr, nullptr, &P::Usage_v},
+};
+
+const COption* Find_p(char cLetter) {
+  const auto* pFound = std::ranges::find(OPTIONS, cLetter, &COption::cLetter);
+  return pFound == std::end(OPTIONS) ? nullptr : pFound;
+}
+
+constexpr char BANNER[] =
     "*******************************************************************************\n"
     "**  ferry " FERRY_VERSION "\n"
     "**  Message Queue Utility\n"
@@ -101,34 +127,38 @@ constexpr char USAGE[] =
     "**  of any kind.\n"
     "*******************************************************************************\n"
     "\n"
-    "Usage:\n"
-    " ferry -C qname [-m manager]\n"
-    " ferry -f qname [-m manager] [-c count] [-t pause] [-l priority] [-o expire]\n"
-    " ferry -i configsection\n"
-    " ferry -k qname [-m manager] [-c count]\n"
-    " ferry -p qname [-m manager] [-c count]\n"
-    " ferry -r qname [-m manager] [-c count]\n"
-    " ferry -s qname [-m manager]\n"
-    " ferry -X qname [-m manager]\n"
-    "\n"
-    "Operations:\n"
-    " -C          Create queue\n"
-    " -f qname    Copy records from stdin in\n"
-    " -i section  Send to multiple queues based on section in ferry.ini\n"
-    " -k qname    Delete records\n"
-    " -p qname    Peek records to stdout\n"
-    " -r qname    Read records to stdout (records are removed)\n"
-    " -s qname    Display status\n"
-    " -X qname    Delete queue\n"
-    "\n"
-    "Modifiers:\n"
-    " -m manager  Specifies non-default queue manager\n"
-    " -c count    Limit operation to count records\n"
-    " -t pause    Milliseconds to wait between record operations\n"
-    " -l priority Priority level of records\n"
-    " -o expire   Number of seconds before a record expires.\n";
+    "Usage:\n";
+
+std::string Synopsis_s(const COption& obOperation) {
+  std::string sLine = std::string(" ferry -") + obOperation.cLetter + ' ' + obOperation.pValue;
+  for (const COption* pModifier : Modifiers_a(obOperation))
+    sLine += std::string(" [-") + pModifier->cLetter + ' ' + pModifier->pValue + ']';
+  return sLine + '\n';
+}
+
+std::string Listed_s(const COption& obOption) {
+  std::string sShown = obOption.pShown;
+  sShown.resize(std::string_view("priority ").size(), ' ');
+  return std::string(" -") + obOption.cLetter + ' ' + sShown + obOption.pText + '\n';
+}
+
+std::string Usage_s() {
+  std::string sSynopses, sOperations, sModifiers;
+  for (const COption& obOption : OPTIONS) {
+    if (!obOption.pText) continue;
+    if (obOption.pModifiers) sSynopses += Synopsis_s(obOption);
+    (obOption.pModifiers ? sOperations : sModifiers) += Listed_s(obOption);
+  }
+  return BANNER + sSynopses + "\nOperations:\n" + sOperations + "\nModifiers:\n" + sModifiers;
+}
 
 } // namespace
+
+void COptionParser::Option_v(char cOption) {
+  if (const COption* pOption = Find_p(cOption)) return (this->*pOption->pRead)();
+  WriteNotice_v(std::string("Invalid flag [") + cOption + "]\n");
+  Usage_v();
+}
 
 CFerryOptions ParseOptions(int nCount, const char* const* aArguments,
                            const std::function<void()>& obDebug) {
@@ -141,4 +171,12 @@ long ParseNumber_n(const char* pText) {
   return std::clamp<long>(std::strtol(pText, nullptr, 10), Limits::min(), Limits::max());
 }
 
-void InvalidCommand() { WriteNotice_v(USAGE); }
+std::span<const COption> Options_a() { return OPTIONS; }
+
+std::vector<const COption*> Modifiers_a(const COption& obOperation) {
+  std::vector<const COption*> aModifiers;
+  for (const char* p = obOperation.pModifiers; p && *p; ++p) aModifiers.push_back(Find_p(*p));
+  return aModifiers;
+}
+
+void InvalidCommand() { WriteNotice_v(Usage_s()); }

@@ -1,4 +1,5 @@
 #include "bx/bx.h"
+#include "manager/admin/command_reference.h"
 #include "manager/admin/commands.h"
 #include "manager/admin/program.h"
 
@@ -18,5 +19,6 @@ int main(int count, char** values) {
   addExportCommands(program);
   addMaintenanceCommands(program);
   addCommandServerCommands(program);
+  addReferenceCommand(program);
   return runProgram(program, count, values);
 }

@@ -171,8 +171,9 @@ struct Copy {
 };
 
 void declareCopy(CLI::App& command, Copy& copy) {
-  addWord(command, "FROM", copy.from, "The manager that is copied, and stays as it is");
-  addWord(command, "TO", copy.to, "The one that gets its queues");
+  addWord(command, "FROM", copy.from, "The manager that is copied, and stays as it is")
+      ->type_name("MANAGER");
+  addWord(command, "TO", copy.to, "The one that gets its queues")->type_name("MANAGER");
 }
 
 int copy(const Copy& copy) {

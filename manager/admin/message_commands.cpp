@@ -76,7 +76,8 @@ struct Move {
 
 void declareMove(CLI::App& command, Move& move) {
   addWord(command, "QUEUE", move.from, "The queue whose messages are moved");
-  addWord(command, "TO", move.to, "The queue that they are moved to the end of");
+  addWord(command, "TO", move.to, "The queue that they are moved to the end of")
+      ->type_name("QUEUE");
   command.add_option("--count", move.selection.count, "How many at the most")
       ->type_name("COUNT")
       ->check(CLI::NonNegativeNumber.description(""));
