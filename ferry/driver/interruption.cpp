@@ -1,5 +1,7 @@
 #include "ferry/driver/interruption.h"
 
+#include "ferry/driver/progress_line.h"
+
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -54,6 +56,13 @@ int Left_n(Clock::time_point obEnd, bool bForEver) {
   return static_cast<int>(obLeft.count() < nLimit ? obLeft.count() : nLimit);
 }
 
+// How much of it to wait at a time: a loop that waits shows it.
+int Piece_n(int nLeft, int nDescriptor) {
+  if (nLeft == 0 || nDescriptor == STDERR_FILENO) return nLeft;
+  const int nNext = CProgressLine::Waiting_n();
+  return nLeft < 0 || (nNext >= 0 && nNext < nLeft) ? nNext : nLeft;
+}
+
 } // namespace
 
 CInterruption::CInterruption() {
@@ -82,7 +91,7 @@ short CInterruption::Wait_n(int nDescriptor, short nEvents, long nMilliseconds) 
       bForEver ? Clock::time_point() : Clock::now() + std::chrono::milliseconds(nMilliseconds);
   struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}};
   for (;;) {
-    const int nReady = ::poll(aPoll, 2, Left_n(obEnd, bForEver));
+    const int nReady = ::poll(aPoll, 2, Piece_n(Left_n(obEnd, bForEver), nDescriptor));
     if (nReady < 0 && errno != EINTR) return POLLERR;
     if (nReady > 0 || Signal_n() != 0) return nReady > 0 ? aPoll[0].revents : short(0);
     if (nReady == 0 && !bForEver && Clock::now() >= obEnd) return 0;
