@@ -22,3 +22,5 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/bxmConfigVersion.cm
 install(FILES ${CMAKE_BINARY_DIR}/package/bxmConfig.cmake
   ${CMAKE_BINARY_DIR}/package/bxmConfigVersion.cmake
   DESTINATION ${cmake_folder} COMPONENT dev)
+
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
