@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -56,13 +57,6 @@ int Left_n(Clock::time_point obEnd, bool bForEver) {
   return static_cast<int>(obLeft.count() < nLimit ? obLeft.count() : nLimit);
 }
 
-// How much of it to wait at a time: a loop that waits shows it.
-int Piece_n(int nLeft, int nDescriptor) {
-  if (nLeft == 0 || nDescriptor == STDERR_FILENO) return nLeft;
-  const int nNext = CProgressLine::Waiting_n();
-  return nLeft < 0 || (nNext >= 0 && nNext < nLeft) ? nNext : nLeft;
-}
-
 } // namespace
 
 CInterruption::CInterruption() {
@@ -89,11 +83,14 @@ short CInterruption::Wait_n(int nDescriptor, short nEvents, long nMilliseconds) 
   const bool bForEver = nMilliseconds < 0;
   const auto obEnd =
       bForEver ? Clock::time_point() : Clock::now() + std::chrono::milliseconds(nMilliseconds);
-  struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}};
+  const int nTimer = nDescriptor == STDERR_FILENO ? -1 : CProgressLine::Timer_n();
+  struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}, {nTimer, POLLIN, 0}};
   for (;;) {
-    const int nReady = ::poll(aPoll, 2, Piece_n(Left_n(obEnd, bForEver), nDescriptor));
+    const int nReady = ::poll(aPoll, std::size(aPoll), Left_n(obEnd, bForEver));
     if (nReady < 0 && errno != EINTR) return POLLERR;
-    if (nReady > 0 || Signal_n() != 0) return nReady > 0 ? aPoll[0].revents : short(0);
+    if (nReady > 0 && aPoll[2].revents != 0) CProgressLine::Waiting_v();
+    const bool bThere = nReady > 0 && (aPoll[0].revents | aPoll[1].revents) != 0;
+    if (bThere || Signal_n() != 0) return bThere ? aPoll[0].revents : short(0);
     if (nReady == 0 && !bForEver && Clock::now() >= obEnd) return 0;
   }
 }

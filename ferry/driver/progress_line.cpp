@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <string_view>
 #include <sys/ioctl.h>
+#include <sys/timerfd.h>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
@@ -30,6 +31,7 @@ constexpr size_t USUAL_WIDTH = 80;
 
 CProgressLine* s_pobCurrent = nullptr; // none where nothing is to be drawn
 size_t s_nShown = 0;                   // columns of the line that is there
+int s_nTimer = -1;
 
 std::string_view Variable_s(const char* pName) {
   const char* pValue = std::getenv(pName);
@@ -92,6 +94,14 @@ void Show_v(const std::string& sText, size_t nWidth) {
   if (::write(STDERR_FILENO, sAll.data(), sAll.size()) > 0) s_nShown = sText.size();
 }
 
+int NewTimer_n() {
+  const int nTimer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+  const struct timespec obInterval = {0, std::chrono::nanoseconds(INTERVAL).count()};
+  const struct itimerspec obTimes = {obInterval, obInterval};
+  ::timerfd_settime(nTimer, 0, &obTimes, nullptr);
+  return nTimer;
+}
+
 std::string Grouped_s(uint64_t nNumber) {
   std::string sText = std::to_string(nNumber);
   for (size_t n = sText.size(); n > 3;) sText.insert(n -= 3, 1, ',');
@@ -115,20 +125,23 @@ CProgressLine::CProgressLine(int nRecordStream, Part obPart)
     : m_obPart(std::move(obPart)), m_obDue(m_obMeasured + DELAY) {
   // At the other end of a pipe may be one that knows how much there is: it goes first.
   if (nRecordStream == STDIN_FILENO) m_obDue += INTERVAL;
-  if (Wanted_b(nRecordStream)) s_pobCurrent = this;
+  if (!Wanted_b(nRecordStream)) return;
+  s_pobCurrent = this;
+  s_nTimer = NewTimer_n();
 }
 
 CProgressLine::~CProgressLine() {
+  if (s_pobCurrent != this) return;
   Wipe_v();
   s_pobCurrent = nullptr;
+  ::close(std::exchange(s_nTimer, -1));
 }
 
-int CProgressLine::Waiting_n() {
-  if (!s_pobCurrent) return -1;
-  s_pobCurrent->Look_v();
-  const auto obLeft = s_pobCurrent->m_obDue - Clock::now();
-  return static_cast<int>(
-      std::max<int64_t>(0, std::chrono::ceil<std::chrono::milliseconds>(obLeft).count()));
+int CProgressLine::Timer_n() { return s_nTimer; }
+
+void CProgressLine::Waiting_v() {
+  uint64_t nTimes = 0;
+  if (s_pobCurrent && ::read(s_nTimer, &nTimes, sizeof nTimes) > 0) s_pobCurrent->Look_v();
 }
 
 void CProgressLine::Wipe_v() {

@@ -34,9 +34,10 @@ public:
     if (++m_nRecords % RECORDS_PER_LOOK == 0) Look_v();
   }
 
-  /// For a wait: draws the line if it is due, and tells after how many milliseconds to call again;
-  /// -1 where none is drawn.
-  static int Waiting_n();
+  /// A descriptor that is readable now and then, when a wait is to call Waiting_v, which draws the
+  /// line if it is due; -1 where none is drawn. A timeout instead would cost each wait a timer.
+  static int Timer_n();
+  static void Waiting_v();
   /// Takes away a line that is there; the next drawing brings it back.
   static void Wipe_v();
 
