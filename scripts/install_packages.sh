@@ -6,7 +6,8 @@ set -euo pipefail
 build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev libpq-dev libcli11-dev
        nlohmann-json3-dev libfmt-dev)
 # The tests compile the benchmark programs too, so that none of them rots.
-test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion)
+test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion
+      pkg-config python3)
 bench=(sqlite3 libsqlite3-dev)
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;

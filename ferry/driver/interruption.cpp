@@ -1,11 +1,14 @@
 #include "ferry/driver/interruption.h"
 
+#include "ferry/driver/progress_line.h"
+
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -80,11 +83,14 @@ short CInterruption::Wait_n(int nDescriptor, short nEvents, long nMilliseconds) 
   const bool bForEver = nMilliseconds < 0;
   const auto obEnd =
       bForEver ? Clock::time_point() : Clock::now() + std::chrono::milliseconds(nMilliseconds);
-  struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}};
+  const int nTimer = nDescriptor == STDERR_FILENO ? -1 : CProgressLine::Timer_n();
+  struct pollfd aPoll[] = {{nDescriptor, nEvents, 0}, {s_nWakeUp, POLLIN, 0}, {nTimer, POLLIN, 0}};
   for (;;) {
-    const int nReady = ::poll(aPoll, 2, Left_n(obEnd, bForEver));
+    const int nReady = ::poll(aPoll, std::size(aPoll), Left_n(obEnd, bForEver));
     if (nReady < 0 && errno != EINTR) return POLLERR;
-    if (nReady > 0 || Signal_n() != 0) return nReady > 0 ? aPoll[0].revents : short(0);
+    if (nReady > 0 && aPoll[2].revents != 0) CProgressLine::Waiting_v();
+    const bool bThere = nReady > 0 && (aPoll[0].revents | aPoll[1].revents) != 0;
+    if (bThere || Signal_n() != 0) return bThere ? aPoll[0].revents : short(0);
     if (nReady == 0 && !bForEver && Clock::now() >= obEnd) return 0;
   }
 }

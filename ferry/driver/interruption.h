@@ -17,7 +17,8 @@ public:
 
   /// Waits until a poll(2) event is there on a descriptor (-1: on none), a signal has come, or the
   /// milliseconds are over (-1: never). Returns the events, 0 when there are none. A signal that
-  /// comes just before the wait ends it too.
+  /// comes just before the wait ends it too. A wait for anything but standard error keeps the
+  /// progress line up to date.
   static short Wait_n(int nDescriptor, short nEvents, long nMilliseconds);
 };
 

@@ -1,5 +1,6 @@
 #include "ferry/config/settings.h"
 #include "ferry/driver/dispatch.h"
+#include "ferry/driver/progress_line.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
@@ -15,8 +16,18 @@ namespace {
 
 constexpr int STATUS_FAILED = -1;
 
+// Its console may be the terminal that the progress line is on.
+class CToolLogger : public CVRKLogger {
+public:
+  using CVRKLogger::CVRKLogger;
+  void VLocalLog_v(const CMsg& obMsg) override {
+    CProgressLine::Wipe_v();
+    CVRKLogger::VLocalLog_v(obMsg);
+  }
+};
+
 // The logger outlives the handlers below, which log into it.
-int Run_n(int nCount, char** aArguments, std::optional<CVRKLogger>& obLogger) {
+int Run_n(int nCount, char** aArguments, std::optional<CToolLogger>& obLogger) {
   SetModuleName_v(UnicodeString(nCount > 0 ? aArguments[0] : ""));
   UnicodeString sModule;
   GetModuleName_b(sModule);
@@ -53,7 +64,7 @@ int main(int nCount, char** aArguments) {
   // A reader that went away, and a limit on the size of files, are errors like a full disk.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
-  std::optional<CVRKLogger> obLogger;
+  std::optional<CToolLogger> obLogger;
   try {
     return Run_n(nCount, aArguments, obLogger);
   } catch (VRK_Exception& obException) {

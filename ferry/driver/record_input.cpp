@@ -4,9 +4,11 @@
 #include "ferry/driver/standard_streams.h"
 #include "ferry/errors/exception.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -81,9 +83,11 @@ bool CLineReader::Fill_b() {
   return !m_bEnd;
 }
 
-CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues)
-    : m_obBatch(aQueues, "sent", ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0),
-      m_obReader(STDIN_FILENO, [this] { m_obBatch.Commit_v(); }) {}
+CRecordInput::CRecordInput(const std::vector<CCMEBX*>& aQueues, long nCount)
+    : m_nCount(nCount), m_nStart(::lseek(STDIN_FILENO, 0, SEEK_CUR)),
+      m_obBatch(aQueues, "sent", m_nStart >= 0),
+      m_obReader(STDIN_FILENO, [this] { m_obBatch.Commit_v(); }),
+      m_obProgress(STDIN_FILENO, [this](uint64_t nLines) { return Part_f(nLines); }) {}
 
 CRecordInput::~CRecordInput() {
   try {
@@ -104,7 +108,18 @@ void CRecordInput::Dropped_v() { m_obBatch.Pass_v(Done_n()); }
 // The length of the line just read, which is dealt with.
 size_t CRecordInput::Done_n() {
   const uint64_t nBegin = std::exchange(m_nDone, m_obReader.End_n());
+  m_obProgress.Passed_v();
   return m_nDone - nBegin;
+}
+
+// A file may end before the count is reached, and the other way round.
+double CRecordInput::Part_f(uint64_t nLines) const {
+  struct stat obStatus {};
+  double nPart = m_nCount > 0 ? static_cast<double>(nLines) / static_cast<double>(m_nCount) : -1;
+  if (m_nStart >= 0 && ::fstat(STDIN_FILENO, &obStatus) == 0 && obStatus.st_size > m_nStart)
+    nPart = std::max(nPart, static_cast<double>(m_nDone) /
+                                static_cast<double>(obStatus.st_size - m_nStart));
+  return nPart;
 }
 
 bool Passes_b(const UnicodeString& sRecord, const UnicodeString& sGrep) {

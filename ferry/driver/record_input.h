@@ -1,12 +1,14 @@
 #pragma once
 
 #include "ferry/driver/commit_batch.h"
+#include "ferry/driver/progress_line.h"
 #include "ferry/queue/queue.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <sys/types.h>
 
 /// Reads lines from a descriptor, newline included, in pieces of at most 409,599 bytes. A longer
 /// line comes in several pieces, none of which ends within a UTF-8 character. Bytes of any value
@@ -45,14 +47,14 @@ private:
 };
 
 /// The lines of standard input on their way to queues. They are committed as CCommitBatch does, and
-/// before every wait for more.
+/// before every wait for more. A progress line tells how many of them are dealt with.
 ///
 /// In the end, whatever brought it about, the input stands at the first line that no queue has for
 /// sure, where it can be repositioned: the next program on the same file goes on from there.
 class CRecordInput {
 public:
-  /// The queues must outlive it.
-  explicit CRecordInput(const std::vector<CCMEBX*>& aQueues);
+  /// The queues must outlive it. nCount: how many lines are wanted; 0 or less is no limit.
+  explicit CRecordInput(const std::vector<CCMEBX*>& aQueues, long nCount = -1);
   ~CRecordInput();
   CRecordInput(const CRecordInput&) = delete;
   CRecordInput& operator=(const CRecordInput&) = delete;
@@ -68,10 +70,14 @@ public:
 
 private:
   size_t Done_n();
+  double Part_f(uint64_t nLines) const;
 
+  const long m_nCount;
+  const off_t m_nStart; // of the input, where it can be repositioned; else -1
   CCommitBatch m_obBatch;
   CLineReader m_obReader;
   uint64_t m_nDone = 0; // where the last line that was dealt with ends
+  CProgressLine m_obProgress;
 };
 
 /// Whether a record holds a filter's text; everything passes an empty filter, nothing a bogus one.

@@ -1,13 +1,16 @@
 #include "ferry/driver/record_loops.h"
 
 #include "ferry/driver/interruption.h"
+#include "ferry/driver/progress_line.h"
 #include "ferry/driver/record_input.h"
 #include "ferry/driver/standard_output.h"
 #include "ferry/driver/standard_streams.h"
 #include "ferry/text/ss.h"
 #include "ferry/text/ucss.h"
 
+#include <algorithm>
 #include <chrono>
+#include <unistd.h>
 
 namespace {
 
@@ -74,13 +77,24 @@ int Take_n(CCMEBX& obQueue, UnicodeString& sRecord, CCommitBatch& obBatch,
   return nStatus;
 }
 
+// What part of a queue's records so many are: of those that a loop takes off it, or only shows.
+CProgressLine::Part PartOf_ob(const CCMEBX& obQueue, long nCount, bool bTakes) {
+  return [&obQueue, nCount, bTakes](uint64_t nRecords) {
+    const auto nDone = static_cast<double>(nRecords);
+    const auto nThere = static_cast<double>(obQueue.KnownMessageCount());
+    const double nAll = bTakes && nThere >= 0 ? nDone + nThere : nThere;
+    const double nPart = nAll > 0 ? nDone / nAll : -1;
+    return nCount > 0 ? std::max(nPart, nDone / static_cast<double>(nCount)) : nPart;
+  };
+}
+
 } // namespace
 
 UnicodeString CFerryEx::m_sGrep;
 
 void CFerryEx::ProcessFile2Q(CCMEBX* q, long count, long pause, long priority, long expire) {
   const CInterruption obInterruption;
-  CRecordInput obInput({q});
+  CRecordInput obInput({q}, count);
   std::string_view sLine;
   UnicodeString sRecord;
   long nSent = 0;
@@ -109,6 +123,7 @@ void CFerryEx::ProcessQ2File(CCMEBX* q, long count, bool peek, long pause) {
   const bool bTransactional = !peek && m_sGrep.isEmpty();
   CCommitBatch obBatch({q}, "read");
   CRecordOutput obOutput(peek);
+  CProgressLine obProgress(STDOUT_FILENO, PartOf_ob(*q, count, !peek));
   UnicodeString sRecord;
   long nReceived = 0;
   int nStatus = 0;
@@ -122,6 +137,7 @@ void CFerryEx::ProcessQ2File(CCMEBX* q, long count, bool peek, long pause) {
     ++nReceived;
     --count;
     obOutput.Write_v();
+    obProgress.Passed_v();
     if (pause > 0) obOutput.Flush_v();
     rwSleep(pause);
   }
@@ -132,6 +148,7 @@ void CFerryEx::ProcessQ2File(CCMEBX* q, long count, bool peek, long pause) {
 void CFerryEx::CleanQueue(CCMEBX* q, long count) {
   const CInterruption obInterruption;
   CCommitBatch obBatch({q}, "removed");
+  CProgressLine obProgress(-1, PartOf_ob(*q, count, true));
   UnicodeString sRecord;
   long nRemoved = 0;
   obBatch.Run_v([&] {
@@ -140,6 +157,7 @@ void CFerryEx::CleanQueue(CCMEBX* q, long count) {
       if (q->ReceiveMessage(sRecord, WAIT) != 0) break;
       const bool bWaited = Clock::now() - obAsked >= WAITED;
       ++nRemoved;
+      obProgress.Passed_v();
       obBatch.Add_v(0, static_cast<size_t>(sRecord.length()));
       if (count != -1 && --count <= 0) break;
       // Where records come one by one the next wait is near, and nothing stays open over it.

@@ -1,6 +1,7 @@
 #include "ferry/driver/standard_streams.h"
 
 #include "ferry/driver/interruption.h"
+#include "ferry/driver/progress_line.h"
 #include "ferry/errors/exception.h"
 #include "ferry/text/ucss.h"
 
@@ -14,6 +15,17 @@ namespace {
 
 int s_nLastWait = 1000; // milliseconds for the last notices once a signal asked for the end
 
+bool AwaitRoom_b() {
+  if (CInterruption::Signal_n() == 0 && CInterruption::Wait_n(STDERR_FILENO, POLLOUT, -1) != 0)
+    return true;
+  struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
+  int nReady = 0;
+  do nReady = ::poll(&obPoll, 1, s_nLastWait);
+  while (nReady < 0 && errno == EINTR);
+  if (nReady == 0) s_nLastWait = 0;
+  return nReady > 0;
+}
+
 } // namespace
 
 void GuardStandardStreams_v() {
@@ -25,14 +37,9 @@ void GuardStandardStreams_v() {
 }
 
 bool AwaitErrorRoom_b() {
-  if (CInterruption::Signal_n() == 0 && CInterruption::Wait_n(STDERR_FILENO, POLLOUT, -1) != 0)
-    return true;
-  struct pollfd obPoll = {STDERR_FILENO, POLLOUT, 0};
-  int nReady = 0;
-  do nReady = ::poll(&obPoll, 1, s_nLastWait);
-  while (nReady < 0 && errno == EINTR);
-  if (nReady == 0) s_nLastWait = 0;
-  return nReady > 0;
+  if (!AwaitRoom_b()) return false;
+  CProgressLine::Wipe_v();
+  return true;
 }
 
 void WriteNotice_v(std::string_view sText) {

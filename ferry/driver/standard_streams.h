@@ -7,8 +7,8 @@
 /// written into a queue's store.
 void GuardStandardStreams_v();
 
-/// Waits for room on standard error; false when there is none soon after a signal asked for the end
-/// (CInterruption).
+/// Makes standard error ready for a text: waits for room, and takes the progress line away. False
+/// when there is no room soon after a signal asked for the end (CInterruption).
 bool AwaitErrorRoom_b();
 
 /// Writes a notice to standard error. One that cannot be written is lost: it tells of what was

@@ -130,26 +130,41 @@ int CCMEBXSer::DeleteQueue() {
   return 0;
 }
 
-long CCMEBXSer::GetMessageCount() const {
-  CAdminCommand obCommand;
+bool CCMEBXSer::AskDepth_b(CAdminCommand& obCommand, long& nDepth) const {
   obCommand.Add_rob(BXCA_QUEUE_NAME, m_sPath)
       .Add_rob(BXIA_QUEUE_TYPE, BXQT_LOCAL)
       .Ask_rob({BXIA_CURRENT_DEPTH});
+  if (!obCommand.Built_b() || !obCommand.Execute_b(m_nConnection, BXCMD_INQUIRE_QUEUE))
+    return false;
+  nDepth = CAdminCommand::Integer_n(obCommand.Answer_n(0), BXIA_CURRENT_DEPTH);
+  return true;
+}
+
+long CCMEBXSer::GetMessageCount() const {
+  CAdminCommand obCommand;
+  long nDepth = 0;
+  const bool bAnswered = AskDepth_b(obCommand, nDepth);
   if (!obCommand.Built_b()) {
     HandleError(obCommand.Reason_n(), BUILD_CONTEXT);
     return -1;
   }
-  const bool bAnswered = obCommand.Execute_b(m_nConnection, BXCMD_INQUIRE_QUEUE);
   if (obCommand.NoCommandServer_b()) {
     CLogger::Log_v(CSeverity::INFO, u"%s", START_COMMAND_SERVER);
     return -1;
   }
-  if (bAnswered) return CAdminCommand::Integer_n(obCommand.Answer_n(0), BXIA_CURRENT_DEPTH);
+  if (bAnswered) return nDepth;
   CLogger::Log_v(CSeverity::ERR,
                  u"Call to get queue attributes failed: Completion Code = %ld : Reason = %ld",
                  obCommand.Completion_n(), obCommand.Reason_n());
   LogRefusal_v(obCommand);
   return 0;
+}
+
+long CCMEBXSer::KnownMessageCount() const {
+  CAdminCommand obCommand;
+  long nDepth = -1;
+  AskDepth_b(obCommand, nDepth);
+  return nDepth;
 }
 
 // The connection is left to the end of the process, except where the command server is stopped.

@@ -64,6 +64,8 @@ public:
   virtual UnicodeString GetLabel() const = 0;
   /// The current depth; 0 also when it cannot be told, -1 without a command server.
   virtual long GetMessageCount() const = 0;
+  /// The same without a word in the log: -1 whenever it cannot be told.
+  virtual long KnownMessageCount() const { return -1; }
   virtual int ReOpenQueue() = 0;
 
   /// How often SendMsg was called.

@@ -6,6 +6,8 @@
 
 #include <memory>
 
+class CAdminCommand;
+
 /// The queue as a connection to a queue manager and a queue opened on it, under syncpoint.
 ///
 /// The destructor closes and disconnects, which commits what is pending; it never throws.
@@ -40,6 +42,7 @@ public:
   UnicodeString GetPath() const override { return m_sPath; }
   UnicodeString GetLabel() const override { return m_sPath; }
   long GetMessageCount() const override;
+  long KnownMessageCount() const override;
   int ReOpenQueue() override { return 0; }
 
   int GetSentCount() const override { return m_nSentCount; }
@@ -63,6 +66,7 @@ public:
 private:
   static constexpr unsigned long INITIAL_BUFFER_LENGTH = 24576;
 
+  bool AskDepth_b(CAdminCommand& obCommand, long& nDepth) const;
   void SplitPath_v();
   void Connect_v();
   void Disconnect_v();

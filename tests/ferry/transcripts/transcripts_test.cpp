@@ -20,6 +20,7 @@ const char* const WORDS =
     "ini() { printf '%s\\n' '[S]' \"$@\" > new.ini && mv new.ini ferry.ini; }\n"
     "eventually() { for n in {1..400}; do \"$@\" >&/dev/null && return; sleep .03; done\n"
     "  echo \"never: $*\" >&2; }\n"
+    "on_terminal() { script -qec \"stty cols $1; $2\" /dev/null | cat -v; }\n"
     // A copy of the tool has no other client library beside it.
     "apart() { [ -x bin/ferry ] || install -D \"$(command -v ferry)\" bin/ferry\n"
     "  LD_LIBRARY_PATH=$1 bin/ferry \"${@:2}\"; }\n"
