@@ -232,6 +232,8 @@ void Folder::remove(const std::string& name) const {
 
 void Folder::removeTree(const std::string& name) const {
   if (!has(name)) return;
+  // An empty one may be closed to us: its maker died before it was the group's.
+  if (::unlinkat(m_folder.get(), name.c_str(), AT_REMOVEDIR) == 0) return;
   const Folder inner(*this, name);
   for (const std::string& file : inner.list()) inner.remove(file);
   if (::unlinkat(m_folder.get(), name.c_str(), AT_REMOVEDIR) != 0)
