@@ -1,5 +1,6 @@
 # Before cpack makes the packages: manual pages as Debian has them.
-file(GLOB_RECURSE pages ${CPACK_TEMPORARY_DIRECTORY}/*/share/man/*.[1-8])
+file(GLOB_RECURSE pages LIST_DIRECTORIES false ${CPACK_TEMPORARY_DIRECTORY}/*)
+list(FILTER pages INCLUDE REGEX "/share/man/man[1-8]/.*\\.[1-8]$")
 foreach(page ${pages})
   if(IS_SYMLINK ${page})
     file(READ_SYMLINK ${page} target)
