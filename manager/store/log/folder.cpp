@@ -133,13 +133,14 @@ mode_t modeIn(const struct stat& folder, mode_t bits) {
   return folder.st_mode & S_IWGRP ? bits : bits & S_IRWXU;
 }
 
-/// Gives what was made to whom the folder belongs. Who may not leaves it as it is.
+/// Gives what was made to whom the folder belongs. Who may not keeps it, and keeps it alone.
 void giveTo(int made, const struct stat& folder, mode_t mode) {
   struct stat status {};
   if (::fstat(made, &status) != 0) return;
   const uid_t owner = ::geteuid() == 0 ? folder.st_uid : status.st_uid;
-  if (owner != status.st_uid || folder.st_gid != status.st_gid) [[maybe_unused]]
-    const int given = ::fchown(made, owner, folder.st_gid);
+  if ((owner != status.st_uid || folder.st_gid != status.st_gid) &&
+      ::fchown(made, owner, folder.st_gid) != 0)
+    mode &= S_IRWXU; // the group would be another one: everybody may make files in /tmp
   if ((status.st_mode & 07777) != mode) ::fchmod(made, mode);
 }
 
