@@ -26,4 +26,4 @@ mkdir build/packages
 mv build/package/*.deb build/packages
 ls build/packages/*.deb
 
-[[ $# -eq 0 ]] || { scripts/install_packages.sh package-test; tests/packaging/run; }
+[[ $# -eq 0 ]] || tests/packaging/run
