@@ -23,4 +23,8 @@ install(FILES ${CMAKE_BINARY_DIR}/package/bxmConfig.cmake
   ${CMAKE_BINARY_DIR}/package/bxmConfigVersion.cmake
   DESTINATION ${cmake_folder} COMPONENT dev)
 
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+set(documents ${CMAKE_INSTALL_DOCDIR})
+if(FERRY_PACKAGES)
+  set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/bxm-dev)
+endif()
+install(DIRECTORY examples DESTINATION ${documents} COMPONENT dev USE_SOURCE_PERMISSIONS)

@@ -1,5 +1,7 @@
 # What holds for every target: language, warnings, sanitizers, where results go.
-set(CMAKE_INSTALL_LIBDIR lib CACHE STRING "Where libraries are installed")
+if(NOT FERRY_PACKAGES) # there GNUInstallDirs finds what Debian calls it for this machine
+  set(CMAKE_INSTALL_LIBDIR lib CACHE STRING "Where libraries are installed")
+endif()
 include(GNUInstallDirs)
 
 set(CMAKE_CXX_STANDARD 20)
@@ -17,7 +19,12 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/archive)
 
 # The tool finds the client library beside itself, in a build tree and in an installed prefix alike.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
-set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
+file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib" "$ORIGIN/${to_libraries}")
+list(REMOVE_DUPLICATES CMAKE_INSTALL_RPATH)
+if(FERRY_PACKAGES) # the loader looks there by itself
+  set(CMAKE_INSTALL_RPATH "")
+endif()
 
 find_program(FERRY_CCACHE ccache)
 if(FERRY_CCACHE)

@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
-# in_clean_root.sh COMMAND...: runs COMMAND over a copy of what git tracks, in a throw-away Debian 12
-# with the smallest set of packages, so that what a fresh machine lacks is missed here too. Where such
-# a root cannot be made, says so in one line and runs COMMAND in place.
+# in_clean_root.sh [--with FOLDER] COMMAND...: runs COMMAND over a copy of what git tracks (and of a
+# folder that it does not), in a throw-away Debian 12 with the smallest set of packages, so that what a
+# fresh machine lacks is missed here too. Where such a root cannot be made, says so in one line and runs
+# COMMAND in place. In the root FERRY_CLEAN_ROOT is set: what is done to the system there harms nobody.
 set -euo pipefail
 umask 022 # tests become somebody else, and have to reach the programs then
 cd "$(dirname "$0")/.."
+with=()
+if [[ ${1:-} == --with && $# -gt 1 ]]; then
+  with=("$2")
+  shift 2
+fi
 command=("$@")
 
 suite=bookworm
@@ -60,6 +66,10 @@ begin_run() {
 }
 
 tracked_files() { git -c safe.directory="$PWD" ls-files -z; }
+files_to_copy() {
+  tracked_files
+  [[ ${#with[@]} -eq 0 ]] || printf '%s\0' "${with[@]}"
+}
 
 # This machine's own mirrors of Debian 12, as lines of sources.list.
 debian_sources() {
@@ -113,7 +123,7 @@ let_dpkg_hurry() { echo force-unsafe-io >"$run/root/etc/dpkg/dpkg.cfg.d/throw-aw
 
 copy_project() {
   mkdir -p "$run/root$place"
-  tracked_files | tar -c --null -T - --owner=0 --group=0 --mode=a+rX,go-w |
+  files_to_copy | tar -c --null -T - --owner=0 --group=0 --mode=a+rX,go-w |
     tar -x -C "$run/root$place"
 }
 
@@ -128,6 +138,7 @@ environment() {
   echo "HOME=/root"
   echo "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
   echo "DEBIAN_FRONTEND=noninteractive"
+  echo "FERRY_CLEAN_ROOT=yes"
   echo "CCACHE_DIR=/var/cache/ccache"
   [[ -z $ccache_size ]] || echo "CCACHE_MAXSIZE=$ccache_size"
   env | grep -iE '^(https?|ftp|no)_proxy=' || true
@@ -172,7 +183,7 @@ make_ready() {
 }
 
 main() {
-  [[ $# -gt 0 ]] || { echo "usage: $0 COMMAND..." >&2 && exit 2; }
+  [[ $# -gt 0 ]] || { echo "usage: $0 [--with FOLDER] COMMAND..." >&2 && exit 2; }
   make_ready
   echo "In a clean root of Debian 12, $(chroot "$run/root" dpkg-query -W | wc -l) packages:"
   in_root "$@"

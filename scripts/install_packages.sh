@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# install_packages.sh build|test|bench: installs the Debian packages that are missing. Says in one line
+# install_packages.sh build|test|bench|package|package-test: installs the Debian packages that are missing. Says in one line
 # what is missing where it cannot.
 set -euo pipefail
 
@@ -9,11 +9,14 @@ build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev libpq-dev
 test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion
       pkg-config python3)
 bench=(sqlite3 libsqlite3-dev)
+package=(dpkg-dev file)
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;
   test) wanted=("${build[@]}" "${test[@]}") ;;
   bench) wanted=("${build[@]}" "${bench[@]}") ;;
-  *) echo "usage: $0 build|test|bench" >&2; exit 2 ;;
+  package) wanted=("${build[@]}" "${package[@]}") ;;
+  package-test) wanted=(lintian) ;;
+  *) echo "usage: $0 build|test|bench|package|package-test" >&2; exit 2 ;;
 esac
 
 missing=()

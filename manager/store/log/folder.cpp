@@ -4,10 +4,12 @@
 #include "manager/base/failure.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,10 +87,32 @@ std::uint64_t File::size() const { return look(m_descriptor, STATX_SIZE).stx_siz
 
 // ---- Folder -------------------------------------------------------------------------------------
 
+namespace {
+
+/// For whom a folder that is a group's does not let in: who may, and how to become that.
+std::string remedy(int error, const std::string& path) {
+  struct stat status {};
+  if (error != EACCES || ::stat(path.c_str(), &status) != 0 || !(status.st_mode & S_IWGRP))
+    return "";
+  std::array<char, 16 << 10> names{};
+  struct group entry {};
+  struct group* found = nullptr;
+  ::getgrgid_r(status.st_gid, &entry, names.data(), names.size(), &found);
+  if (!found) return "";
+  const std::string name = found->gr_name;
+  return ", which is for members of the group " + name + " ('adduser USER " + name +
+         "' as root, then log in again)";
+}
+
+} // namespace
+
 Folder::Folder(std::string path)
     : m_path(std::move(path)),
       m_folder(::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (!m_folder) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot open the folder " + m_path);
+  if (m_folder) return;
+  const int error = errno;
+  failWithErrno(error, BXRC_Q_MGR_NOT_AVAILABLE,
+                "cannot open the folder " + m_path + remedy(error, m_path));
 }
 
 Folder::Folder(const Folder& parent, const std::string& name)
@@ -109,13 +133,14 @@ mode_t modeIn(const struct stat& folder, mode_t bits) {
   return folder.st_mode & S_IWGRP ? bits : bits & S_IRWXU;
 }
 
-/// Gives what was made to whom the folder belongs. Who may not leaves it as it is.
+/// Gives what was made to whom the folder belongs. Who may not keeps it, and keeps it alone.
 void giveTo(int made, const struct stat& folder, mode_t mode) {
   struct stat status {};
   if (::fstat(made, &status) != 0) return;
   const uid_t owner = ::geteuid() == 0 ? folder.st_uid : status.st_uid;
-  if (owner != status.st_uid || folder.st_gid != status.st_gid) [[maybe_unused]]
-    const int given = ::fchown(made, owner, folder.st_gid);
+  if ((owner != status.st_uid || folder.st_gid != status.st_gid) &&
+      ::fchown(made, owner, folder.st_gid) != 0)
+    mode &= S_IRWXU; // the group would be another one: everybody may make files in /tmp
   if ((status.st_mode & 07777) != mode) ::fchmod(made, mode);
 }
 
@@ -136,6 +161,18 @@ void Folder::make(const Folder& parent, const std::string& name) {
   giveTo(made.m_folder.get(), above, modeIn(above, 0770) | (above.st_mode & S_ISGID));
 }
 
+/// It gets its name last. Others look for it at the same time, and who dies in between must not
+/// leave one that is closed to them.
+File Folder::makeForAll(const std::string& name) const {
+  File file(::openat(m_folder.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (!file) return open(name, Access::kMakeNew); // not every file system can
+  adopt(file, name);
+  const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
+  if (::linkat(AT_FDCWD, unnamed.c_str(), m_folder.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0)
+    return file;
+  return errno == EEXIST ? File() : open(name, Access::kMakeNew);
+}
+
 File Folder::open(const std::string& name, Access access) const {
   const int how = access == Access::kRead      ? O_RDONLY
                   : access == Access::kMakeNew ? O_RDWR | O_CREAT | O_EXCL
@@ -144,7 +181,7 @@ File Folder::open(const std::string& name, Access access) const {
   constexpr int kAlways = O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   File file(::openat(m_folder.get(), name.c_str(), how | kAlways, 0600));
   if (!file && access == Access::kMake && errno == ENOENT) {
-    file = open(name, Access::kMakeNew);
+    file = makeForAll(name);
     return file ? std::move(file) : open(name, Access::kWrite); // somebody else was first
   }
   if (!file && ((errno == ENOENT && access != Access::kMakeNew) ||
@@ -196,6 +233,8 @@ void Folder::remove(const std::string& name) const {
 
 void Folder::removeTree(const std::string& name) const {
   if (!has(name)) return;
+  // An empty one may be closed to us: its maker died before it was the group's.
+  if (::unlinkat(m_folder.get(), name.c_str(), AT_REMOVEDIR) == 0) return;
   const Folder inner(*this, name);
   for (const std::string& file : inner.list()) inner.remove(file);
   if (::unlinkat(m_folder.get(), name.c_str(), AT_REMOVEDIR) != 0)

@@ -80,6 +80,7 @@ public:
 private:
   [[noreturn]] void fail(int error, const char* what, const std::string& name) const;
   void adopt(const File& file, const std::string& name) const;
+  File makeForAll(const std::string& name) const;
 
   std::string m_path;
   File m_folder;

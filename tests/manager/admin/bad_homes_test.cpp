@@ -28,6 +28,27 @@ TEST_F(BadHome, ThatIsAFile) {
   expectEveryProgramToFail(home);
 }
 
+/// What is made there is the group's, whatever the mask, and who died over it is in nobody's way.
+TEST_F(BadHome, ThatIsAGroups) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  std::filesystem::permissions(folder.path(), std::filesystem::perms{0755});
+  ASSERT_EQ(::mkdir(home.c_str(), 0700), 0);
+  ASSERT_EQ(::mkdir((home + "/.new").c_str(), 0700), 0);
+  ASSERT_EQ(::chown(home.c_str(), 0, 4242), 0);
+  ASSERT_EQ(::chmod(home.c_str(), 02770), 0);
+  const std::string member = "umask 077; exec setpriv --reuid=65534 --regid=65534 --groups=4242 ";
+  const auto result =
+      support::Process({"/bin/sh", "-c", member + support::binDir() + "/ferry -C Q"})
+          .environment("BXM_HOME", home)
+          .run();
+  if (result.status == 127) GTEST_SKIP() << "the programs are out of a member's reach";
+  EXPECT_EQ(result.status, 0) << result.err;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(home))
+    EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(0077),
+              std::filesystem::perms(entry.is_directory() ? 0070 : 0060))
+        << entry;
+}
+
 TEST_F(BadHome, ThatIsNotOurs) {
   if (::getuid() != 0) GTEST_SKIP() << "only root can become somebody else";
   done({"manager", "create", "M", "--default"});

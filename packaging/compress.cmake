@@ -1,0 +1,12 @@
+# Before cpack makes the packages: manual pages as Debian has them.
+file(GLOB_RECURSE pages LIST_DIRECTORIES false ${CPACK_TEMPORARY_DIRECTORY}/*)
+list(FILTER pages INCLUDE REGEX "/share/man/man[1-8]/.*\\.[1-8]$")
+foreach(page ${pages})
+  if(IS_SYMLINK ${page})
+    file(READ_SYMLINK ${page} target)
+    file(REMOVE ${page})
+    file(CREATE_LINK ${target}.gz ${page}.gz SYMBOLIC)
+  else()
+    execute_process(COMMAND gzip -9n ${page} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+endforeach()
