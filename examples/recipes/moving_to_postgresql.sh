@@ -13,4 +13,4 @@ bxadm queue list -m DBORDERS
 bxadm manager delete ORDERS --force
 bxadm manager default DBORDERS
 # On machines that have the client bindings alone ferry works on the database from here on.
-bxadm export NEW | head -n 1 | grep -o '"text":.*'
+bxadm browse NEW -c 1 --json | grep -o '"text":"[^"]*"'
