@@ -42,6 +42,7 @@ Codes Connection::open(std::string_view name, std::string_view manager, BXLONG o
   auto opened = std::make_unique<OpenQueue>(
       OpenQueue{m_session->open(*definition), (options & BXOO_INPUT_SHARED) != 0,
                 (options & BXOO_BROWSE) != 0, (options & BXOO_OUTPUT) != 0, std::nullopt});
+  opened->queue->noteUse(opened->input, opened->output);
   const BXHOBJ handle = nextHandle();
   m_queues[handle] = std::move(opened);
   object = handle;
