@@ -575,8 +575,8 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 #define BXIA_INHIBIT_PUT 10         /* BXPO_YES: puts are 2051 */
 #define BXIA_MAX_MESSAGE_LENGTH 13  /* bytes, 1 to 104,857,600; 4,194,304 unless given */
 #define BXIA_MAX_DEPTH 15           /* messages, 0 to 999,999,999; 5,000 unless given */
-#define BXIA_OPEN_INPUT_COUNT 17    /* connections that have it open for gets */
-#define BXIA_OPEN_OUTPUT_COUNT 18   /* ... for puts; these four and the counts only where asked for */
+#define BXIA_OPEN_INPUT_COUNT 17    /* connections that have it open and got from it */
+#define BXIA_OPEN_OUTPUT_COUNT 18   /* ... put to it; these, the counts and the age only where asked for */
 #define BXIA_QUEUE_TYPE 20          /* BXQT_LOCAL */
 #define BXIA_UNCOMMITTED 27         /* messages that are put and not committed */
 #define BXIA_OLDEST_AGE 74          /* seconds since the oldest message was put; -1 without any */

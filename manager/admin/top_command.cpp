@@ -31,11 +31,9 @@ void declare(CLI::App& command, Top& top) {
   addManagerOption(command, top.manager);
   command.add_option("--interval", top.interval, "How long between two looks")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.1, 86400.0).description(""))
+      ->check(CLI::Range(0.1, 86400.0, ""))
       ->capture_default_str();
-  command.add_option("--count", top.count, "How many looks; 0 goes on for ever")
-      ->type_name("COUNT")
-      ->check(CLI::NonNegativeNumber.description(""))
+  addCount(command, "--count", top.count, "How many looks; 0 goes on for ever")
       ->capture_default_str();
   command.add_flag("--json", top.json, "Print a JSON object a line for each queue");
 }

@@ -64,7 +64,7 @@ struct QueueFigures {
   /// They only grow.
   std::uint64_t puts = 0, gets = 0;
   std::uint64_t uncommitted = 0;           ///< puts
-  std::uint64_t readers = 0, writers = 0;  ///< connections that have it open for gets, for puts
+  std::uint64_t readers = 0, writers = 0;  ///< connections that have it open and got, or put
 };
 
 /// One queue as one session uses it. Must not outlive the session.
