@@ -575,7 +575,11 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 #define BXIA_INHIBIT_PUT 10         /* BXPO_YES: puts are 2051 */
 #define BXIA_MAX_MESSAGE_LENGTH 13  /* bytes, 1 to 104,857,600; 4,194,304 unless given */
 #define BXIA_MAX_DEPTH 15           /* messages, 0 to 999,999,999; 5,000 unless given */
+#define BXIA_OPEN_INPUT_COUNT 17    /* connections that have it open and got from it */
+#define BXIA_OPEN_OUTPUT_COUNT 18   /* ... put to it; these, the counts and the age only where asked for */
 #define BXIA_QUEUE_TYPE 20          /* BXQT_LOCAL */
+#define BXIA_UNCOMMITTED 27         /* messages that are put and not committed */
+#define BXIA_OLDEST_AGE 74          /* seconds since the oldest message was put; -1 without any */
 #define BXIA_PURGE 1007             /* with a deletion: BXPO_YES deletes what is on the queue */
 /* ... and strings, blank-padded to their fixed lengths */
 #define BXCA_CREATION_DATE 2004
@@ -585,6 +589,8 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 #define BXCA_ALTERATION_DATE 2027
 #define BXCA_ALTERATION_TIME 2028
 #define BXCA_CLUSTER_NAME 2029      /* kept and told, not used */
+#define BXCA_PUT_COUNT 2030         /* digits; puts that count, since the manager began to count */
+#define BXCA_GET_COUNT 2031         /* ... gets, with what has expired */
 
 #define BXQT_LOCAL 1
 #define BXPO_NO 0

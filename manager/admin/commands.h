@@ -5,10 +5,11 @@
 /// The families of bxadm's commands, each in a file of its own.
 namespace bxm::admin {
 
-void addManagerCommands(CLI::App& program);       ///< manager create, list, show, ...
-void addQueueCommands(CLI::App& program);         ///< queue create, list, show, ...
-void addMessageCommands(CLI::App& program);       ///< browse, move
-void addExportCommands(CLI::App& program);        ///< export, import
+void addManagerCommands(CLI::App& program); ///< manager create, list, show, ...
+void addQueueCommands(CLI::App& program);   ///< queue create, list, show, ...
+void addMessageCommands(CLI::App& program); ///< browse, move
+void addExportCommands(CLI::App& program);  ///< export, import
+void addTopCommand(CLI::App& program);
 void addMaintenanceCommands(CLI::App& program);   ///< check, repair, backup, restore
 void addCommandServerCommands(CLI::App& program); ///< command-server start, stop, status
 

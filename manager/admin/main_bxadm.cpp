@@ -17,6 +17,7 @@ int main(int count, char** values) {
   addQueueCommands(program);
   addMessageCommands(program);
   addExportCommands(program);
+  addTopCommand(program);
   addMaintenanceCommands(program);
   addCommandServerCommands(program);
   addReferenceCommand(program);

@@ -23,9 +23,7 @@ struct Browse {
 
 void declareBrowse(CLI::App& command, Browse& browse) {
   addWord(command, "QUEUE", browse.queue, "Which one");
-  command.add_option("-c,--count", browse.count, "How many at the most; 0 shows all")
-      ->type_name("COUNT")
-      ->check(CLI::NonNegativeNumber.description(""))
+  addCount(command, "-c,--count", browse.count, "How many at the most; 0 shows all")
       ->capture_default_str();
   addManagerOption(command, browse.manager);
   addJsonFlag(command, browse.json);
@@ -78,9 +76,7 @@ void declareMove(CLI::App& command, Move& move) {
   addWord(command, "QUEUE", move.from, "The queue whose messages are moved");
   addWord(command, "TO", move.to, "The queue that they are moved to the end of")
       ->type_name("QUEUE");
-  command.add_option("--count", move.selection.count, "How many at the most")
-      ->type_name("COUNT")
-      ->check(CLI::NonNegativeNumber.description(""));
+  addCount(command, "--count", move.selection.count, "How many at the most");
   command
       .add_option("--matching", move.selection.text, "Only those whose data has this text in it")
       ->type_name("TEXT");

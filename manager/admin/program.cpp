@@ -67,6 +67,17 @@ void addManagerOption(CLI::App& command, std::string& manager) {
       ->type_name("MANAGER");
 }
 
+CLI::Option* addCount(CLI::App& command, const std::string& name, std::uint64_t& count,
+                      const std::string& what) {
+  return command.add_option(name, count, what)
+      ->type_name("COUNT")
+      ->check([](const std::string& text) {
+        return text.find_first_not_of("0123456789") == std::string::npos
+                   ? std::string()
+                   : "'" + text + "' is no number from 0 on";
+      });
+}
+
 CLI::Option* addChoice(CLI::App& command, const std::string& name,
                        const std::vector<std::string>& choices, std::string& choice,
                        const std::string& what) {

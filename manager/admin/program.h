@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ CLI::Option* addWord(CLI::App& command, const std::string& kind, std::string& wo
                      const std::string& what, bool isOptional = false);
 /// -m: the manager that a command is about; without it the default one.
 void addManagerOption(CLI::App& command, std::string& manager);
+/// An option that takes how many of something.
+CLI::Option* addCount(CLI::App& command, const std::string& name, std::uint64_t& count,
+                      const std::string& what);
 /// An option that takes one of some words.
 CLI::Option* addChoice(CLI::App& command, const std::string& name,
                        const std::vector<std::string>& choices, std::string& choice,

@@ -2,6 +2,7 @@
 
 #include "manager/base/failure.h"
 #include "manager/base/names.h"
+#include "manager/engine/oldest_message.h"
 
 #include <algorithm>
 #include <ctime>
@@ -123,16 +124,31 @@ std::string padded(const std::string& name) {
   return out;
 }
 
+BXLONG saturated(std::uint64_t number) {
+  return static_cast<BXLONG>(std::min<std::uint64_t>(number, INT32_MAX));
+}
+
 Bag::Value attributeOf(BXLONG selector, StoreSession& session, const QueueDefinition& queue) {
   switch (selector) {
-  case BXIA_CURRENT_DEPTH:
-    return static_cast<BXLONG>(std::min<std::uint64_t>(session.open(queue)->depth(), INT32_MAX));
+  case BXIA_CURRENT_DEPTH: return saturated(session.open(queue)->depth());
   case BXIA_DEFAULT_PERSISTENCE: return queue.defaultPersistence;
   case BXIA_DEFAULT_PRIORITY: return queue.defaultPriority;
   case BXIA_INHIBIT_GET: return BXLONG{queue.getInhibited ? BXPO_YES : BXPO_NO};
   case BXIA_INHIBIT_PUT: return BXLONG{queue.putInhibited ? BXPO_YES : BXPO_NO};
   case BXIA_MAX_MESSAGE_LENGTH: return queue.maxMessageLength;
   case BXIA_MAX_DEPTH: return queue.maxDepth;
+  case BXIA_OPEN_INPUT_COUNT: return saturated(session.open(queue)->figures().readers);
+  case BXIA_OPEN_OUTPUT_COUNT: return saturated(session.open(queue)->figures().writers);
+  case BXIA_UNCOMMITTED: return saturated(session.open(queue)->figures().uncommitted);
+  case BXCA_PUT_COUNT: return std::to_string(session.open(queue)->figures().puts);
+  case BXCA_GET_COUNT: return std::to_string(session.open(queue)->figures().gets);
+  case BXIA_OLDEST_AGE: {
+    const auto put = oldestMessage(session, queue);
+    return put ? saturated(
+                     static_cast<std::uint64_t>(std::max<std::int64_t>(session.now() - *put, 0)) /
+                     1000)
+               : BXLONG{-1};
+  }
   case BXIA_QUEUE_TYPE: return BXLONG{BXQT_LOCAL};
   case BXCA_CREATION_DATE: return dateOf(queue.created);
   case BXCA_CREATION_TIME: return timeOf(queue.created);

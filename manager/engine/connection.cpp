@@ -39,9 +39,9 @@ Codes Connection::open(std::string_view name, std::string_view manager, BXLONG o
   if (!manager.empty() && manager != m_manager) return failed(BXRC_UNKNOWN_OBJECT_Q_MGR);
   const auto definition = isName(name) ? m_session->findQueue(name) : std::nullopt;
   if (!definition) return failed(BXRC_UNKNOWN_OBJECT);
-  auto opened = std::make_unique<OpenQueue>(
-      OpenQueue{m_session->open(*definition), (options & BXOO_INPUT_SHARED) != 0,
-                (options & BXOO_BROWSE) != 0, (options & BXOO_OUTPUT) != 0, std::nullopt});
+  auto opened = std::make_unique<OpenQueue>(OpenQueue{
+      m_session->open(*definition), (options & BXOO_INPUT_SHARED) != 0,
+      (options & BXOO_BROWSE) != 0, (options & BXOO_OUTPUT) != 0, std::nullopt, false, false});
   const BXHOBJ handle = nextHandle();
   m_queues[handle] = std::move(opened);
   object = handle;

@@ -18,6 +18,7 @@ struct OpenQueue {
   std::shared_ptr<StoreQueue> queue;
   bool input, browse, output;
   std::optional<Position> cursor; ///< the message last browsed
+  bool hasGot = false, hasPut = false; ///< so the store was told
 };
 
 /// One connection: its open queues and its unit of work. Calls may come from any thread and run one

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <utility>
 
 namespace bxm {
 
@@ -113,6 +114,7 @@ Codes Connection::get(BXHOBJ object, GetRequest& request) {
   const bool underCursor = (request.options & BXGMO_MESSAGE_UNDER_CURSOR) != 0;
   if ((browses || underCursor) && !queue->browse) return failed(BXRC_NOT_OPEN_FOR_BROWSE);
   if (!browses && !queue->input) return failed(BXRC_NOT_OPEN_FOR_INPUT);
+  if (!browses && !std::exchange(queue->hasGot, true)) queue->queue->noteUse(true, false);
   if (queue->queue->definition().getInhibited && queue->queue->latestDefinition().getInhibited)
     return failed(BXRC_GET_INHIBITED);
   const Codes codes = getMessage(*queue, request);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace bxm {
 
@@ -45,6 +46,7 @@ Codes Connection::put(BXHOBJ object, const PutRequest& request) {
   if (const BXLONG fault = faultOf(request.descriptor)) return failed(fault);
   if (request.data.size() > static_cast<std::size_t>(kMessageLengthLimit))
     return failed(BXRC_MESSAGE_TOO_BIG_FOR_Q_MGR);
+  if (!std::exchange(queue->hasPut, true)) queue->queue->noteUse(false, true);
   if (refusalOf(queue->queue->definition(), request.data))
     if (const BXLONG reason = refusalOf(queue->queue->latestDefinition(), request.data))
       return failed(reason);

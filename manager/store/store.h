@@ -58,6 +58,15 @@ struct ManagerSettings {
   bool syncFull = false; ///< commits of gets wait for the disk
 };
 
+/// What is going on with a queue, for who looks after it.
+struct QueueFigures {
+  /// That count, since the manager counts (see StoreSession::countsSince); gets with what expired.
+  /// They only grow.
+  std::uint64_t puts = 0, gets = 0;
+  std::uint64_t uncommitted = 0;           ///< puts
+  std::uint64_t readers = 0, writers = 0;  ///< connections that have it open and got, or put
+};
+
 /// One queue as one session uses it. Must not outlive the session.
 class StoreQueue {
 public:
@@ -72,6 +81,9 @@ public:
 
   /// Committed messages that are not got for good, plus uncommitted puts of all sessions.
   virtual std::uint64_t depth() = 0;
+  virtual QueueFigures figures() = 0;
+  /// The session gets from it, or puts to it: others are told in the figures.
+  virtual void noteUse(bool reads, bool writes) = 0;
   /// Counts one uncommitted put; false, and nothing counted, when the queue would then hold more
   /// than its maximum depth. Counted until the commit or backout that ends it, or unreserve; a put
   /// outside of units of work follows at once.
@@ -116,6 +128,8 @@ public:
   virtual Deleted deleteQueue(std::string_view name, bool purge) = 0;
 
   virtual ManagerSettings settings() = 0;
+  /// ms since 1970; nullopt where the store does not know.
+  virtual std::optional<std::int64_t> countsSince() = 0;
   virtual bool commandServerRuns() = 0;
   virtual void setCommandServer(bool runs) = 0;
 

@@ -86,6 +86,28 @@ std::uint64_t LogQueue::depth() {
   return depth;
 }
 
+/// Each connection counts for itself; read one after the other they are of nearly one time.
+QueueFigures LogQueue::figures() {
+  lookAfterOthers();
+  dropExpired();
+  counted(); // knows all accesses
+  QueueFigures figures;
+  for (const AccessSlot* access : m_accesses) {
+    const std::uint64_t committed = access->committed.load(), puts = access->puts.load();
+    figures.puts += committed;
+    figures.gets += access->gets.load();
+    figures.uncommitted += puts - std::min(puts, committed);
+    if (access->connection.load() == 0) continue;
+    figures.readers += access->uses.load() & AccessSlot::kReads ? 1 : 0;
+    figures.writers += access->uses.load() & AccessSlot::kWrites ? 1 : 0;
+  }
+  return figures;
+}
+
+void LogQueue::noteUse(bool reads, bool writes) {
+  m_access.uses.fetch_or((reads ? AccessSlot::kReads : 0) | (writes ? AccessSlot::kWrites : 0));
+}
+
 bool LogQueue::reserve(bool /*syncpoint*/) {
   const auto most = static_cast<std::uint64_t>(definition().maxDepth);
   for (;;) {

@@ -19,6 +19,8 @@ public:
   const QueueDefinition& definition() override;
   bool exists() override { return m_share->exists(); }
   std::uint64_t depth() override;
+  QueueFigures figures() override;
+  void noteUse(bool reads, bool writes) override;
   bool reserve(bool syncpoint) override;
   void unreserve() override;
   Found take(Receiver& receiver, bool syncpoint) override;

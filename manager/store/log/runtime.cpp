@@ -4,6 +4,7 @@
 #include "manager/base/failure.h"
 #include "manager/base/kill_point.h"
 #include "manager/store/log/waiting.h"
+#include "manager/store/message.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -113,6 +114,7 @@ void Runtime::remake(std::uint64_t storeId) {
   map();
   makeTouchable(m_layout, sizeof(Header));
   std::memcpy(m_layout->header.magic, kMagic, sizeof kMagic);
+  m_layout->header.made = clockNow();
   m_layout->header.version = kLayoutVersion;
   m_layout->header.storeId = storeId;
   const std::string boot = bootId();
@@ -312,6 +314,7 @@ std::uint32_t Runtime::claimAccess(std::uint32_t connectionSlot, std::uint32_t q
       }
       BXM_KILL_POINT("access-claimed");
       candidate.single = 0;
+      candidate.uses = 0;
       candidate.committedNext = candidate.getsNext = UINT64_MAX;
       if (left) return slot;
       candidate.queueId = 0;

@@ -48,6 +48,7 @@ struct alignas(64) ConnectionSlot {
 /// One queue in use by one connection, or left to the next one that uses it with what it counted.
 /// Only its connection writes it. A queue's depth is the sum of puts less gets.
 struct alignas(64) AccessSlot {
+  static constexpr std::uint32_t kReads = 1, kWrites = 2;
   std::atomic<std::uint32_t> connection; ///< slot + 1; 0 nobody
   std::atomic<std::uint32_t> queueSlot;
   std::atomic<std::uint32_t> queueId;                 ///< 0: the slot is free
@@ -55,6 +56,7 @@ struct alignas(64) AccessSlot {
   std::atomic<std::uint64_t> committed;               ///< of these
   std::atomic<std::uint64_t> gets;                    ///< that count
   std::atomic<std::uint64_t> committedNext, getsNext; ///< once the unit in progress counts
+  std::atomic<std::uint32_t> uses;                    ///< kReads, kWrites
   std::atomic<std::uint64_t> single; ///< what a get outside of units is after: packed position + 1
 };
 
@@ -169,6 +171,8 @@ public:
   void noteQueueId(std::uint32_t id) const;
   /// Set when files may be empty though their counts do not say so.
   std::atomic<std::uint32_t>& recountWanted() const { return m_layout->header.recountWanted; }
+  /// When it was made, ms since 1970: the counts begin there.
+  std::int64_t made() const { return m_layout->header.made; }
   /// Copies of what the manager's file says, for those who are connected.
   std::atomic<std::uint32_t>& syncFull() const { return m_layout->header.syncFull; }
   std::atomic<std::uint32_t>& commandServerStopped() const {
@@ -217,6 +221,7 @@ private:
     std::uint32_t sealed;
     std::uint64_t storeId;
     char bootId[40];
+    std::int64_t made;
     std::atomic<std::uint32_t> connectionLimit; ///< slots from here on were never used
     std::atomic<std::uint32_t> accessLimit, queueLimit, fileLimit;
     std::atomic<std::uint64_t> lastNumber;

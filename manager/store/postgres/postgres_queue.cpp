@@ -93,6 +93,22 @@ std::uint64_t PostgresQueue::depth() {
   return counted(m_taken > 0 ? m_session.aside() : m_session.looking(), 0);
 }
 
+QueueFigures PostgresQueue::figures() {
+  return m_segments.figures(m_taken > 0 ? m_session.aside() : m_session.looking());
+}
+
+/// By locks that end with the connection; nobody waits for them, and nobody is kept out.
+void PostgresQueue::noteUse(bool reads, bool writes) {
+  Server& server = m_session.aside();
+  for (const auto& [wanted, told, number] :
+       {std::tuple(reads, &m_reads, key() * 2), std::tuple(writes, &m_writes, key() * 2 + 1)}) {
+    if (!wanted || std::exchange(*told, true)) continue;
+    server.add("SELECT pg_advisory_lock_shared(lock_class('floor'), $1::int)",
+               Parameters().add(number));
+    server.send();
+  }
+}
+
 /// Whether the maximum depth has been raised since it was looked at.
 bool PostgresQueue::mayHoldMore() {
   const BXLONG before = m_definition.maxDepth;
@@ -169,7 +185,7 @@ PostgresQueue::look(const std::optional<Position>& after, int most) {
   Server& server = m_session.looking();
   deleteGot(server);
   for (;;) {
-    if (!mayGet(server)) return std::nullopt;
+    if (!refresh(server)) return std::nullopt;
     std::vector<Arm> arms = m_segments.arms(false);
     if (after) {
       std::erase_if(arms, [&](const Arm& arm) { return arm.priority > after->priority; });

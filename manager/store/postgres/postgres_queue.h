@@ -21,6 +21,8 @@ public:
   /// What the last look at the queue found.
   bool exists() override { return !m_gone; }
   std::uint64_t depth() override;
+  QueueFigures figures() override;
+  void noteUse(bool reads, bool writes) override;
   bool reserve(bool syncpoint) override;
   void unreserve() override;
   Found take(Receiver& receiver, bool syncpoint) override;
@@ -109,6 +111,7 @@ private:
   QueueDefinition m_definition;
   Segments m_segments;
   bool m_gone = false;
+  bool m_reads = false, m_writes = false; ///< so the others were told
 
   std::uint64_t m_taken = 0; ///< by the unit of work
   struct {

@@ -30,6 +30,7 @@ public:
   bool alterQueue(QueueDefinition& definition) override;
   Deleted deleteQueue(std::string_view name, bool purge) override;
   ManagerSettings settings() override;
+  std::optional<std::int64_t> countsSince() override { return std::nullopt; }
   bool commandServerRuns() override;
   void setCommandServer(bool runs) override;
   std::shared_ptr<StoreQueue> open(const QueueDefinition& definition) override;

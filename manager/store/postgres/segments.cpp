@@ -210,4 +210,30 @@ std::optional<std::uint64_t> Segments::count(Server& server, std::uint64_t limit
   }
 }
 
+/// The database counts what is put and deleted anyway, and tells it up to a second later; what was
+/// backed out is counted, too. Who uses the queue holds a lock on it (see PostgresQueue::noteUse).
+QueueFigures Segments::figures(Server& server) {
+  const std::string promises = Promises::statement(returned());
+  server.add("SELECT coalesce(sum(n_tup_ins), 0)::bigint, coalesce(sum(n_tup_del), 0)::bigint"
+             " FROM pg_stat_user_tables WHERE schemaname = current_schema() AND relname ~ $1::text",
+             Parameters().add("^messages_" + number(m_queue) + "_[0-9]+$"));
+  server.add(
+      "SELECT count(*) FILTER (WHERE objid = $1::int * 2),"
+      " count(*) FILTER (WHERE objid = $1::int * 2 + 1) FROM pg_locks"
+      " WHERE locktype = 'advisory' AND objsubid = 2 AND classid = 'floor'::regclass::oid AND"
+      " database = (SELECT d.oid FROM pg_database d WHERE d.datname = current_database())",
+      Parameters().add(m_queue));
+  server.add(promises);
+  const std::vector<Reply> replies = server.run();
+  const Reply &counts = *(replies.end() - 3), &users = *(replies.end() - 2);
+  QueueFigures figures;
+  figures.puts = static_cast<std::uint64_t>(counts.number(0, 0));
+  figures.gets = static_cast<std::uint64_t>(counts.number(0, 1));
+  figures.readers = static_cast<std::uint64_t>(users.number(0, 0));
+  figures.writers = static_cast<std::uint64_t>(users.number(0, 1));
+  const Promises promised(replies.back());
+  figures.uncommitted = Promises::about(promised, promised);
+  return figures;
+}
+
 } // namespace bxm

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "manager/store/postgres/server.h"
+#include "manager/store/store.h"
 
 #include <array>
 #include <cstdint>
@@ -72,6 +73,8 @@ public:
   /// The messages that are committed, and those that are put and not committed, as far as others
   /// tell. Nullopt when the queue is gone. Up to half of limit the number need not be of one time.
   std::optional<std::uint64_t> count(Server& server, std::uint64_t limit = 0);
+
+  QueueFigures figures(Server& server);
 
   std::string tableAt(int place) const;
   std::string tableOf(const Segment& segment) const { return tableAt(segment.place); }

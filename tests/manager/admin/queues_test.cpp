@@ -11,6 +11,9 @@ TEST_F(Programs, QueuesAreMadeListedAndDeleted) {
   EXPECT_EQ(done({"queue", "list"}), "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
                                      "A/b%      0       5000     4194304\n"
                                      "B         0          7           9\n");
+  EXPECT_THAT(done({"top", "--count", "1"}), testing::HasSubstr(" B depth 0 of 7, 0 put/s"));
+  EXPECT_THAT(done({"top", "--count", "2", "--interval", "0.1", "--json"}),
+              testing::ContainsRegex("\"queue\":\"A/b%\",\"depth\":0.*\"oldest_age_ms\":null"));
   EXPECT_EQ(done({"queue", "delete", "A/b%", "-m", "DEFAULT", "--force"}), "Queue A/b% deleted.\n");
   EXPECT_THAT(bxadm({"queue", "delete", "A/b%", "--force"}), FailsWithOneLine("A/b%"));
   EXPECT_EQ(done({"queue", "list", "-m", "DEFAULT"}),

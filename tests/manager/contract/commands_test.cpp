@@ -139,6 +139,40 @@ TEST_P(Commands, AChangeHoldsForThoseWhoHaveTheQueueOpen) {
   EXPECT_EQ(change(BXIA_PURGE, 1), failed(BXRC_COMMAND_FAILED));
 }
 
+TEST_P(Commands, FiguresTellWhatGoesOn) {
+  ASSERT_EQ(mine.createQueue("Q"), kOk);
+  const auto figures = [&] {
+    return run(BXCMD_INQUIRE_QUEUE, [](Bag& bag) {
+      bag.add(BXCA_QUEUE_NAME, "Q").ask(BXIA_OPEN_INPUT_COUNT).ask(BXIA_OPEN_OUTPUT_COUNT);
+      bag.ask(BXIA_UNCOMMITTED).ask(BXIA_OLDEST_AGE).ask(BXCA_PUT_COUNT).ask(BXCA_GET_COUNT);
+    });
+  };
+  using Numbers = std::map<BXLONG, BXLONG>;
+  const Numbers quiet{{BXIA_OPEN_INPUT_COUNT, 0},
+                      {BXIA_OPEN_OUTPUT_COUNT, 0},
+                      {BXIA_UNCOMMITTED, 0},
+                      {BXIA_OLDEST_AGE, -1}};
+  EXPECT_EQ(figures().numbers, quiet);
+  Connection writer = connect(), reader = connect(), looker = connect();
+  for (const char* text : {"one", "two"}) EXPECT_EQ(writer.open("Q").put(text), kOk);
+  EXPECT_EQ(writer.open("Q").put("three", {.options = BXPMO_SYNCPOINT}), kOk);
+  EXPECT_EQ(looker.open("Q").browseFirst().text, "one");
+  EXPECT_EQ(reader.open("Q").get().text, "one");
+  Numbers busy = figures().numbers;
+  EXPECT_LT(busy.at(BXIA_OLDEST_AGE), 60);
+  busy.erase(BXIA_OLDEST_AGE);
+  EXPECT_EQ(
+      busy,
+      (Numbers{{BXIA_OPEN_INPUT_COUNT, 1}, {BXIA_OPEN_OUTPUT_COUNT, 1}, {BXIA_UNCOMMITTED, 1}}));
+  EXPECT_EQ(reader.open("Q").get().text, "two");
+  for (Connection* each : {&writer, &reader}) EXPECT_EQ(each->disconnect(), kOk);
+  EXPECT_TRUE(support::eventually([&] { // a database tells its counts a little later
+    const Answer answer = figures();
+    return answer.texts.at(BXCA_PUT_COUNT) == "3" && answer.texts.at(BXCA_GET_COUNT) == "2";
+  }));
+  EXPECT_EQ(mine.open("Q").get().text, "three");
+}
+
 TEST_P(Commands, AStoppedCommandServerAnswersNothing) {
   ASSERT_EQ(mine.createQueue("Q"), kOk);
   home->switchCommandServer(false);

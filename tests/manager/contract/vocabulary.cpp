@@ -171,14 +171,16 @@ void readAttributes(const Api& api, BXHBAG nested, Answer& answer) {
   Codes done;
   for (const BXLONG selector :
        {BXIA_CURRENT_DEPTH, BXIA_DEFAULT_PERSISTENCE, BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET,
-        BXIA_INHIBIT_PUT, BXIA_MAX_MESSAGE_LENGTH, BXIA_MAX_DEPTH, BXIA_QUEUE_TYPE}) {
+        BXIA_INHIBIT_PUT, BXIA_MAX_MESSAGE_LENGTH, BXIA_MAX_DEPTH, BXIA_QUEUE_TYPE,
+        BXIA_OPEN_INPUT_COUNT, BXIA_OPEN_OUTPUT_COUNT, BXIA_UNCOMMITTED, BXIA_OLDEST_AGE}) {
     BXLONG value = 0;
     api.bxInquireInteger(nested, selector, 0, &value, &done.completion, &done.reason);
     if (done == kOk) answer.numbers[selector] = value;
   }
   for (const BXLONG selector :
        {BXCA_CREATION_DATE, BXCA_CREATION_TIME, BXCA_QUEUE_NAME, BXCA_MANAGER_NAME,
-        BXCA_ALTERATION_DATE, BXCA_ALTERATION_TIME, BXCA_CLUSTER_NAME}) {
+        BXCA_ALTERATION_DATE, BXCA_ALTERATION_TIME, BXCA_CLUSTER_NAME, BXCA_PUT_COUNT,
+        BXCA_GET_COUNT}) {
     char text[64];
     BXLONG length = 0;
     api.bxInquireString(nested, selector, 0, sizeof text, text, &length, nullptr, &done.completion,

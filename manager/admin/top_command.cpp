@@ -1,0 +1,109 @@
+#include "manager/admin/commands.h"
+#include "manager/admin/message_json.h"
+#include "manager/admin/program.h"
+#include "manager/admin/report.h"
+#include "manager/admin/top_figures.h"
+#include "manager/admin/top_screen.h"
+#include "manager/base/failure.h"
+#include "manager/store/message.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fmt/format.h>
+#include <optional>
+#include <thread>
+#include <unistd.h>
+
+namespace bxm::admin {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Top {
+  std::string manager;
+  double interval = 1;
+  std::uint64_t count = 0;
+  bool json = false;
+};
+
+void declare(CLI::App& command, Top& top) {
+  addManagerOption(command, top.manager);
+  command.add_option("--interval", top.interval, "How long between two looks")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 86400.0, ""))
+      ->capture_default_str();
+  addCount(command, "--count", top.count, "How many looks; 0 goes on for ever")
+      ->capture_default_str();
+  command.add_flag("--json", top.json, "Print a JSON object a line for each queue");
+}
+
+Json jsonOf(const TopRow& row) {
+  Json json{{"time", utcTime(clockNow())},
+            {"queue", row.name},
+            {"depth", row.depth},
+            {"max_depth", row.maxDepth},
+            {"puts_per_second", std::round(row.putRate * 10) / 10},
+            {"gets_per_second", std::round(row.getRate * 10) / 10},
+            {"readers", row.readers},
+            {"writers", row.writers},
+            {"uncommitted", row.uncommitted}};
+  json["oldest_age_ms"] = row.oldestAge ? Json(*row.oldestAge) : Json();
+  return json;
+}
+
+void print(const std::vector<TopRow>& rows, bool json) {
+  for (const TopRow& row : rows)
+    if (json)
+      fmt::print("{}\n", jsonOf(row).dump());
+    else
+      fmt::print("{} {} depth {} of {}, {:.0f} put/s, {:.0f} get/s, {} readers, {} writers, {} "
+                 "uncommitted, oldest {}{}{}\n",
+                 utcTime(clockNow()), row.name, row.depth, row.maxDepth, row.putRate, row.getRate,
+                 row.readers, row.writers, row.uncommitted,
+                 row.oldestAge ? duration(*row.oldestAge) : "-", row.remark().empty() ? "" : ", ",
+                 row.remark());
+  if (std::fflush(stdout) != 0) throw std::runtime_error("cannot write to standard output");
+}
+
+/// Line by line what there is ends with the manager; on a screen it may come back.
+int top(const Top& top) {
+  TopFigures figures(top.manager);
+  auto rows = figures.look();
+  const bool onScreen = !top.json && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+  const auto screen = onScreen ? TopScreen::open() : nullptr;
+  auto next = Clock::now();
+  std::optional<std::string> fault;
+  for (std::uint64_t looks = 1;; ++looks) {
+    if (!screen)
+      print(rows, top.json);
+    else if (fault)
+      screen->showFault(*fault);
+    else
+      screen->show(figures.managerName(), rows);
+    if (looks == top.count) return 0;
+    next = std::max(next + std::chrono::duration_cast<Clock::duration>(
+                               std::chrono::duration<double>(top.interval)),
+                    Clock::now());
+    if (screen && !screen->waitUntil(next)) return 0;
+    std::this_thread::sleep_until(next);
+    try {
+      fault.reset();
+      rows = figures.look();
+    } catch (const Failure& failure) {
+      if (!screen) throw;
+      fault = failure.what();
+    }
+  }
+}
+
+} // namespace
+
+void addTopCommand(CLI::App& program) {
+  addCommand(program, "top",
+             "Show what goes on with all queues of a manager: on the whole terminal, else line by "
+             "line",
+             declare, top);
+}
+
+} // namespace bxm::admin
