@@ -15,7 +15,7 @@ namespace bxm::admin {
 namespace {
 
 constexpr int kHeadLines = 2, kFootLines = 1;
-constexpr std::size_t kFigures = 52, kLeastName = 12, kMostName = 48, kLeastGraph = 8;
+constexpr std::size_t kLeastName = 12, kMostName = 48, kLeastGraph = 8;
 
 std::string ageOf(const TopRow& row) { return row.oldestAge ? duration(*row.oldestAge) : "-"; }
 
