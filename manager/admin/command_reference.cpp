@@ -182,7 +182,7 @@ std::string shellWord(const std::string& text) {
   return all + "'";
 }
 
-/// A piece of a specification of zsh's _arguments.
+/// A piece of what zsh's _arguments is told about an option.
 std::string escaped(const std::string& text) {
   std::string all;
   for (const char c : text)
