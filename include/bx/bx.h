@@ -498,9 +498,10 @@ BXENTRY void BXCLOSE(BXHCONN connection, BXHOBJ* object, BXLONG options, BXLONG*
  *
  * Warning 2049: the priority was above 9 and the message was put at 9. 2050: priority below -1.
  * 2013: expiry neither -1 nor above 0. 2047: unknown persistence. 2030, 2031: longer than the
- * queue or the manager takes. 2051: puts are inhibited. 2053: the queue is at its maximum depth, uncommitted messages
- * counted; nothing was put. 2039: not open for output. 2052: the queue was deleted. 2124, without
- * syncpoint only: the message may have been put or not. 2026, 2173: the structures.
+ * queue or the manager takes. 2051: puts are inhibited. 2053: the queue is at its maximum depth,
+ * uncommitted messages counted; nothing was put. 2039: not open for output. 2052: the queue was
+ * deleted. 2124, without syncpoint only: the message may have been put or not. 2026, 2173: the
+ * structures.
  */
 BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* options,
                    BXLONG length, const void* buffer, BXLONG* completion, BXLONG* reason);
@@ -524,8 +525,8 @@ BXENTRY void BXPUT(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXPMO* o
  * 2080: the buffer is too small; it is filled, the message stays, *dataLength tells what is needed.
  * Warning 2079: the same with BXGMO_ACCEPT_TRUNCATED_MESSAGE; the message was taken (or the
  * cursor moved). 2037, 2036: not open for input or browse. 2052: the queue was deleted. 2090: wait
- * below -1. 2016: gets are inhibited. 2124, without syncpoint only: the message may be gone, or there still. 2026, 2186: the
- * structures. 2010: no dataLength.
+ * below -1. 2016: gets are inhibited. 2124, without syncpoint only: the message may be gone, or
+ * there still. 2026, 2186: the structures. 2010: no dataLength.
  */
 BXENTRY void BXGET(BXHCONN connection, BXHOBJ object, BXMD* descriptor, BXGMO* options,
                    BXLONG length, void* buffer, BXLONG* dataLength, BXLONG* completion,
@@ -591,6 +592,7 @@ BXENTRY void BXBEGIN(BXHCONN connection, BXBO* options, BXLONG* completion, BXLO
 #define BXCA_CLUSTER_NAME 2029      /* kept and told, not used */
 #define BXCA_PUT_COUNT 2030         /* digits; puts that count, since the manager began to count */
 #define BXCA_GET_COUNT 2031         /* ... gets, with what has expired */
+#define BXCA_COUNTED_SINCE 2032     /* digits; ms since 1970; empty where the manager cannot tell */
 
 #define BXQT_LOCAL 1
 #define BXPO_NO 0

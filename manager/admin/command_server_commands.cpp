@@ -16,17 +16,14 @@ struct Server {
 
 void declare(CLI::App& command, Server& server) { addManagerOption(command, server.manager); }
 
-int start(const Server& server) {
-  switchCommandServer(server.manager, true);
-  std::puts("Command server started.");
+int turn(const std::string& manager, bool on) {
+  switchCommandServer(manager, on);
+  std::puts(on ? "Command server started." : "Command server stopped.");
   return 0;
 }
 
-int stop(const Server& server) {
-  switchCommandServer(server.manager, false);
-  std::puts("Command server stopped.");
-  return 0;
-}
+int start(const Server& server) { return turn(server.manager, true); }
+int stop(const Server& server) { return turn(server.manager, false); }
 
 int status(const Server& server) {
   const bool runs = commandServerRuns(server.manager);
@@ -38,6 +35,16 @@ int status(const Server& server) {
 }
 
 } // namespace
+
+int switchCommandServerBy(const char* program, bool on, int count, char** values) {
+  CLI::App app(on ? "Starts a queue manager's command server."
+                  : "Stops a queue manager's command server.",
+               program);
+  std::string manager;
+  addWord(app, "MANAGER", manager, "Another one than the default", true);
+  app.final_callback([&] { turn(manager, on); });
+  return runProgram(app, count, values);
+}
 
 void addCommandServerCommands(CLI::App& program) {
   CLI::App& family = *program.add_subcommand(

@@ -13,4 +13,7 @@ void addTopCommand(CLI::App& program);
 void addMaintenanceCommands(CLI::App& program);   ///< check, repair, backup, restore
 void addCommandServerCommands(CLI::App& program); ///< command-server start, stop, status
 
+/// All of a program that switches a manager's command server.
+int switchCommandServerBy(const char* program, bool on, int count, char** values);
+
 } // namespace bxm::admin

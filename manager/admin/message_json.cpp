@@ -20,8 +20,12 @@ namespace {
 // ---- Bytes --------------------------------------------------------------------------------------
 
 std::string hexOf(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string hex;
-  for (const char c : bytes) hex += fmt::format("{:02x}", static_cast<unsigned char>(c));
+  for (const char c : bytes) {
+    hex += kDigits[static_cast<unsigned char>(c) >> 4];
+    hex += kDigits[c & 15];
+  }
   return hex;
 }
 
@@ -161,13 +165,21 @@ std::int64_t timeOf(const std::string& text) {
 
 } // namespace
 
+/// As JSON wants it: no longer forms than needed, no surrogates, nothing above 10FFFF.
 bool isUtf8(std::string_view bytes) {
-  try {
-    static_cast<void>(Json(bytes).dump());
-    return true;
-  } catch (const Json::type_error&) {
-    return false;
+  const auto at = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  for (std::size_t i = 0, more = 0; i < bytes.size(); i += more + 1) {
+    const unsigned char lead = at(i);
+    if (lead >= 0x80 && (lead < 0xC2 || lead > 0xF4)) return false;
+    more = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+    if (bytes.size() - i <= more) return false;
+    for (std::size_t k = 1; k <= more; ++k)
+      if ((at(i + k) & 0xC0) != 0x80) return false;
+    if ((lead == 0xE0 && at(i + 1) < 0xA0) || (lead == 0xED && at(i + 1) > 0x9F) ||
+        (lead == 0xF0 && at(i + 1) < 0x90) || (lead == 0xF4 && at(i + 1) > 0x8F))
+      return false;
   }
+  return true;
 }
 
 std::string utcTime(std::int64_t milliseconds) {

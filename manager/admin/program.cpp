@@ -1,7 +1,5 @@
 #include "manager/admin/program.h"
 
-#include "bx/bx.h"
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

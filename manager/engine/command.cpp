@@ -128,26 +128,51 @@ BXLONG saturated(std::uint64_t number) {
   return static_cast<BXLONG>(std::min<std::uint64_t>(number, INT32_MAX));
 }
 
-Bag::Value attributeOf(BXLONG selector, StoreSession& session, const QueueDefinition& queue) {
+/// In seconds; -1 without a message.
+BXLONG oldestAge(StoreSession& session, const QueueDefinition& queue) {
+  const auto put = oldestMessage(session, queue);
+  if (!put) return -1;
+  return saturated(static_cast<std::uint64_t>(std::max<std::int64_t>(session.now() - *put, 0)) /
+                   1000);
+}
+
+/// What an inquiry tells of one queue. What takes a look is looked at once.
+class Inquiry {
+public:
+  Inquiry(StoreSession& session, const QueueDefinition& queue)
+      : m_session(session), m_queue(queue) {}
+  Bag::Value attribute(BXLONG selector);
+
+private:
+  const QueueFigures& figures() {
+    if (!m_figures) m_figures = m_session.open(m_queue)->figures();
+    return *m_figures;
+  }
+
+  StoreSession& m_session;
+  const QueueDefinition& m_queue;
+  std::optional<QueueFigures> m_figures;
+};
+
+Bag::Value Inquiry::attribute(BXLONG selector) {
+  const QueueDefinition& queue = m_queue;
   switch (selector) {
-  case BXIA_CURRENT_DEPTH: return saturated(session.open(queue)->depth());
+  case BXIA_CURRENT_DEPTH: return saturated(m_session.open(queue)->depth());
   case BXIA_DEFAULT_PERSISTENCE: return queue.defaultPersistence;
   case BXIA_DEFAULT_PRIORITY: return queue.defaultPriority;
   case BXIA_INHIBIT_GET: return BXLONG{queue.getInhibited ? BXPO_YES : BXPO_NO};
   case BXIA_INHIBIT_PUT: return BXLONG{queue.putInhibited ? BXPO_YES : BXPO_NO};
   case BXIA_MAX_MESSAGE_LENGTH: return queue.maxMessageLength;
   case BXIA_MAX_DEPTH: return queue.maxDepth;
-  case BXIA_OPEN_INPUT_COUNT: return saturated(session.open(queue)->figures().readers);
-  case BXIA_OPEN_OUTPUT_COUNT: return saturated(session.open(queue)->figures().writers);
-  case BXIA_UNCOMMITTED: return saturated(session.open(queue)->figures().uncommitted);
-  case BXCA_PUT_COUNT: return std::to_string(session.open(queue)->figures().puts);
-  case BXCA_GET_COUNT: return std::to_string(session.open(queue)->figures().gets);
-  case BXIA_OLDEST_AGE: {
-    const auto put = oldestMessage(session, queue);
-    return put ? saturated(
-                     static_cast<std::uint64_t>(std::max<std::int64_t>(session.now() - *put, 0)) /
-                     1000)
-               : BXLONG{-1};
+  case BXIA_OPEN_INPUT_COUNT: return saturated(figures().readers);
+  case BXIA_OPEN_OUTPUT_COUNT: return saturated(figures().writers);
+  case BXIA_UNCOMMITTED: return saturated(figures().uncommitted);
+  case BXIA_OLDEST_AGE: return oldestAge(m_session, queue);
+  case BXCA_PUT_COUNT: return std::to_string(figures().puts);
+  case BXCA_GET_COUNT: return std::to_string(figures().gets);
+  case BXCA_COUNTED_SINCE: {
+    const auto since = m_session.countsSince();
+    return since ? std::to_string(*since) : std::string();
   }
   case BXIA_QUEUE_TYPE: return BXLONG{BXQT_LOCAL};
   case BXCA_CREATION_DATE: return dateOf(queue.created);
@@ -172,7 +197,8 @@ void inquireQueue(StoreSession& session, const Bag& arguments, Bag& answer) {
               BXIA_DEFAULT_PRIORITY, BXIA_INHIBIT_GET,        BXIA_INHIBIT_PUT,
               BXCA_CREATION_DATE,    BXCA_CREATION_TIME,      BXCA_ALTERATION_DATE,
               BXCA_ALTERATION_TIME,  BXCA_CLUSTER_NAME,       BXCA_MANAGER_NAME};
-  for (const BXLONG selector : wanted) answer.add(selector, attributeOf(selector, session, *queue));
+  Inquiry inquiry(session, *queue);
+  for (const BXLONG selector : wanted) answer.add(selector, inquiry.attribute(selector));
 }
 
 void run(StoreSession& session, BXLONG command, const Bag& arguments, Bag& answer) {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -74,6 +75,11 @@ void write(const std::string& path, const std::vector<std::string>& lines) {
     for (const std::string& line : lines) file << line << '\n';
     if (!file.flush()) failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot write " + made);
   }
+  // A power cut leaves the old file or the new one, and no empty one.
+  const int descriptor = ::open(made.c_str(), O_RDONLY | O_CLOEXEC);
+  const int error = descriptor < 0 || ::fsync(descriptor) != 0 ? errno : 0;
+  if (descriptor >= 0) ::close(descriptor);
+  if (error) failWithErrno(error, BXRC_Q_MGR_NOT_AVAILABLE, "cannot write " + made);
   if (std::rename(made.c_str(), path.c_str()) != 0)
     failWithErrno(errno, BXRC_Q_MGR_NOT_AVAILABLE, "cannot write " + path);
 }

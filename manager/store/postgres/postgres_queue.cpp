@@ -97,9 +97,10 @@ QueueFigures PostgresQueue::figures() {
   return m_segments.figures(m_taken > 0 ? m_session.aside() : m_session.looking());
 }
 
-/// By locks that end with the connection; nobody waits for them, and nobody is kept out.
+/// By locks that end with the connection, not with a unit of work; nobody waits for them, and
+/// nobody is kept out.
 void PostgresQueue::noteUse(bool reads, bool writes) {
-  Server& server = m_session.aside();
+  Server& server = m_session.looking();
   for (const auto& [wanted, told, number] :
        {std::tuple(reads, &m_reads, key() * 2), std::tuple(writes, &m_writes, key() * 2 + 1)}) {
     if (!wanted || std::exchange(*told, true)) continue;

@@ -145,6 +145,7 @@ TEST_P(Commands, FiguresTellWhatGoesOn) {
     return run(BXCMD_INQUIRE_QUEUE, [](Bag& bag) {
       bag.add(BXCA_QUEUE_NAME, "Q").ask(BXIA_OPEN_INPUT_COUNT).ask(BXIA_OPEN_OUTPUT_COUNT);
       bag.ask(BXIA_UNCOMMITTED).ask(BXIA_OLDEST_AGE).ask(BXCA_PUT_COUNT).ask(BXCA_GET_COUNT);
+      bag.ask(BXCA_COUNTED_SINCE);
     });
   };
   using Numbers = std::map<BXLONG, BXLONG>;
