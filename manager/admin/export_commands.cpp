@@ -31,6 +31,7 @@ int exportQueue(const Place& place) {
     if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size())
       return 1; // told at the end
   }
+  if (std::fflush(stdout) != 0) return 1;
   fmt::print(stderr, "{} exported.\n", counted(walk.passed(), "message"));
   if (walk.missedSome())
     fmt::print(stderr, "Not exported: messages that somebody has taken, or not yet committed.\n");
@@ -53,7 +54,8 @@ int importQueue(const Place& place) {
     }
     ++count;
   }
-  if (std::cin.bad()) throw std::runtime_error("cannot read standard input; nothing was imported");
+  if (std::ferror(stdin))
+    throw std::runtime_error("cannot read standard input; nothing was imported");
   import.commit();
   fmt::print("{} imported to queue {}.\n", counted(count, "message"), place.queue);
   return 0;

@@ -117,7 +117,7 @@ int runProgram(CLI::App& program, int count, char** values) {
     return 1;
   }
   std::cout.flush();
-  if (std::fflush(stdout) == 0 && std::cout) return status;
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout) return status;
   std::fprintf(stderr, "%s: cannot write to standard output\n", name.c_str());
   return 1;
 }

@@ -91,7 +91,14 @@ TEST_F(Messages, AreExportedAndImportedByteForByte) {
            {id + R"(,"text":"x","user":"longer than 12 bytes"})", "'user' has 12 bytes"},
            {id + R"(,"text":"x","frob":1})", "'frob' is not known"}})
     EXPECT_THAT(import("B", whole + line + "\n"), FailsWithOneLine(text)) << line;
+  support::Process fromFolder({support::binDir() + "/bxadm", "import", "B"});
+  fromFolder.environment("BXM_HOME", home).redirect(0, home, O_RDONLY);
+  EXPECT_THAT(fromFolder.run(), FailsWithOneLine("standard input"));
   EXPECT_EQ(exported("B"), whole + lines) << "nothing was imported";
+  load("A", numbers(100)); // more than is buffered
+  support::Process toFullDisk({support::binDir() + "/bxadm", "export", "A"});
+  toFullDisk.environment("BXM_HOME", home).redirect(1, "/dev/full", O_WRONLY);
+  EXPECT_THAT(toFullDisk.run(), FailsWithOneLine("standard output"));
 }
 
 TEST_F(Messages, AreOnOneOfTheTwoQueuesWhenAMoveIsKilled) {
