@@ -22,7 +22,8 @@ declare -A may=(
   [manager/store/postgres]="bx manager/base manager/store"
   [manager/engine]="bx manager/base manager/store"
   [manager/api]="bx manager/base manager/engine"
-  [manager/admin]="bx manager/base manager/store manager/engine"
+  [manager/view]="bx manager/base manager/store manager/engine"
+  [manager/admin]="bx manager/base manager/store manager/engine manager/view"
 )
 # A circle: some folders that no order puts behind what they include.
 left=" ${!may[*]} "

@@ -1,11 +1,10 @@
 #include "manager/admin/commands.h"
-#include "manager/admin/message_json.h"
 #include "manager/admin/program.h"
 #include "manager/admin/report.h"
-#include "manager/admin/top_figures.h"
 #include "manager/admin/top_screen.h"
 #include "manager/base/failure.h"
 #include "manager/store/message.h"
+#include "manager/view/manager_watch.h"
 
 #include <cmath>
 #include <cstdio>
@@ -38,7 +37,7 @@ void declare(CLI::App& command, Top& top) {
   command.add_flag("--json", top.json, "Print a JSON object a line for each queue");
 }
 
-Json jsonOf(const TopRow& row) {
+Json jsonOf(const QueueView& row) {
   Json json{{"time", utcTime(clockNow())},
             {"queue", row.name},
             {"depth", row.depth},
@@ -52,8 +51,8 @@ Json jsonOf(const TopRow& row) {
   return json;
 }
 
-void print(const std::vector<TopRow>& rows, bool json) {
-  for (const TopRow& row : rows)
+void print(const std::vector<QueueView>& rows, bool json) {
+  for (const QueueView& row : rows)
     if (json)
       fmt::print("{}\n", jsonOf(row).dump());
     else
@@ -68,7 +67,7 @@ void print(const std::vector<TopRow>& rows, bool json) {
 
 /// Line by line what there is ends with the manager; on a screen it may come back.
 int top(const Top& top) {
-  TopFigures figures(top.manager);
+  ManagerWatch figures(top.manager);
   auto rows = figures.look();
   const bool onScreen = !top.json && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   const auto screen = onScreen ? TopScreen::open() : nullptr;

@@ -1,0 +1,62 @@
+#include "manager/view/manager_watch.h"
+
+#include "manager/engine/oldest_message.h"
+#include "manager/store/catalog.h"
+
+#include <algorithm>
+
+namespace bxm {
+
+namespace {
+double rate(std::uint64_t before, std::uint64_t now, std::chrono::duration<double> time) {
+  return now > before && time.count() > 0 ? static_cast<double>(now - before) / time.count() : 0;
+}
+} // namespace
+
+std::string QueueView::remark() const {
+  if (isFull()) return "full";
+  if (isInhibited) return "shut";
+  return growsUnread ? "unread" : "";
+}
+
+std::vector<QueueView> ManagerWatch::look() {
+  const auto session = catalog().connect(m_manager);
+  m_name = session->managerName();
+  std::vector<QueueView> views;
+  std::map<std::uint32_t, Moments> seen;
+  for (const QueueDefinition& definition : session->listQueues()) {
+    const auto queue = session->open(definition);
+    const QueueFigures figures = queue->figures();
+    QueueView view;
+    view.name = definition.name;
+    view.depth = queue->depth();
+    view.maxDepth = static_cast<std::uint64_t>(definition.maxDepth);
+    view.uncommitted = figures.uncommitted;
+    view.readers = figures.readers;
+    view.writers = figures.writers;
+    view.puts = figures.puts;
+    view.gets = figures.gets;
+    view.isInhibited = definition.putInhibited || definition.getInhibited;
+    if (view.depth > 0)
+      if (const auto put = oldestMessage(*session, definition))
+        view.oldestAge = std::max<std::int64_t>(session->now() - *put, 0);
+
+    Moments& moments = seen[definition.id] = std::move(m_seen[definition.id]);
+    const Moment now{std::chrono::steady_clock::now(), view.depth, view.puts, view.gets};
+    if (!moments.empty()) {
+      const Moment& before = moments.back();
+      view.putRate = rate(before.puts, now.puts, now.at - before.at);
+      view.getRate = rate(before.gets, now.gets, now.at - before.at);
+    }
+    moments.push_back(now);
+    if (moments.size() > kMostDepths) moments.pop_front();
+    const Moment& first = moments.front();
+    view.growsUnread = view.readers == 0 && view.gets <= first.gets && view.depth > first.depth;
+    for (const Moment& moment : moments) view.depths.push_back(moment.depth);
+    views.push_back(std::move(view));
+  }
+  m_seen = std::move(seen);
+  return views;
+}
+
+} // namespace bxm
