@@ -34,8 +34,9 @@ int check(const Check& check) {
               true);
   } else {
     printLines(found.damages);
-    fmt::print("{} log files, {} queues, {} messages, {} damages.\n", found.logFiles, found.queues,
-               found.messages, found.damages.size());
+    fmt::print("{}, {}, {}, {}.\n", counted(found.logFiles, "log file"),
+               counted(found.queues, "queue"), counted(found.messages, "message"),
+               counted(found.damages.size(), "damage"));
   }
   return found.damages.empty() ? 0 : 1;
 }
@@ -53,7 +54,8 @@ int repair(const Repair& repair) {
   printLines(repaired.changes);
   if (!repaired.setAside.empty())
     fmt::print("{} damaged pieces set aside in {}.\n", repaired.setAsideCount, repaired.setAside);
-  fmt::print("Queue manager {} repaired: {} messages.\n", repair.manager, repaired.messages);
+  fmt::print("Queue manager {} repaired: {}.\n", repair.manager,
+             counted(repaired.messages, "message"));
   return 0;
 }
 

@@ -182,11 +182,12 @@ int copy(const Copy& copy) {
   copyManager(copy.from, copy.to, [&](const CopiedQueue& copied) {
     ++queues;
     messages += copied.messages;
-    fmt::print("Queue {}: {} messages copied, verified.\n", copied.name, copied.messages);
+    fmt::print("Queue {}: {} copied, verified.\n", copied.name,
+               counted(copied.messages, "message"));
     std::fflush(stdout);
   });
-  fmt::print("Queue manager {} copied to {}: {} queues, {} messages.\n", copy.from, copy.to, queues,
-             messages);
+  fmt::print("Queue manager {} copied to {}: {}, {}.\n", copy.from, copy.to,
+             counted(queues, "queue"), counted(messages, "message"));
   return 0;
 }
 

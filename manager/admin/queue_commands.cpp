@@ -2,6 +2,7 @@
 #include "manager/admin/program.h"
 #include "manager/admin/report.h"
 #include "manager/engine/administration.h"
+#include "manager/engine/oldest_message.h"
 #include "manager/engine/transfer.h"
 
 #include <ctime>
@@ -112,9 +113,20 @@ std::string localTime(std::int64_t seconds) {
 }
 
 int show(const Show& show) {
-  const auto [queue, depth] = findLocalQueue(show.manager, show.queue);
+  const auto session = catalog().connect(show.manager);
+  const QueueDefinition queue = queueNamed(*session, show.queue);
+  const auto opened = session->open(queue);
+  const QueueFigures figures = opened->figures();
+  const auto oldest = oldestMessage(*session, queue), since = session->countsSince();
   reportOne({{"name", queue.name},
-             {"depth", depth},
+             {"depth", opened->depth()},
+             {"oldest_put", oldest ? Json(localTime(*oldest / 1000)) : Json()},
+             {"uncommitted", figures.uncommitted},
+             {"readers", figures.readers},
+             {"writers", figures.writers},
+             {"puts", figures.puts},
+             {"gets", figures.gets},
+             {"counted_since", since ? Json(localTime(*since / 1000)) : Json()},
              {"max_depth", queue.maxDepth},
              {"max_length", queue.maxMessageLength},
              {"default_priority", queue.defaultPriority},

@@ -15,6 +15,7 @@ namespace bxm::admin {
 namespace {
 
 constexpr int kHeadLines = 2, kFootLines = 1;
+constexpr short kGraphColour = 1, kRemarkColour = 2;
 constexpr std::size_t kLeastName = 12, kMostName = 48, kLeastGraph = 8;
 
 std::string ageOf(const QueueView& row) { return row.oldestAge ? duration(*row.oldestAge) : "-"; }
@@ -72,6 +73,12 @@ std::unique_ptr<TopScreen> TopScreen::open() {
   ::noecho();
   ::keypad(stdscr, true);
   ::curs_set(0);
+  if (showsColours() && ::has_colors()) {
+    ::start_color();
+    ::use_default_colors();
+    ::init_pair(kGraphColour, COLOR_CYAN, -1);
+    ::init_pair(kRemarkColour, COLOR_YELLOW, -1);
+  }
   return std::unique_ptr<TopScreen>(new TopScreen);
 }
 
@@ -136,12 +143,15 @@ void TopScreen::drawRows(int height, int width) const {
   const int room = height - kHeadLines - kFootLines;
   for (int i = 0; i < room && m_first + static_cast<std::size_t>(i) < m_rows.size(); ++i) {
     const QueueView& row = m_rows[m_first + static_cast<std::size_t>(i)];
-    const bool standsOut = !row.remark().empty();
-    if (standsOut) ::attron(A_BOLD);
-    line(kHeadLines + i,
-         fmt::format("{:<{}.{}}{} {:<{}}{}", row.name, widths.name, widths.name, figuresOf(row),
-                     row.remark(), Widths::kRemark, graphOf(row.depths, widths.graph)));
-    if (standsOut) ::attroff(A_BOLD);
+    const attr_t remarkable =
+        row.remark().empty() ? A_NORMAL : A_BOLD | static_cast<attr_t>(COLOR_PAIR(kRemarkColour));
+    ::attron(remarkable);
+    line(kHeadLines + i, fmt::format("{:<{}.{}}{} {:<{}}", row.name, widths.name, widths.name,
+                                     figuresOf(row), row.remark(), Widths::kRemark));
+    ::attroff(remarkable);
+    ::attron(COLOR_PAIR(kGraphColour));
+    ::addstr(graphOf(row.depths, widths.graph).c_str());
+    ::attroff(COLOR_PAIR(kGraphColour));
   }
 }
 

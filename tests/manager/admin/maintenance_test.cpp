@@ -67,7 +67,7 @@ TEST_F(Maintenance, AManagerInUseIsCheckedAndNotRepaired) {
   ASSERT_TRUE(support::eventually([this] {
     return done({"queue", "list"}).find(" 1 ") != std::string::npos;
   }));
-  EXPECT_THAT(done({"check"}), HasSubstr("1 queues, 1 messages, 0 damages"));
+  EXPECT_THAT(done({"check"}), HasSubstr("1 queue, 1 message, 0 damages"));
   EXPECT_THAT(bxadm({"repair", "M"}), FailsWithOneLine("in use"));
   EXPECT_THAT(bxadm({"restore", home + "/M", "N"}), FailsWithOneLine("in use"));
   user.close(0);

@@ -14,11 +14,19 @@ TEST_F(Programs, QueuesAreMadeListedAndDeleted) {
   EXPECT_THAT(done({"top", "--count", "1"}), testing::HasSubstr(" B depth 0 of 7, 0 put/s"));
   EXPECT_THAT(done({"top", "--count", "2", "--interval", "0.1", "--json"}),
               testing::ContainsRegex("\"queue\":\"A/b%\",\"depth\":0.*\"oldest_age_ms\":null"));
+  support::Process({support::binDir() + "/ferry", "-f", "B"})
+      .environment("BXM_HOME", home)
+      .input("1\n2\n3\n")
+      .run();
+  EXPECT_EQ(run("ferry", {"-r", "B", "-c", "1"}).out, "1\n");
+  EXPECT_THAT(done({"queue", "show", "B"}),
+              testing::ContainsRegex("depth +2\noldest put +20[^\n]*\nuncommitted +0\nreaders +0\n"
+                                     "writers +0\nputs +3\ngets +1\ncounted since +20"));
   EXPECT_EQ(done({"queue", "delete", "A/b%", "-m", "DEFAULT", "--force"}), "Queue A/b% deleted.\n");
   EXPECT_THAT(bxadm({"queue", "delete", "A/b%", "--force"}), FailsWithOneLine("A/b%"));
   EXPECT_EQ(done({"queue", "list", "-m", "DEFAULT"}),
             "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
-            "B         0          7           9\n");
+            "B         2          7           9\n");
 }
 
 TEST_F(Programs, QueuesThatCannotBeAreRefused) {
