@@ -20,7 +20,8 @@ std::string QueueView::remark() const {
 }
 
 std::vector<QueueView> ManagerWatch::look() {
-  const auto session = catalog().connect(m_manager);
+  // By its name from then on: without one a manager that is gone would be made again.
+  const auto session = catalog().connect(m_name.empty() ? m_manager : m_name);
   m_name = session->managerName();
   std::vector<QueueView> views;
   std::map<std::uint32_t, Moments> seen;
