@@ -63,6 +63,9 @@ void declareAlter(CLI::App& command, Definition& definition) {
 }
 
 int alter(const Definition& definition) {
+  if (definition.settings == QueueSettings())
+    throw CLI::ValidationError("there is nothing to alter: one of --max-depth, --max-length, "
+                               "--priority, --persistent, --inhibit-put, --inhibit-get is needed");
   alterLocalQueue(definition.manager, definition.queue, definition.settings);
   fmt::print("Queue {} altered.\n", definition.queue);
   return 0;

@@ -22,6 +22,11 @@ bool isName(std::string_view name) {
          std::all_of(name.begin(), name.end(), allowed);
 }
 
+std::string notAName(std::string_view name, const std::string& thing) {
+  return "'" + std::string(name) + "' is no name for a " + thing +
+         "; names are 1 to 48 characters of A-Z a-z 0-9 . _ / %";
+}
+
 void padInto(char* field, std::size_t length, std::string_view text) {
   const std::size_t copied = std::min(length, text.size());
   std::memcpy(field, text.data(), copied);

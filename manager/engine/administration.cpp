@@ -83,7 +83,7 @@ void restoreManager(const std::string& source, const std::string& name) {
 
 void createLocalQueue(const std::string& manager, const std::string& name,
                       const QueueSettings& settings) {
-  if (!isName(name)) throw Failure(BXRC_UNKNOWN_OBJECT, "'" + name + "' is no name for a queue");
+  if (!isName(name)) throw Failure(BXRC_UNKNOWN_OBJECT, notAName(name, "queue"));
   QueueDefinition definition;
   definition.name = name;
   apply(settings, definition);

@@ -50,6 +50,8 @@ struct QueueInfo {
 struct QueueSettings {
   std::optional<BXLONG> maxDepth, maxMessageLength, defaultPriority;
   std::optional<bool> persistent, putInhibited, getInhibited;
+
+  bool operator==(const QueueSettings&) const = default;
 };
 
 void createLocalQueue(const std::string& manager, const std::string& name,

@@ -217,8 +217,7 @@ void Home::build(const Folder& home, const std::string& name,
 void Home::create(const std::string& name, bool makeDefault, const std::string& place) {
   if (!place.empty())
     throw Failure(BXRC_OPTIONS_ERROR, "no place for a queue manager is known by '" + place + "'");
-  if (!isName(name))
-    throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
+  if (!isName(name)) throw Failure(BXRC_Q_MGR_NAME_ERROR, notAName(name, "queue manager"));
   makeHome();
   const Folder home(m_folder);
   const HomeLock lock(home);
@@ -334,8 +333,7 @@ std::vector<std::string> Home::backup(const std::string& given, const std::strin
 }
 
 void Home::restore(const std::string& source, const std::string& name) {
-  if (!isName(name))
-    throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
+  if (!isName(name)) throw Failure(BXRC_Q_MGR_NAME_ERROR, notAName(name, "queue manager"));
   const Folder from(source);
   if (Runtime::isInUse(from)) throw Failure(BXRC_OBJECT_IN_USE, source + " is in use");
   makeHome();

@@ -97,7 +97,7 @@ ManagersFile ManagersFile::read() {
       read.places[line.key] = line.value;
     else
       throw Failure(BXRC_Q_MGR_NOT_AVAILABLE,
-                    read.path + ": '" + line.key + "' is no name for a queue manager");
+                    read.path + ": " + notAName(line.key, "queue manager"));
   }
   return read;
 }

@@ -66,7 +66,7 @@ std::unique_ptr<StoreSession> PostgresCatalog::connect(std::string_view name) {
 /// What another machine has made in the same database is entered here.
 void PostgresCatalog::create(const std::string& name, bool makeDefault, const std::string& place) {
   if (!isName(name) || name == "default")
-    throw Failure(BXRC_Q_MGR_NAME_ERROR, "'" + name + "' is no name for a queue manager");
+    throw Failure(BXRC_Q_MGR_NAME_ERROR, notAName(name, "queue manager"));
   checkPlace(place);
   const ManagersFile file = ManagersFile::read();
   const auto known = file.places.find(name);
