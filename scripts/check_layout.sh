@@ -20,6 +20,7 @@ declare -A may=(
   [manager/store]="bx manager/base"
   [manager/store/log]="bx manager/base manager/store"
   [manager/store/postgres]="bx manager/base manager/store"
+  [manager/bindings]="bx manager/base manager/store manager/store/postgres"
   [manager/engine]="bx manager/base manager/store"
   [manager/api]="bx manager/base manager/engine"
   [manager/view]="bx manager/base manager/store manager/engine"

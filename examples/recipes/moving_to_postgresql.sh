@@ -12,5 +12,4 @@ bxadm manager copy ORDERS DBORDERS # may be interrupted and started again
 bxadm queue list -m DBORDERS
 bxadm manager delete ORDERS --force
 bxadm manager default DBORDERS
-# On machines that have the client bindings alone ferry works on the database from here on.
-bxadm browse NEW -c 1 --json | grep -o '"text":"[^"]*"'
+ferry -r NEW -c 1 # works on the database from here on, as on all other machines

@@ -23,7 +23,9 @@ public:
   virtual void create(const std::string& name, bool makeDefault, const std::string& place) = 0;
   /// Throws Failure: 2058 unknown, 2042 somebody is connected.
   virtual void remove(const std::string& name) = 0;
-  /// Marks it the one that is meant where none is named. Throws Failure 2058.
+  /// Whether there is one of this name; without a name: a default one.
+  virtual bool has(std::string_view name) = 0;
+  /// Marks it the one that is meant where none is named; an empty name: none is. Throws Failure 2058.
   virtual void setDefault(const std::string& name) = 0;
   virtual void setSettings(const std::string& name, const ManagerSettings& settings) = 0;
 

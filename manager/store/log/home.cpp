@@ -227,7 +227,17 @@ void Home::create(const std::string& name, bool makeDefault, const std::string& 
   if (makeDefault) markDefault(home, name);
 }
 
+bool Home::has(std::string_view name) {
+  const std::string wanted = name.empty() ? markedName() : std::string(name);
+  const auto home = folder();
+  return home && isName(wanted) && home->has(encodeFolderName(wanted));
+}
+
 void Home::setDefault(const std::string& name) {
+  if (name.empty()) {
+    if (const auto home = folder()) home->remove(kDefaultFile);
+    return;
+  }
   folderOf(name); // must be there
   markDefault(Folder(m_folder), name);
 }

@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* kSection = "[managers]";
 constexpr const char* kDefault = "default";
+constexpr const char* kOfTheMachine = "/etc/bxm/bxclient.ini";
 
 std::string pathOfFile() {
   if (const char* path = std::getenv("BXM_CLIENT_INI"); path && *path) return path;
@@ -29,7 +30,7 @@ std::string pathOfFile() {
     if (::access(path.c_str(), F_OK) == 0 || std::getenv("BXM_HOME")) return path;
   } catch (const Failure&) { // a user without a home may still use the system's
   }
-  return "/etc/bxm/bxclient.ini";
+  return kOfTheMachine;
 }
 
 std::string trimmed(const std::string& text) {
@@ -63,9 +64,15 @@ std::vector<Line> linesOf(const std::string& path) {
   return lines;
 }
 
+/// Who may not change the machine's file gets one of their own.
+std::string pathToWrite(const std::string& read) {
+  return read == kOfTheMachine && ::geteuid() != 0 ? homeFolder() + "/bxclient.ini" : read;
+}
+
 /// The new file takes the old one's place as a whole.
-void write(const std::string& path, const std::vector<std::string>& lines) {
+void write(const std::string& read, const std::vector<std::string>& lines) {
   namespace fs = std::filesystem;
+  const std::string path = pathToWrite(read);
   std::error_code ignored;
   if (fs::path(path).has_parent_path())
     fs::create_directories(fs::path(path).parent_path(), ignored);
@@ -108,8 +115,15 @@ void ManagersFile::add(const std::string& name, const std::string& place, bool m
   insert(settings, makeDefault);
 }
 
+bool ManagersFile::has(std::string_view name) const {
+  return name.empty() ? !defaultName.empty() : places.count(std::string(name)) > 0;
+}
+
 void ManagersFile::setDefault(const std::string& name) const {
-  insert({std::string(kDefault) + " = " + name}, true);
+  if (name.empty())
+    insert({}, true);
+  else
+    insert({std::string(kDefault) + " = " + name}, true);
 }
 
 /// At the head of the section, in the place of an older default where there is a new one.

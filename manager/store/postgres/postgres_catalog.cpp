@@ -77,7 +77,10 @@ void PostgresCatalog::create(const std::string& name, bool makeDefault, const st
   if (isThere && known != file.places.end())
     throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
   if (!isThere) makeSchema(server, name);
-  if (known == file.places.end()) file.add(name, place, makeDefault);
+  if (known == file.places.end())
+    file.add(name, place, makeDefault);
+  else if (makeDefault)
+    file.setDefault(name);
 }
 
 void PostgresCatalog::remove(const std::string& name) {
@@ -92,9 +95,11 @@ void PostgresCatalog::remove(const std::string& name) {
   file.remove(name);
 }
 
+bool PostgresCatalog::has(std::string_view name) { return ManagersFile::read().has(name); }
+
 void PostgresCatalog::setDefault(const std::string& name) {
   const ManagersFile file = ManagersFile::read();
-  placeOf(file, name);
+  if (!name.empty()) placeOf(file, name);
   file.setDefault(name);
 }
 

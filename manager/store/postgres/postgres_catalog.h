@@ -11,6 +11,7 @@ public:
   /// place: libpq's URI, without a password.
   void create(const std::string& name, bool makeDefault, const std::string& place) override;
   void remove(const std::string& name) override;
+  bool has(std::string_view name) override;
   void setDefault(const std::string& name) override;
   void setSettings(const std::string& name, const ManagerSettings& settings) override;
   void grant(const std::string& name, const std::string& role, const std::string& may) override;

@@ -45,6 +45,26 @@ TEST_F(Copying, GoesOnWhereItWasKilled) {
     EXPECT_EQ(target.words(queue), source.words(queue));
 }
 
+TEST_F(Copying, TheToolWorksOnTheDefaultManagerWhereverThatIs) {
+  const auto tool = [this](const std::string& bin) {
+    return support::Process({bin + "/ferry", "-r", "Q"}).environment("BXM_HOME", home).run();
+  };
+  const std::string alone = folder / "alone"; // without the client bindings
+  for (const char* what : {"/bin/ferry", "/lib/libbxm_r.so"}) {
+    std::filesystem::create_directories(std::filesystem::path(alone + what).parent_path());
+    std::filesystem::copy(support::binDir() + "/.." + what, alone + what);
+  }
+  for (const auto& [manager, others] : std::map<std::string, int>{{"E", 0}, {"P", 255}, {"F", 0}}) {
+    done({"queue", "create", "Q", "-m", manager});
+    done({"manager", "default", manager});
+    source.words("connect " + manager);
+    source.words("put Q of" + manager);
+    EXPECT_EQ(done({"manager", "default"}), manager + "\n");
+    EXPECT_EQ(tool(support::binDir()).out, "of" + manager + "\n");
+    EXPECT_EQ(tool(alone + "/bin").status, others);
+  }
+}
+
 TEST_F(Copying, WhatWouldBeNoCopyIsRefused) {
   const auto refused = [this](const std::string& to, const std::string& text) {
     EXPECT_THAT(copy("E", to, ""), FailsWithOneLine(text));

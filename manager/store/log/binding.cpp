@@ -1,7 +1,0 @@
-#include "manager/store/catalog.h"
-
-namespace bxm {
-
-Catalog& catalog() { return embeddedCatalog(); }
-
-} // namespace bxm

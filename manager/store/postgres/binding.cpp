@@ -1,7 +1,0 @@
-#include "manager/store/catalog.h"
-
-namespace bxm {
-
-Catalog& catalog() { return postgresCatalog(); }
-
-} // namespace bxm
