@@ -11,7 +11,13 @@ import {queue} from './queue.js';
 let current = null;
 let isSignedIn = false;
 
+/// A dialog is about the page that it was opened on.
+function closeDialogs() {
+  for (const dialog of document.querySelectorAll('dialog[open]')) dialog.close();
+}
+
 function enter() {
+  closeDialogs();
   const {path, words} = place();
   const next = path === '/queue' ? 'queue' : 'overview';
   if (next !== 'queue') queue.leave();
@@ -92,7 +98,7 @@ const form = byId('sign-in-form');
 function askForToken() {
   clearTimeout(retry);
   hangUp();
-  for (const dialog of document.querySelectorAll('dialog[open]')) dialog.close();
+  closeDialogs();
   sayState('out');
   document.title = 'Sign in – ferry console';
   isSignedIn = false;

@@ -141,7 +141,7 @@ export class Graph {
       const anchor = minutes === 15 ? 'start' : minutes === 0 ? 'end' : 'middle';
       const x = this.x((1 - minutes / 15) * (this.slots - 1));
       draw(this.axes, 'text', {x, y: kHeight - 6, 'text-anchor': anchor},
-           minutes ? `${minutes} min ago` : 'now');
+           minutes ? `−${minutes} min` : 'now');
     }
   }
 

@@ -138,10 +138,16 @@ async function showWhole(id) {
   }
 }
 
+/// A field as the export tells it, in words where it has some.
+function described([key, value]) {
+  const name = (key === 'id' ? 'identifier' : key).replaceAll('_', ' ');
+  const words = typeof value === 'boolean' ? (value ? 'yes' : 'no') : ['put', 'expires'].includes(key) ? moment(value) : String(value);
+  return [name[0].toUpperCase() + name.slice(1), words];
+}
+
 function open({text, base64, ...descriptor}) {
   const bytes = base64 === undefined ? null : bytesOf(base64);
-  define(part('dl'), Object.entries(descriptor).map(([key, value]) =>
-      [key.replaceAll('_', ' '), typeof value === 'object' ? JSON.stringify(value) : String(value)]));
+  define(part('dl'), Object.entries(descriptor).map(described));
   part('pre').classList.toggle('bytes', bytes !== null);
   showPart(bytes ?? text, kAtOnce);
   part('.all').onclick = () => {
@@ -158,8 +164,8 @@ function showPart(data, most) {
   part('pre').textContent = isText ? some : hexLines(some);
   const unit = isText ? ['character', 'characters'] : ['byte', 'bytes'];
   const all = counted(data.length, ...unit);
-  say(part('p.hint'), `${isText ? '' : 'Not UTF-8, in hexadecimal: '}${
-    some.length < data.length ? `the first ${count(some.length)} of ${all}` : all}`);
+  const told = some.length < data.length ? `The first ${count(some.length)} of ${all}` : all;
+  say(part('p.hint'), isText ? told : `${told}. Not UTF-8, so in hexadecimal`);
   part('.all').hidden = some.length === data.length;
 }
 

@@ -6,7 +6,7 @@ import {Graph} from './graph.js';
 import {messages} from './messages.js';
 import {faultOf} from './overview.js';
 import {byId, define, say, sayIfAny} from './page.js';
-import {count, counted, duration, moment, rate, remark, share} from './words.js';
+import {count, counted, duration, moment, rate, remark, share, since} from './words.js';
 
 const kSlots = 900;
 const kStep = 1000;
@@ -67,9 +67,9 @@ function showDefinition() {
   ]);
 }
 
-function showCounted({puts, gets, since}) {
-  say(figureOf['put-count'], `${count(puts)} since ${moment(since)}`);
-  say(figureOf['get-count'], `${count(gets)} since ${moment(since)}`);
+function showCounted(counts) {
+  say(figureOf['put-count'], `${count(counts.puts)} ${since(counts.since)}`);
+  say(figureOf['get-count'], `${count(counts.gets)} ${since(counts.since)}`);
 }
 
 // ---- Their course --------------------------------------------------------------------------------

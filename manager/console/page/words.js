@@ -35,11 +35,15 @@ export function size(bytes) {
 
 export const clock = (time) => new Date(time).toLocaleTimeString('en-GB');
 
-export function moment(time) {
-  const date = new Date(time);
-  const day = [date.getFullYear(), date.getMonth() + 1, date.getDate()]
-      .map((number) => String(number).padStart(2, '0')).join('-');
-  return Number.isNaN(date.getTime()) ? String(time) : `${day} ${clock(date)}`;
+const dayOf = (date) => [date.getFullYear(), date.getMonth() + 1, date.getDate()]
+    .map((number) => String(number).padStart(2, '0')).join('-');
+
+export const moment = (time) => `${dayOf(new Date(time))} ${clock(time)}`;
+
+/// As short as it can be: the time of today, or the day.
+export function since(time) {
+  const day = dayOf(new Date(time));
+  return `since ${day === dayOf(new Date()) ? clock(time) : day}`;
 }
 
 const kRemarks = {full: 'Full', shut: 'Shut', unread: 'Grows unread'};
