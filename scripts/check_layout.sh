@@ -23,7 +23,8 @@ declare -A may=(
   [manager/engine]="bx manager/base manager/store"
   [manager/api]="bx manager/base manager/engine"
   [manager/view]="bx manager/base manager/store manager/engine"
-  [manager/admin]="bx manager/base manager/store manager/engine manager/view"
+  [manager/console]="bx manager/base manager/store manager/engine manager/view"
+  [manager/admin]="bx manager/base manager/store manager/engine manager/view manager/console"
 )
 # A circle: some folders that no order puts behind what they include.
 left=" ${!may[*]} "
