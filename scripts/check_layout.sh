@@ -22,7 +22,9 @@ declare -A may=(
   [manager/store/postgres]="bx manager/base manager/store"
   [manager/engine]="bx manager/base manager/store"
   [manager/api]="bx manager/base manager/engine"
-  [manager/admin]="bx manager/base manager/store manager/engine"
+  [manager/view]="bx manager/base manager/store manager/engine"
+  [manager/console]="bx manager/base manager/store manager/engine manager/view"
+  [manager/admin]="bx manager/base manager/store manager/engine manager/view manager/console"
 )
 # A circle: some folders that no order puts behind what they include.
 left=" ${!may[*]} "

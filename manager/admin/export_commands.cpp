@@ -1,10 +1,10 @@
 #include "manager/admin/commands.h"
-#include "manager/admin/message_json.h"
 #include "manager/admin/program.h"
 #include "manager/admin/report.h"
 #include "manager/engine/queue_walk.h"
 #include "manager/engine/transfer.h"
 #include "manager/store/catalog.h"
+#include "manager/view/message_json.h"
 
 #include <cstdio>
 #include <fmt/format.h>

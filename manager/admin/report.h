@@ -1,14 +1,12 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "manager/view/json.h"
 
 #include <cstdint>
 #include <string>
 
 /// How commands tell what they found: JSON for programs, aligned text for people.
 namespace bxm::admin {
-
-using Json = nlohmann::ordered_json;
 
 /// Objects with the same keys: an array, or a table with the keys as its heads, numbers to the
 /// right. For people nothing is printed where there is none.

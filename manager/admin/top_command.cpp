@@ -1,13 +1,11 @@
 #include "manager/admin/commands.h"
-#include "manager/admin/message_json.h"
 #include "manager/admin/program.h"
 #include "manager/admin/report.h"
-#include "manager/admin/top_figures.h"
 #include "manager/admin/top_screen.h"
 #include "manager/base/failure.h"
 #include "manager/store/message.h"
+#include "manager/view/manager_watch.h"
 
-#include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
 #include <optional>
@@ -38,24 +36,16 @@ void declare(CLI::App& command, Top& top) {
   command.add_flag("--json", top.json, "Print a JSON object a line for each queue");
 }
 
-Json jsonOf(const TopRow& row) {
-  Json json{{"time", utcTime(clockNow())},
-            {"queue", row.name},
-            {"depth", row.depth},
-            {"max_depth", row.maxDepth},
-            {"puts_per_second", std::round(row.putRate * 10) / 10},
-            {"gets_per_second", std::round(row.getRate * 10) / 10},
-            {"readers", row.readers},
-            {"writers", row.writers},
-            {"uncommitted", row.uncommitted}};
-  json["oldest_age_ms"] = row.oldestAge ? Json(*row.oldestAge) : Json();
+Json lineOf(const QueueView& row) {
+  Json json{{"time", utcTime(clockNow())}, {"queue", row.name}};
+  json.update(jsonOf(row));
   return json;
 }
 
-void print(const std::vector<TopRow>& rows, bool json) {
-  for (const TopRow& row : rows)
+void print(const std::vector<QueueView>& rows, bool json) {
+  for (const QueueView& row : rows)
     if (json)
-      fmt::print("{}\n", jsonOf(row).dump());
+      fmt::print("{}\n", lineOf(row).dump());
     else
       fmt::print("{} {} depth {} of {}, {:.0f} put/s, {:.0f} get/s, {} readers, {} writers, {} "
                  "uncommitted, oldest {}{}{}\n",
@@ -68,7 +58,7 @@ void print(const std::vector<TopRow>& rows, bool json) {
 
 /// Line by line what there is ends with the manager; on a screen it may come back.
 int top(const Top& top) {
-  TopFigures figures(top.manager);
+  ManagerWatch figures(top.manager);
   auto rows = figures.look();
   const bool onScreen = !top.json && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   const auto screen = onScreen ? TopScreen::open() : nullptr;

@@ -17,9 +17,9 @@ namespace {
 constexpr int kHeadLines = 2, kFootLines = 1;
 constexpr std::size_t kLeastName = 12, kMostName = 48, kLeastGraph = 8;
 
-std::string ageOf(const TopRow& row) { return row.oldestAge ? duration(*row.oldestAge) : "-"; }
+std::string ageOf(const QueueView& row) { return row.oldestAge ? duration(*row.oldestAge) : "-"; }
 
-std::string figuresOf(const TopRow& row) {
+std::string figuresOf(const QueueView& row) {
   const double part =
       row.maxDepth ? 100.0 * static_cast<double>(row.depth) / static_cast<double>(row.maxDepth)
                    : 100;
@@ -32,14 +32,14 @@ constexpr const char* kHeads = "     DEPTH FULL    PUT/S    GET/S  RD  WR UNCOM 
 
 /// How wide the parts of a line are; the graph only where there is room.
 struct Widths {
-  explicit Widths(std::size_t width, const std::vector<TopRow>& rows) {
+  explicit Widths(std::size_t width, const std::vector<QueueView>& rows) {
     std::size_t longest = kLeastName;
-    for (const TopRow& row : rows) longest = std::max(longest, row.name.size());
+    for (const QueueView& row : rows) longest = std::max(longest, row.name.size());
     const std::size_t others = std::string_view(kHeads).size() + 1 + kRemark;
     name =
         std::clamp(width > others ? width - others : 0, kLeastName, std::min(longest, kMostName));
     const std::size_t left = width > name + others + 1 ? width - name - others - 1 : 0;
-    graph = left >= kLeastGraph ? std::min(left, TopFigures::kMostDepths) : 0;
+    graph = left >= kLeastGraph ? std::min(left, ManagerWatch::kMostDepths) : 0;
   }
   static constexpr std::size_t kRemark = 7;
   std::size_t name, graph = 0;
@@ -77,7 +77,7 @@ std::unique_ptr<TopScreen> TopScreen::open() {
 
 TopScreen::~TopScreen() { ::endwin(); }
 
-void TopScreen::show(const std::string& manager, std::vector<TopRow> rows) {
+void TopScreen::show(const std::string& manager, std::vector<QueueView> rows) {
   m_manager = manager;
   m_rows = std::move(rows);
   m_fault.clear();
@@ -92,7 +92,7 @@ void TopScreen::showFault(const std::string& text) {
 }
 
 void TopScreen::sort() {
-  std::stable_sort(m_rows.begin(), m_rows.end(), [this](const TopRow& a, const TopRow& b) {
+  std::stable_sort(m_rows.begin(), m_rows.end(), [this](const QueueView& a, const QueueView& b) {
     switch (m_order) {
     case 'd': return a.depth > b.depth;
     case 'p': return a.putRate > b.putRate;
@@ -109,7 +109,7 @@ void TopScreen::draw() const {
   ::erase();
   std::uint64_t messages = 0;
   double puts = 0, gets = 0;
-  for (const TopRow& row : m_rows) {
+  for (const QueueView& row : m_rows) {
     messages += row.depth;
     puts += row.putRate;
     gets += row.getRate;
@@ -135,7 +135,7 @@ void TopScreen::drawRows(int height, int width) const {
   ::attroff(A_REVERSE);
   const int room = height - kHeadLines - kFootLines;
   for (int i = 0; i < room && m_first + static_cast<std::size_t>(i) < m_rows.size(); ++i) {
-    const TopRow& row = m_rows[m_first + static_cast<std::size_t>(i)];
+    const QueueView& row = m_rows[m_first + static_cast<std::size_t>(i)];
     const bool standsOut = !row.remark().empty();
     if (standsOut) ::attron(A_BOLD);
     line(kHeadLines + i,

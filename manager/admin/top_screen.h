@@ -1,6 +1,6 @@
 #pragma once
 
-#include "manager/admin/top_figures.h"
+#include "manager/view/manager_watch.h"
 
 #include <chrono>
 #include <memory>
@@ -18,7 +18,7 @@ public:
   TopScreen(const TopScreen&) = delete;
   TopScreen& operator=(const TopScreen&) = delete;
 
-  void show(const std::string& manager, std::vector<TopRow> rows);
+  void show(const std::string& manager, std::vector<QueueView> rows);
   /// Instead of figures, for now.
   void showFault(const std::string& text);
   /// Draws anew as keys and the terminal's size want it. False when the user has had enough.
@@ -32,7 +32,7 @@ private:
   bool take(int key);
 
   std::string m_manager, m_fault;
-  std::vector<TopRow> m_rows;
+  std::vector<QueueView> m_rows;
   char m_order = 'n';
   std::size_t m_first = 0; ///< row that is shown at the top
 };

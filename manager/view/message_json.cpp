@@ -1,4 +1,4 @@
-#include "manager/admin/message_json.h"
+#include "manager/view/message_json.h"
 
 #include "manager/base/failure.h"
 #include "manager/base/names.h"
@@ -11,23 +11,13 @@
 #include <fmt/format.h>
 #include <vector>
 
-namespace bxm::admin {
+namespace bxm {
 
 namespace {
 
 [[noreturn]] void fail(const std::string& what) { throw Failure(BXRC_MD_ERROR, what); }
 
 // ---- Bytes --------------------------------------------------------------------------------------
-
-std::string hexOf(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string hex;
-  for (const char c : bytes) {
-    hex += kDigits[static_cast<unsigned char>(c) >> 4];
-    hex += kDigits[c & 15];
-  }
-  return hex;
-}
 
 int digitOf(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -59,21 +49,6 @@ std::string base64Of(std::string_view bytes) {
       text += k <= count ? kBase64[group >> (18 - 6 * k) & 63] : '=';
   }
   return text;
-}
-
-std::string bytesOfBase64(const std::string& text) {
-  std::string bytes;
-  std::uint32_t group = 0, bits = 0;
-  const std::size_t end = std::min(text.find('='), text.size());
-  for (std::size_t i = 0; i < end; ++i) {
-    const std::size_t digit = kBase64.find(text[i]);
-    if (digit == std::string_view::npos) fail("the data is not base64");
-    group = group << 6 | static_cast<std::uint32_t>(digit);
-    bits += 6;
-    if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8) & 0xFF);
-  }
-  if (text.size() % 4 != 0) fail("the data is not base64");
-  return bytes;
 }
 
 // ---- Fields of the descriptor -------------------------------------------------------------------
@@ -165,33 +140,29 @@ std::int64_t timeOf(const std::string& text) {
 
 } // namespace
 
-/// As JSON wants it: no longer forms than needed, no surrogates, nothing above 10FFFF.
-bool isUtf8(std::string_view bytes) {
-  const auto at = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-  for (std::size_t i = 0, more = 0; i < bytes.size(); i += more + 1) {
-    const unsigned char lead = at(i);
-    if (lead >= 0x80 && (lead < 0xC2 || lead > 0xF4)) return false;
-    more = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    if (bytes.size() - i <= more) return false;
-    for (std::size_t k = 1; k <= more; ++k)
-      if ((at(i + k) & 0xC0) != 0x80) return false;
-    if ((lead == 0xE0 && at(i + 1) < 0xA0) || (lead == 0xED && at(i + 1) > 0x9F) ||
-        (lead == 0xF0 && at(i + 1) < 0x90) || (lead == 0xF4 && at(i + 1) > 0x8F))
-      return false;
+std::string hexOf(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string hex;
+  for (const char c : bytes) {
+    hex += kDigits[static_cast<unsigned char>(c) >> 4];
+    hex += kDigits[c & 15];
   }
-  return true;
+  return hex;
 }
 
-std::string utcTime(std::int64_t milliseconds) {
-  using namespace std::chrono;
-  const sys_time<std::chrono::milliseconds> time{std::chrono::milliseconds(milliseconds)};
-  const auto today = floor<days>(time);
-  const year_month_day date{today};
-  const hh_mm_ss clock{time - today};
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                     clock.hours().count(), clock.minutes().count(), clock.seconds().count(),
-                     clock.subseconds().count());
+std::string bytesOfBase64(const std::string& text) {
+  std::string bytes;
+  std::uint32_t group = 0, bits = 0;
+  const std::size_t end = std::min(text.find('='), text.size());
+  for (std::size_t i = 0; i < end; ++i) {
+    const std::size_t digit = kBase64.find(text[i]);
+    if (digit == std::string_view::npos) fail("the data is not base64");
+    group = group << 6 | static_cast<std::uint32_t>(digit);
+    bits += 6;
+    if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8) & 0xFF);
+  }
+  if (text.size() % 4 != 0) fail("the data is not base64");
+  return bytes;
 }
 
 std::string identifierOf(std::string_view stored) {
@@ -263,4 +234,4 @@ JsonMessage messageOf(const Json& json) {
   return message;
 }
 
-} // namespace bxm::admin
+} // namespace bxm

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "manager/admin/report.h"
+#include "manager/view/json.h"
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 /// A message as JSON tells it: all that is known of it and its data, exactly.
-namespace bxm::admin {
+namespace bxm {
 
 /// stored: see manager/store/message.h.
 ///
@@ -28,9 +28,10 @@ JsonMessage messageOf(const Json& json);
 
 /// "42584d20..." of a message's identifier.
 std::string identifierOf(std::string_view stored);
-/// "2026-11-22T09:30:00.125Z" of ms since 1970.
-std::string utcTime(std::int64_t milliseconds);
-/// Whether JSON can hold the bytes as they are.
-bool isUtf8(std::string_view bytes);
 
-} // namespace bxm::admin
+/// "ff00" of two bytes.
+std::string hexOf(std::string_view bytes);
+/// Throws Failure where the text is not base64.
+std::string bytesOfBase64(const std::string& text);
+
+} // namespace bxm
