@@ -67,9 +67,12 @@ function showDefinition() {
   ]);
 }
 
+// A database does not know since when it counts.
+const countedWords = (number, from) => (from ? `${count(number)} ${since(from)}` : '');
+
 function showCounted(counts) {
-  say(figureOf['put-count'], `${count(counts.puts)} ${since(counts.since)}`);
-  say(figureOf['get-count'], `${count(counts.gets)} ${since(counts.since)}`);
+  say(figureOf['put-count'], countedWords(counts.puts, counts.since));
+  say(figureOf['get-count'], countedWords(counts.gets, counts.since));
 }
 
 // ---- Their course --------------------------------------------------------------------------------
