@@ -1,20 +1,25 @@
-// The dialogs that change something. Each is a form of index.html; here is what it asks and what comes of it.
+// The dialogs that change something. Each is a form of index.html; here is what it asks and what
+// comes of it.
 
-import {about, call} from './requests.js';
 import {messages} from './messages.js';
-import {byId, make, overviewPlace, queuePlace} from './page.js';
+import {byId, make} from './page.js';
+import {overviewPlace, queuePlace} from './places.js';
 import {queue} from './queue.js';
+import {about, call} from './requests.js';
 import {counted} from './words.js';
 
 let figures = null;
-export function keepFigures(latest) { figures = latest; }
+export function keepFigures(latest) {
+  figures = latest;
+}
 
-// ---- What each of them does ----------------------------------------------------------------------
+// ---- What each of them does ---------------------------------------------------------------------
 
 const kMoved = ({moved}) => `${counted(moved, 'message', 'messages')} moved.`;
 const kPurged = ({purged}) => `${counted(purged, 'message', 'messages')} deleted.`;
 
-/// prepare: fills the form. send: asks the server. told: what is said then; without it the dialog closes.
+/// prepare: fills the form. send: asks the server. told: what is said then; without it the dialog
+/// closes.
 const kChanges = {
   create: {
     prepare: (form) => {
@@ -25,18 +30,21 @@ const kChanges = {
       form.elements.persistent.checked = true;
     },
     send: (values) => call('POST', '/queues', values),
-    done: (values) => { location.hash = queuePlace(values); },
+    done: (values) => {
+      location.hash = queuePlace(values);
+    },
   },
   alter: {
     prepare: (form) => fill(form, queue.definition ?? {}),
-    send: (values) => call('PATCH', `/queue${about(queue.shown)}`, othersThan(values, queue.definition)),
+    send: (values) =>
+        call('PATCH', `/queue${about(queue.shown)}`, othersThan(values, queue.definition)),
     done: () => queue.load(),
   },
   put: {
     prepare: () => {},
-    send: ({text = '', expires_in: seconds, ...others}) =>
-        call('POST', `/messages${about(queue.shown)}`,
-             {text, ...others, ...(seconds && {expires_in_ms: Math.round(1000 * seconds)})}),
+    send: ({text = '', expires_in: seconds, ...others}) => call(
+        'POST', `/messages${about(queue.shown)}`,
+        {text, ...others, ...(seconds && {expires_in_ms: Math.round(1000 * seconds)})}),
     done: () => messages.load(),
   },
   move: {
@@ -54,14 +62,16 @@ const kChanges = {
   delete: {
     prepare: demandName,
     send: (values) => call('DELETE', `/queue${about(queue.shown)}`, values),
-    done: () => { location.hash = overviewPlace({}); },
+    done: () => {
+      location.hash = overviewPlace({});
+    },
   },
 };
 
 const othersThan = (values, before) =>
     Object.fromEntries(Object.entries(values).filter(([key, value]) => value !== before?.[key]));
 
-// ---- Filling in ----------------------------------------------------------------------------------
+// ---- Filling in ---------------------------------------------------------------------------------
 
 function offer(select, names, chosen) {
   select.replaceChildren(...names.map((name) => new Option(name, name, false, name === chosen)));
@@ -69,19 +79,22 @@ function offer(select, names, chosen) {
 
 function offerManagers(select) {
   const managers = (figures?.managers ?? []).filter(({reachable}) => reachable);
-  offer(select, managers.map(({manager}) => manager), managers.find((other) => other.default)?.manager);
+  const names = managers.map(({manager}) => manager);
+  offer(select, names, managers.find((other) => other.default)?.manager);
 }
 
 function offerQueues(select) {
-  const others = (figures?.queues ?? []).filter((other) =>
-      other.manager === queue.shown.manager && other.queue !== queue.shown.queue);
-  offer(select, others.map((other) => other.queue));
+  const {manager, queue: name} = queue.shown;
+  const others = (figures?.queues ?? []).filter((other) => other.manager === manager);
+  offer(select, others.map((other) => other.queue).filter((other) => other !== name));
 }
 
 function fill(form, values) {
   for (const field of form.elements) {
-    if (field.type === 'checkbox') field.checked = Boolean(values[field.name]);
-    else if (field.name) field.value = values[field.name] ?? '';
+    if (field.type === 'checkbox')
+      field.checked = Boolean(values[field.name]);
+    else if (field.name)
+      field.value = values[field.name] ?? '';
   }
 }
 
@@ -98,13 +111,15 @@ function valuesOf(form) {
   const values = {};
   for (const field of form.elements) {
     if (!field.name) continue;
-    if (field.type === 'checkbox') values[field.name] = field.checked;
-    else if (field.value !== '') values[field.name] = field.type === 'number' ? Number(field.value) : field.value;
+    if (field.type === 'checkbox')
+      values[field.name] = field.checked;
+    else if (field.value !== '')
+      values[field.name] = field.type === 'number' ? Number(field.value) : field.value;
   }
   return values;
 }
 
-// ---- The dialogs ---------------------------------------------------------------------------------
+// ---- The dialogs --------------------------------------------------------------------------------
 
 function furnish(dialog) {
   const form = dialog.querySelector('form');
@@ -133,14 +148,18 @@ function open(name) {
 }
 
 async function submit(name) {
-  const dialog = byId(name), form = dialog.querySelector('form'), fault = dialog.querySelector('.fault');
+  const dialog = byId(name);
+  const form = dialog.querySelector('form');
+  const fault = dialog.querySelector('.fault');
   const button = form.querySelector('[type=submit]');
   fault.textContent = firstFault(form);
   if (fault.textContent || button.disabled) return;
   const values = valuesOf(form);
+  const subject = queue.shown;
   button.disabled = true;
   try {
-    finish(name, dialog, values, await kChanges[name].send(values));
+    const answer = await kChanges[name].send(values);
+    if (subject === queue.shown) finish(name, dialog, values, answer);
   } catch (problem) {
     fault.textContent = problem.message;
   }

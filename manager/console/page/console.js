@@ -1,12 +1,13 @@
 // Where the page is, who may see it, and the connection to the console.
 
-import {call, listen, whenSignedOut} from './requests.js';
 import {keepFigures} from './changes.js';
 import {depths, overview} from './overview.js';
-import {byId, place, say, sayIfAny} from './page.js';
+import {byId, say, sayIfAny} from './page.js';
+import {place} from './places.js';
 import {queue} from './queue.js';
+import {call, listen, Problem, whenSignedOut} from './requests.js';
 
-// ---- Places --------------------------------------------------------------------------------------
+// ---- Places -------------------------------------------------------------------------------------
 
 let current = null;
 let isSignedIn = false;
@@ -21,7 +22,7 @@ function enter() {
   const {path, words} = place();
   const next = path === '/queue' ? 'queue' : 'overview';
   if (next !== 'queue') queue.leave();
-  byId('back').href = byId('brand').href = overview.address();
+  byId('back').href = overview.address();
   (next === 'queue' ? queue : overview).enter(words);
   const isOther = current !== null && current !== next;
   current = next;
@@ -44,13 +45,19 @@ function show(figures) {
   (current === 'queue' ? queue : overview).show(figures);
 }
 
-// ---- The connection ------------------------------------------------------------------------------
+// ---- The connection -----------------------------------------------------------------------------
 
-const kStates = {connecting: 'Connecting', live: 'Live', lost: 'Connection lost, trying again', out: 'Signed out'};
+const kStates = {
+  connecting: 'Connecting',
+  live: 'Live',
+  lost: 'Connection lost, trying again',
+  out: 'Signed out'
+};
 const kLongestPause = 5000;
 let version = null;
 let pause = 0;
 let retry = 0;
+let attempt = 0;
 let hangUp = () => {};
 
 function sayState(state) {
@@ -61,6 +68,7 @@ function sayState(state) {
 async function connect() {
   clearTimeout(retry);
   hangUp();
+  const mine = ++attempt;
   try {
     const told = await call('GET', '/console');
     // A console of another version has a page of its own.
@@ -69,12 +77,17 @@ async function connect() {
     document.body.classList.toggle('may-change', told.allow_changes);
     byId('sign-out').hidden = !(told.needs_token && told.signed_in);
     if (told.needs_token && !told.signed_in) return void askForToken();
-    depths.seed(await call('GET', '/history'), Date.now());
-    if (!isSignedIn) welcome();
-    else if (current === 'queue') queue.load();
+    const history = await call('GET', '/history');
+    if (mine !== attempt) return;
+    depths.seed(history, Date.now());
+    if (!isSignedIn)
+      welcome();
+    else if (current === 'queue')
+      queue.load();
     hangUp = listen(hear, lose);
   } catch (problem) {
-    if (problem.status !== 401) lose();
+    if (!(problem instanceof Problem)) throw problem;
+    if (mine === attempt && problem.status !== 401) lose();
   }
 }
 
@@ -91,7 +104,7 @@ function lose() {
   pause = Math.min(kLongestPause, pause ? 2 * pause : 500);
 }
 
-// ---- Signing in and out --------------------------------------------------------------------------
+// ---- Signing in and out -------------------------------------------------------------------------
 
 const form = byId('sign-in-form');
 
@@ -119,7 +132,7 @@ async function signIn() {
     form.reset();
     fault.hidden = true;
     await connect();
-    byId(`${current}-title`).focus();
+    if (isSignedIn) byId(`${current}-title`).focus();
   } catch (problem) {
     sayIfAny(fault, problem.message);
     form.elements.token.select();

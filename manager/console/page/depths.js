@@ -15,16 +15,21 @@ export class Depths {
     this.#step = Math.floor(now / kStep);
   }
 
-  of(key) { return this.#series.get(key) ?? []; }
+  of(key) {
+    return this.#series.get(key) ?? [];
+  }
 
-  /// Queues that are gone are forgotten, but not those of a manager that cannot be reached just now.
+  /// Queues that are gone are forgotten, but not those of a manager that cannot be reached just
+  /// now.
   add({time, managers, queues}) {
     const step = Math.floor(Date.parse(time) / kStep);
     const passed = Math.min(kSteps, Math.max(0, step - this.#step));
     this.#step = step;
-    const silent = new Set(managers.filter(({reachable}) => !reachable).map(({manager}) => manager));
+    const silent =
+        new Set(managers.filter(({reachable}) => !reachable).map(({manager}) => manager));
     const series = new Map([...this.#series].filter(([key]) => silent.has(key.split(' ')[0])));
-    for (const told of queues) series.set(keyOf(told), this.#grown(keyOf(told), passed, told.depth));
+    for (const told of queues)
+      series.set(keyOf(told), this.#grown(keyOf(told), passed, told.depth));
     this.#series = series;
   }
 

@@ -30,7 +30,8 @@ function stretches(values, hole) {
   return found;
 }
 
-const line = (points) => points.map(([x, y], i) => `${i ? 'L' : 'M'}${x.toFixed(1)} ${y.toFixed(1)}`).join('');
+const line = (points) =>
+    points.map(([x, y], i) => `${i ? 'L' : 'M'}${x.toFixed(1)} ${y.toFixed(1)}`).join('');
 
 /// A stretch of a single value is still seen: it is drawn half a step long.
 function linesOf(values, hole, at) {
@@ -40,18 +41,22 @@ function linesOf(values, hole, at) {
   });
 }
 
-const areaOf = (points, bottom) =>
-    `${line(points)}L${points.at(-1)[0].toFixed(1)} ${bottom}L${points[0][0].toFixed(1)} ${bottom}Z`;
+const areaOf = (points, bottom) => `${line(points)}L${points.at(-1)[0].toFixed(1)} ${bottom}L${
+    points[0][0].toFixed(1)} ${bottom}Z`;
 
-// ---- In a row ------------------------------------------------------------------------------------
+// ---- In a row -----------------------------------------------------------------------------------
 
 const kSparkHeight = 24;
 
 export class Spark {
   constructor(parent, slots) {
     this.slots = slots;
-    const svg = draw(parent, 'svg', {viewBox: `0 0 ${slots - 1} ${kSparkHeight}`, class: 'spark',
-                                     preserveAspectRatio: 'none', 'aria-hidden': 'true'});
+    const svg = draw(parent, 'svg', {
+      viewBox: `0 0 ${slots - 1} ${kSparkHeight}`,
+      class: 'spark',
+      preserveAspectRatio: 'none',
+      'aria-hidden': 'true'
+    });
     this.area = draw(svg, 'path', {class: 'area'});
     this.line = draw(svg, 'path', {class: 'line'});
   }
@@ -59,14 +64,15 @@ export class Spark {
   show(values) {
     const top = Math.max(1, ...values);
     const first = this.slots - values.length;
-    const at = ([index, value]) => [first + index, kSparkHeight - 1 - (kSparkHeight - 3) * value / top];
+    const at =
+        ([index, value]) => [first + index, kSparkHeight - 1 - (kSparkHeight - 3) * value / top];
     const lines = linesOf(values, 2, at);
     alter(this.line, 'd', lines.map(line).join(''));
     alter(this.area, 'd', lines.map((points) => areaOf(points, kSparkHeight)).join(''));
   }
 }
 
-// ---- With axes -----------------------------------------------------------------------------------
+// ---- With axes ----------------------------------------------------------------------------------
 
 const kLeft = 56, kRight = 12, kTop = 10, kBottom = 24, kHeight = 220;
 const kMinutes = [15, 10, 5, 0];
@@ -79,9 +85,11 @@ function stepTo(top, least) {
 }
 
 export class Graph {
-  /// `lines`: [{name, className}], `slots` values of a second each, `least` the smallest step of the axis.
+  /// `lines`: [{name, className}], `slots` values of a second each, `least` the smallest step of
+  /// the axis.
   constructor(figure, {lines, slots, least, tell}) {
-    Object.assign(this, {lines, slots, least, tell, figure, series: lines.map(() => []), latest: 0});
+    Object.assign(
+        this, {lines, slots, least, tell, figure, series: lines.map(() => []), latest: 0});
     this.told = [make('span'), ...lines.map(({className}) => make('span', '', `key ${className}`))];
     figure.querySelector('.readout').replaceChildren(...this.told);
     this.svg = draw(figure, 'svg', {class: 'plot', height: kHeight, role: 'img'});
@@ -101,8 +109,12 @@ export class Graph {
     this.redraw();
   }
 
-  x(index) { return kLeft + (this.width - kLeft - kRight) * index / (this.slots - 1); }
-  y(value) { return kHeight - kBottom - (kHeight - kTop - kBottom) * value / this.top; }
+  x(index) {
+    return kLeft + (this.width - kLeft - kRight) * index / (this.slots - 1);
+  }
+  y(value) {
+    return kHeight - kBottom - (kHeight - kTop - kBottom) * value / this.top;
+  }
 
   redraw() {
     this.width = this.svg.clientWidth;
@@ -117,7 +129,8 @@ export class Graph {
   }
 
   highestWords() {
-    return this.lines.map(({name}, i) => `${name} ${this.tell(Math.max(0, ...this.series[i]))}`).join(', ');
+    return this.lines.map(({name}, i) => `${name} ${this.tell(Math.max(0, ...this.series[i]))}`)
+        .join(', ');
   }
 
   drawLine(values, i) {
@@ -140,8 +153,9 @@ export class Graph {
     for (const minutes of kMinutes) {
       const anchor = minutes === 15 ? 'start' : minutes === 0 ? 'end' : 'middle';
       const x = this.x((1 - minutes / 15) * (this.slots - 1));
-      draw(this.axes, 'text', {x, y: kHeight - 6, 'text-anchor': anchor},
-           minutes ? `−${minutes} min` : 'now');
+      draw(
+          this.axes, 'text', {x, y: kHeight - 6, 'text-anchor': anchor},
+          minutes ? `−${minutes} min` : 'now');
     }
   }
 
@@ -150,7 +164,9 @@ export class Graph {
     this.pointed = x;
     const inner = x === null ? 1 : (x - kLeft) / (this.width - kLeft - kRight);
     const slot = Math.round(Math.min(1, Math.max(0, inner)) * (this.slots - 1));
-    alter(this.cursor, 'd', x === null ? '' : `M${this.x(slot).toFixed(1)} ${kTop}V${kHeight - kBottom}`);
+    alter(
+        this.cursor, 'd',
+        x === null ? '' : `M${this.x(slot).toFixed(1)} ${kTop}V${kHeight - kBottom}`);
     const time = new Date(this.latest - 1000 * (this.slots - 1 - slot));
     const words = this.lines.map(({name}, i) => {
       const value = this.series[i].at(slot - this.slots);

@@ -1,7 +1,8 @@
 // The messages of a queue, page by page from its head.
 
+import {byId, define, rowOf, say, sayIfAny} from './page.js';
+import {queuePlace} from './places.js';
 import {about, call} from './requests.js';
-import {byId, define, queuePlace, rowOf, say, sayIfAny} from './page.js';
 import {clock, count, counted, duration, moment, size} from './words.js';
 
 const kCount = 50;
@@ -14,7 +15,7 @@ let offset = 0;
 let told = {messages: [], more: false};
 let asked = 0;
 
-// ---- Data as text or hexadecimal -----------------------------------------------------------------
+// ---- Data as text or hexadecimal ----------------------------------------------------------------
 
 const spaced = (hex) => hex.replace(/(..)(?=.)/g, '$1 ');
 
@@ -23,7 +24,8 @@ function hexLines(bytes) {
   for (let at = 0; at < bytes.length; at += 16) {
     const part = [...bytes.subarray(at, at + 16)];
     const hex = part.map((byte) => byte.toString(16).padStart(2, '0')).join(' ').padEnd(47);
-    const text = part.map((byte) => (byte >= 32 && byte < 127 ? String.fromCharCode(byte) : '.')).join('');
+    const text =
+        part.map((byte) => (byte >= 32 && byte < 127 ? String.fromCharCode(byte) : '.')).join('');
     lines.push(`${at.toString(16).padStart(8, '0')}  ${hex}  ${text}`);
   }
   return lines.join('\n');
@@ -37,7 +39,7 @@ function kindWords({hex, truncated, size: bytes}) {
   return [kind, cut].filter(Boolean).join(', ').replace(/^t/, 'T');
 }
 
-// ---- Rows ----------------------------------------------------------------------------------------
+// ---- Rows ---------------------------------------------------------------------------------------
 
 function rowFor(message, index) {
   const row = rowOf('message-row');
@@ -58,8 +60,8 @@ function rowFor(message, index) {
 
 function filter() {
   const part = byId('search').value.toLowerCase();
-  const matches = ({id, text, hex}) =>
-      !part || [id, text, hex, hex && spaced(hex)].some((data) => data?.toLowerCase().includes(part));
+  const matches = ({id, text, hex}) => !part ||
+      [id, text, hex, hex && spaced(hex)].some((data) => data?.toLowerCase().includes(part));
   let matching = 0;
   told.messages.forEach((message, i) => {
     const isShown = matches(message);
@@ -73,13 +75,18 @@ function sayShown(part, matching) {
   const all = told.messages.length;
   const range = `${count(offset + 1)} to ${count(offset + all)}`;
   const found = part ? `, ${matching} of them shown` : '';
-  say(byId('messages-shown'), all ? `${range}${found}, as of ${clock(told.time)}` : `as of ${clock(told.time)}`);
+  say(byId('messages-shown'),
+      all ? `${range}${found}, as of ${clock(told.time)}` : `as of ${clock(told.time)}`);
   byId('messages').hidden = !matching;
-  sayIfAny(byId('no-messages'), matching ? '' : all ? 'None of the messages on this page is like that.' :
-    offset ? 'There are no messages from here on.' : 'The queue is empty.');
+  sayIfAny(byId('no-messages'), matching ? '' : emptyWords(all));
 }
 
-// ---- Pages ---------------------------------------------------------------------------------------
+function emptyWords(all) {
+  if (all) return 'None of the messages on this page is like that.';
+  return offset ? 'There are no messages from here on.' : 'The queue is empty.';
+}
+
+// ---- Pages --------------------------------------------------------------------------------------
 
 async function load() {
   const mine = ++asked;
@@ -124,7 +131,7 @@ byId('previous').addEventListener('click', () => turn(-kCount));
 byId('next').addEventListener('click', () => turn(kCount));
 byId('search').addEventListener('input', filter);
 
-// ---- One of them, whole --------------------------------------------------------------------------
+// ---- One of them, whole -------------------------------------------------------------------------
 
 const dialog = byId('message');
 const part = (selector) => dialog.querySelector(selector);
@@ -135,14 +142,15 @@ async function showWhole(id) {
     open(await call('GET', `/message${about(shown, {id})}`));
   } catch (problem) {
     sayIfAny(byId('messages-fault'), problem.message);
+    byId('messages-fault').scrollIntoView({block: 'nearest'});
   }
 }
 
 /// A field as the export tells it, in words where it has some.
 function described([key, value]) {
   const name = (key === 'id' ? 'identifier' : key).replaceAll('_', ' ');
-  const words = typeof value === 'boolean' ? (value ? 'yes' : 'no') : ['put', 'expires'].includes(key) ? moment(value) : String(value);
-  return [name[0].toUpperCase() + name.slice(1), words];
+  const isTime = key === 'put' || key === 'expires';
+  return [name[0].toUpperCase() + name.slice(1), isTime ? moment(value) : String(value)];
 }
 
 function open({text, base64, ...descriptor}) {

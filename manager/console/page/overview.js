@@ -2,7 +2,8 @@
 
 import {Depths, keyOf, kSteps} from './depths.js';
 import {Spark} from './graph.js';
-import {arrange, byId, keepPlace, make, overviewPlace, queuePlace, rowOf, say, sayIfAny} from './page.js';
+import {arrange, byId, make, rowOf, say, sayIfAny} from './page.js';
+import {keepPlace, overviewPlace, queuePlace} from './places.js';
 import {clock, count, counted, duration, rate, remark, share} from './words.js';
 
 export const depths = new Depths();
@@ -11,13 +12,13 @@ const body = byId('queues').tBodies[0];
 let latest = null;
 let order = {column: 'queue', descending: false};
 
-// ---- Rows ----------------------------------------------------------------------------------------
+// ---- Rows ---------------------------------------------------------------------------------------
 
 class Row {
   constructor(told) {
     this.node = rowOf('queue-row');
-    [this.name, this.manager, this.depth, this.share, this.puts, this.gets, this.oldest, this.readers,
-     this.writers, this.uncommitted, this.graph] = this.node.cells;
+    [this.name, this.manager, this.depth, this.share, this.puts, this.gets, this.oldest,
+     this.readers, this.writers, this.uncommitted, this.graph] = this.node.cells;
     this.link = this.name.querySelector('a');
     this.link.textContent = told.queue;
     this.link.href = queuePlace(told);
@@ -33,7 +34,8 @@ class Row {
     sayNumber(this.puts, told.puts_per_second, rate);
     sayNumber(this.gets, told.gets_per_second, rate);
     say(this.oldest, told.oldest_age_ms === null ? '–' : duration(told.oldest_age_ms));
-    for (const figure of ['readers', 'writers', 'uncommitted']) sayNumber(this[figure], told[figure], count);
+    for (const figure of ['readers', 'writers', 'uncommitted'])
+      sayNumber(this[figure], told[figure], count);
     this.showRemark(told.remark);
     this.spark.show(depths.of(keyOf(told)));
     say(this.graph.firstElementChild, `${this.change > 0 ? '+' : ''}${count(this.change)}`);
@@ -70,10 +72,11 @@ function updateRows(queues) {
     if (!rows.has(key)) rows.set(key, new Row(told));
     rows.get(key).show(told);
   }
-  for (const key of [...rows.keys()]) if (!there.has(key)) rows.delete(key);
+  for (const key of [...rows.keys()])
+    if (!there.has(key)) rows.delete(key);
 }
 
-// ---- Order and filter ----------------------------------------------------------------------------
+// ---- Order and filter ---------------------------------------------------------------------------
 
 const kColumns = {
   queue: ({told}) => told.queue,
@@ -98,23 +101,29 @@ function inOrder(a, b) {
       compare(a.told.queue, b.told.queue) || compare(a.told.manager, b.told.manager);
 }
 
-function isWanted({told}) {
-  const part = byId('filter').value.trim().toLowerCase();
-  return (!byId('only-remarks').checked || told.remark) &&
-      (!part || told.queue.toLowerCase().includes(part) || told.manager.toLowerCase().includes(part));
+const isOneManager = () => latest.managers.length < 2;
+
+function isWanted({told: {manager, queue, remark: word}}) {
+  const name = isOneManager() ? queue : `${manager} ${queue}`;
+  return (!byId('only-remarks').checked || word) &&
+      name.toLowerCase().includes(byId('filter').value.trim().toLowerCase());
 }
 
-// Rows do not jump away from under the hand: those who point into the table or tab through it hold them.
+// Rows do not jump away from under the hand: those who point into the table or tab through it hold
+// them.
 const kHold = 2000;
 let heldUntil = 0;
 for (const event of ['pointermove', 'pointerdown', 'focusin', 'keydown'])
-  body.addEventListener(event, () => { heldUntil = Date.now() + kHold; });
+  body.addEventListener(event, () => {
+    heldUntil = Date.now() + kHold;
+  });
 
 function arranged() {
   const wanted = [...rows.values()].filter(isWanted);
   if (Date.now() > heldUntil) return wanted.sort(inOrder);
   const places = new Map([...body.rows].map((node, i) => [node, i]));
-  return wanted.sort((a, b) => (places.get(a.node) ?? Infinity) - (places.get(b.node) ?? Infinity) || inOrder(a, b));
+  const placeOf = ({node}) => places.get(node) ?? places.size;
+  return wanted.sort((a, b) => placeOf(a) - placeOf(b) || inOrder(a, b));
 }
 
 function sortBy(column) {
@@ -126,8 +135,10 @@ function sortBy(column) {
 function showOrder() {
   for (const button of document.querySelectorAll('[data-sort]')) {
     const header = button.parentElement;
-    if (button.dataset.sort !== order.column) header.removeAttribute('aria-sort');
-    else header.setAttribute('aria-sort', order.descending ? 'descending' : 'ascending');
+    if (button.dataset.sort !== order.column)
+      header.removeAttribute('aria-sort');
+    else
+      header.setAttribute('aria-sort', order.descending ? 'descending' : 'ascending');
   }
 }
 
@@ -140,15 +151,20 @@ function changed() {
 
 function words() {
   const {column, descending} = order;
-  return {filter: byId('filter').value.trim(), only: byId('only-remarks').checked ? 'remarks' : '',
-          sort: column === 'queue' && !descending ? '' : column, order: descending ? 'descending' : ''};
+  return {
+    filter: byId('filter').value.trim(),
+    only: byId('only-remarks').checked ? 'remarks' : '',
+    sort: column === 'queue' && !descending ? '' : column,
+    order: descending ? 'descending' : ''
+  };
 }
 
-// ---- What is above the rows ----------------------------------------------------------------------
+// ---- What is above the rows ---------------------------------------------------------------------
 
 function showTotals(shown, all) {
   const sum = (figure) => shown.reduce((total, {told}) => total + told[figure], 0);
-  say(byId('total-queues'), shown.length === all ? count(all) : `${count(shown.length)} of ${count(all)}`);
+  say(byId('total-queues'),
+      shown.length === all ? count(all) : `${count(shown.length)} of ${count(all)}`);
   say(byId('total-depth'), count(sum('depth')));
   say(byId('total-puts'), rate(sum('puts_per_second')));
   say(byId('total-gets'), rate(sum('gets_per_second')));
@@ -163,11 +179,17 @@ export function faultOf({manager, reachable, fault, looked}) {
   return `${manager} cannot be reached${fault ? `: ${fault.replace(/\.?$/, '.')}` : '.'}${since}`;
 }
 
+function restOf({manager, queues_left_out: out}) {
+  return out ? `Not shown: ${counted(out, 'more queue', 'more queues')} of ${manager}.` : '';
+}
+
+function noticesOf(manager) {
+  return [['notice alert', faultOf(manager)], ['notice', restOf(manager)]].filter(
+      ([, text]) => text);
+}
+
 function showNotices(managers) {
-  const faults = managers.map(faultOf).filter(Boolean);
-  const left = managers.filter(({queues_left_out: out}) => out).map(({manager, queues_left_out: out}) =>
-      `${counted(out, 'more queue', 'more queues')} of ${manager} ${out === 1 ? 'is' : 'are'} not shown.`);
-  const told = [...faults.map((text) => ['notice alert', text]), ...left.map((text) => ['notice', text])];
+  const told = managers.flatMap(noticesOf);
   const box = byId('notices');
   if (JSON.stringify(told) === box.dataset.told) return;
   box.dataset.told = JSON.stringify(told);
@@ -177,11 +199,12 @@ function showNotices(managers) {
 function emptyWords(shown) {
   if (shown) return '';
   if (rows.size) return 'No queue is like that. Clear the filter to see all.';
-  if (!latest.managers.length) return 'There is no queue manager yet: bxadm manager create makes one.';
+  if (!latest.managers.length)
+    return 'There is no queue manager yet: bxadm manager create makes one.';
   return latest.managers.some(({reachable}) => reachable) ? 'There are no queues yet.' : '';
 }
 
-// ---- The page ------------------------------------------------------------------------------------
+// ---- The page -----------------------------------------------------------------------------------
 
 function update() {
   if (!latest) return;
@@ -191,7 +214,7 @@ function update() {
   showOrder();
   showTotals(shown, rows.size);
   showNotices(latest.managers);
-  byId('queues').classList.toggle('one-manager', latest.managers.length < 2);
+  byId('queues').classList.toggle('one-manager', isOneManager());
   byId('queues').hidden = rows.size === 0;
   sayIfAny(byId('no-queues'), emptyWords(shown.length));
 }
@@ -203,7 +226,10 @@ export const overview = {
     byId('filter').value = told.get('filter') ?? '';
     byId('only-remarks').checked = told.get('only') === 'remarks';
     const column = told.get('sort') ?? 'queue';
-    order = {column: kColumns[column] ? column : 'queue', descending: told.get('order') === 'descending'};
+    order = {
+      column: kColumns[column] ? column : 'queue',
+      descending: told.get('order') === 'descending'
+    };
     heldUntil = 0;
     document.title = 'Queues – ferry console';
     update();
@@ -214,7 +240,9 @@ export const overview = {
     update();
   },
 
-  keep(figures) { latest = figures; },
+  keep(figures) {
+    latest = figures;
+  },
 };
 
 byId('filter').addEventListener('input', changed);

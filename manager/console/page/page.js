@@ -30,11 +30,13 @@ export function define(list, pairs) {
   }));
 }
 
-/// The children of `parent` in this order. Those in place are not moved, and who had the focus keeps it.
+/// The children of `parent` in this order. Those in place are not moved, and who had the focus
+/// keeps it.
 export function arrange(parent, nodes) {
   const focused = document.activeElement;
   const wanted = new Set(nodes);
-  for (const node of [...parent.children]) if (!wanted.has(node)) node.remove();
+  for (const node of [...parent.children])
+    if (!wanted.has(node)) node.remove();
   let next = parent.firstElementChild;
   for (const node of nodes) {
     // One that went down leaves the others where they are.
@@ -43,29 +45,11 @@ export function arrange(parent, nodes) {
       next = node;
       parent.append(gone);
     }
-    if (node === next) next = next.nextElementSibling;
-    else parent.insertBefore(node, next);
+    if (node === next)
+      next = next.nextElementSibling;
+    else
+      parent.insertBefore(node, next);
   }
-  if (focused !== document.activeElement && focused?.isConnected) focused.focus({preventScroll: true});
-}
-
-// ---- Where the page is ---------------------------------------------------------------------------
-
-export function place() {
-  const [path, words] = location.hash.slice(1).split('?');
-  return {path: path || '/', words: new URLSearchParams(words)};
-}
-
-const fragment = (path, words) => {
-  const told = new URLSearchParams(Object.entries(words).filter(([, word]) => word)).toString();
-  return `#${path}${told ? `?${told}` : ''}`;
-};
-
-export const queuePlace = ({manager, queue}, offset) => fragment('/queue', {manager, queue, offset});
-
-export const overviewPlace = (words) => fragment('/', words);
-
-/// Tells the address bar, without a step in the history.
-export function keepPlace(address) {
-  if (location.hash !== address) history.replaceState(null, '', address);
+  if (focused !== document.activeElement && focused?.isConnected)
+    focused.focus({preventScroll: true});
 }

@@ -1,11 +1,11 @@
 // The page of one queue: its figures and their course, and how it is defined.
 
-import {about, call} from './requests.js';
 import {keyOf} from './depths.js';
 import {Graph} from './graph.js';
 import {messages} from './messages.js';
 import {faultOf} from './overview.js';
 import {byId, define, say, sayIfAny} from './page.js';
+import {about, call, Problem} from './requests.js';
 import {count, counted, duration, moment, rate, remark, share, since} from './words.js';
 
 const kSlots = 900;
@@ -13,17 +13,21 @@ const kStep = 1000;
 const figureOf = Object.fromEntries(
     [...document.querySelectorAll('[data-figure]')].map((node) => [node.dataset.figure, node]));
 
-let shown = null;    // {manager, queue}
+let shown = null;  // {manager, queue}
 let definition = null;
-let series = null;   // {latest, depth, puts, gets}
+let series = null;  // {latest, depth, puts, gets}
 
-const depthGraph = new Graph(byId('depth-graph'), {
-  lines: [{name: 'Depth', className: 'first'}], slots: kSlots, least: 1, tell: count});
+const depthGraph = new Graph(
+    byId('depth-graph'),
+    {lines: [{name: 'Depth', className: 'first'}], slots: kSlots, least: 1, tell: count});
 const rateGraph = new Graph(byId('rate-graph'), {
   lines: [{name: 'Puts/s', className: 'first'}, {name: 'Gets/s', className: 'second'}],
-  slots: kSlots, least: 0.5, tell: rate});
+  slots: kSlots,
+  least: 0.5,
+  tell: rate
+});
 
-// ---- Figures -------------------------------------------------------------------------------------
+// ---- Figures ------------------------------------------------------------------------------------
 
 const kRemarkWords = {
   full: 'Full: puts are refused until messages are taken.',
@@ -43,7 +47,8 @@ function showFigures(told) {
   say(figureOf.puts, rate(told.puts_per_second));
   say(figureOf.gets, rate(told.gets_per_second));
   say(figureOf.oldest, told.oldest_age_ms === null ? '–' : duration(told.oldest_age_ms));
-  for (const figure of ['readers', 'writers', 'uncommitted']) say(figureOf[figure], count(told[figure]));
+  for (const figure of ['readers', 'writers', 'uncommitted'])
+    say(figureOf[figure], count(told[figure]));
   showRemark(told.remark, remarkWords(told));
 }
 
@@ -75,7 +80,7 @@ function showCounted(counts) {
   say(figureOf['get-count'], countedWords(counts.gets, counts.since));
 }
 
-// ---- Their course --------------------------------------------------------------------------------
+// ---- Their course -------------------------------------------------------------------------------
 
 function showSeries() {
   depthGraph.show([series.depth], series.latest);
@@ -97,7 +102,7 @@ function extend(told, time) {
   series.latest += passed * kStep;
 }
 
-// ---- The page ------------------------------------------------------------------------------------
+// ---- The page -----------------------------------------------------------------------------------
 
 function showMissing(words) {
   byId('queue-found').hidden = true;
@@ -111,15 +116,22 @@ async function load() {
     const told = await call('GET', `/queue${about(asked)}`);
     if (asked === shown) showAll(told);
   } catch (problem) {
+    if (!(problem instanceof Problem)) throw problem;
     if (asked === shown && problem.status) showMissing(problem.message);
   }
 }
 
+// One that was made just now has none.
+const seriesOf = (history) => ({
+  latest: history ? Date.parse(history.latest) : Date.now(),
+  depth: history?.depth ?? [],
+  puts: history?.puts_per_second ?? [],
+  gets: history?.gets_per_second ?? []
+});
+
 function showAll(told) {
-  const {history} = told;
   definition = told.definition;
-  series = {latest: Date.parse(history.latest), depth: history.depth, puts: history.puts_per_second,
-            gets: history.gets_per_second};
+  series = seriesOf(told.history);
   byId('queue-found').hidden = false;
   for (const node of document.querySelectorAll('#queue .actions.changes')) node.hidden = false;
   showFigures(told.queue);
@@ -129,8 +141,12 @@ function showAll(told) {
 }
 
 export const queue = {
-  get shown() { return shown; },
-  get definition() { return definition; },
+  get shown() {
+    return shown;
+  },
+  get definition() {
+    return definition;
+  },
   load,
 
   enter(words) {
@@ -144,13 +160,15 @@ export const queue = {
       say(byId('queue-title'), shown.queue);
       say(byId('queue-manager'), `on ${shown.manager}`);
       byId('export').href = `/api/v1/export${about(shown)}`;
-      load();
     }
+    if (isOther || !series) load();
     document.title = `${shown.queue} – ${shown.manager} – ferry console`;
     messages.enter(shown, Number(words.get('offset')) || 0);
   },
 
-  leave() { shown = null; },
+  leave() {
+    shown = null;
+  },
 
   show({time, managers, queues}) {
     if (!series) return;
@@ -163,8 +181,12 @@ export const queue = {
       showSeries();
     } else if (manager && !manager.reachable) {
       showRemark('', faultOf(manager));
-    } else if (!manager?.queues_left_out) {
-      showMissing(`There is no queue ${shown.queue} on ${shown.manager} any more.`);
+    } else if (manager?.queues_left_out) {
+      showRemark(
+          '', 'Of so many queues not all are looked at. Load the page again for new figures.',
+          false);
+    } else if (!byId('queue-found').hidden) {
+      load();  // one that was made just now is in none of the figures yet
     }
   },
 };

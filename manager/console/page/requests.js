@@ -8,19 +8,23 @@ export class Problem extends Error {
 }
 
 let signedOut = () => {};
-export function whenSignedOut(callback) { signedOut = callback; }
+export function whenSignedOut(callback) {
+  signedOut = callback;
+}
 
 async function problemOf(answer) {
   const told = await answer.json().catch(() => ({}));
-  return new Problem(answer.status, told.detail || told.title || `The console answered ${answer.status}.`);
+  return new Problem(
+      answer.status, told.detail || told.title || `The console answered ${answer.status}.`);
 }
 
 export async function call(method, path, body) {
-  const headers = method === 'GET' ? {} : {'BX-Console': 'change', 'Content-Type': 'application/json'};
+  const headers =
+      method === 'GET' ? {} : {'BX-Console': 'change', 'Content-Type': 'application/json'};
   let answer;
   try {
-    answer = await fetch(`/api/v1${path}`,
-                         {method, headers, body: body && JSON.stringify(body), cache: 'no-store'});
+    answer = await fetch(
+        `/api/v1${path}`, {method, headers, body: body && JSON.stringify(body), cache: 'no-store'});
   } catch {
     throw new Problem(0, 'The console cannot be reached.');
   }
@@ -35,7 +39,7 @@ export function about({manager, queue}, more = {}) {
   return `?${new URLSearchParams({manager, queue, ...more})}`;
 }
 
-// ---- What the server tells by itself -------------------------------------------------------------
+// ---- What the server tells by itself ------------------------------------------------------------
 
 const kSilence = 10000;
 

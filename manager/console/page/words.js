@@ -1,7 +1,8 @@
 // Numbers, times and durations as people read them.
 
 const grouped = new Intl.NumberFormat('en', {maximumFractionDigits: 0});
-const oneDecimal = new Intl.NumberFormat('en', {minimumFractionDigits: 1, maximumFractionDigits: 1});
+const oneDecimal =
+    new Intl.NumberFormat('en', {minimumFractionDigits: 1, maximumFractionDigits: 1});
 const percentage = new Intl.NumberFormat('en', {maximumSignificantDigits: 2});
 
 export const count = (number) => grouped.format(number);
@@ -15,7 +16,9 @@ export function share(part, whole) {
   const percent = whole > 0 ? 100 * part / whole : 0;
   if (percent > 0 && percent < 0.1) return '< 0.1 %';
   // What is nearly full is not told to be full.
-  return `${percent > 10 ? count(percent < 100 ? Math.floor(percent) : percent) : percentage.format(percent)} %`;
+  return `${
+      percent > 10 ? count(percent < 100 ? Math.floor(percent) : percent) :
+                     percentage.format(percent)} %`;
 }
 
 export function duration(milliseconds) {
@@ -36,7 +39,8 @@ export function size(bytes) {
 export const clock = (time) => new Date(time).toLocaleTimeString('en-GB');
 
 const dayOf = (date) => [date.getFullYear(), date.getMonth() + 1, date.getDate()]
-    .map((number) => String(number).padStart(2, '0')).join('-');
+                            .map((number) => String(number).padStart(2, '0'))
+                            .join('-');
 
 export const moment = (time) => `${dayOf(new Date(time))} ${clock(time)}`;
 
@@ -46,5 +50,9 @@ export function since(time) {
   return `since ${day === dayOf(new Date()) ? clock(time) : day}`;
 }
 
-const kRemarks = {full: 'Full', shut: 'Shut', unread: 'Grows unread'};
+const kRemarks = {
+  full: 'Full',
+  shut: 'Shut',
+  unread: 'Grows unread'
+};
 export const remark = (word) => kRemarks[word] ?? word;
