@@ -11,7 +11,7 @@ namespace bxm::console {
 
 namespace {
 
-constexpr std::size_t kMostText = 200;
+constexpr std::size_t kMostText = 200, kMostBody = 64 << 10;
 
 /// The beginning, in printable ASCII.
 std::string plain(std::string_view text) {
@@ -24,8 +24,10 @@ std::string plain(std::string_view text) {
 
 /// What a body says, without the data of a message.
 std::string wordsOf(const Request& request) try {
+  if (request.body.size() > kMostBody) return " ...";
+  const Json body = bodyOf(request);
   std::string words;
-  for (const auto& [key, value] : bodyOf(request).items()) {
+  for (const auto& [key, value] : body.items()) {
     const bool isData = key == "text" || key == "base64";
     words += " " + plain(key) + "=" +
              (isData              ? "..."

@@ -120,6 +120,8 @@ public:
       return answerHead(request, response);
     });
     const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
+      if (request.body.size() > kMostBody)
+        return fill(response, m_handler.fault(413, "the body is too long"));
       Request whole = requestOf(request);
       whole.body = request.body;
       fill(response, m_handler.answer(whole));

@@ -16,7 +16,7 @@ constexpr int kWatchedShare = 4, kIdleShare = 100; ///< one part of the time in 
 constexpr auto kInterest = 15s;                    ///< who scrapes comes as often
 constexpr auto kCatalogStep = 2s;
 constexpr auto kFirstLook = 1s;
-constexpr auto kPatience = 10s;         ///< with a look
+constexpr auto kPatience = 5s;         ///< with a look
 constexpr std::size_t kRemembered = 60; ///< looks by which a queue counts as unread
 
 constexpr std::string_view kEventHead = "event: figures\ndata: ", kEventEnd = "\n\n";
