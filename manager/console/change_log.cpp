@@ -1,17 +1,17 @@
 #include "manager/console/change_log.h"
 
+#include "manager/console/json_body.h"
+#include "manager/console/problem.h"
 #include "manager/store/message.h"
-#include "manager/view/json.h"
 
 #include <cstdio>
 #include <fmt/format.h>
-#include <unistd.h>
 
 namespace bxm::console {
 
 namespace {
 
-constexpr std::size_t kMostText = 200;
+constexpr std::size_t kMostText = 200, kMostBody = 64 << 10;
 
 /// The beginning, in printable ASCII.
 std::string plain(std::string_view text) {
@@ -23,19 +23,20 @@ std::string plain(std::string_view text) {
 }
 
 /// What a body says, without the data of a message.
-std::string wordsOf(const std::string& text) {
-  const Json body = Json::parse(text, nullptr, false);
+std::string wordsOf(const Request& request) try {
+  if (request.body.size() > kMostBody) return " ...";
+  const Json body = bodyOf(request);
   std::string words;
-  if (body.is_object())
-    for (const auto& [key, value] : body.items()) {
-      if (words.size() > 2 * kMostText) break;
-      const bool isData = key == "text" || key == "base64" || value.is_structured();
-      words += " " + plain(key) + "=" +
-               (isData              ? "..."
-                : value.is_string() ? plain(value.get_ref<const std::string&>())
-                                    : value.dump());
-    }
+  for (const auto& [key, value] : body.items()) {
+    const bool isData = key == "text" || key == "base64";
+    words += " " + plain(key) + "=" +
+             (isData              ? "..."
+              : value.is_string() ? plain(value.get_ref<const std::string&>())
+                                  : value.dump());
+  }
   return words;
+} catch (const Problem&) {
+  return "";
 }
 
 std::string outcomeOf(const Response& response) {
@@ -49,7 +50,7 @@ std::string outcomeOf(const Response& response) {
 void logChange(const Request& request, const std::string& caller, const Response& response) {
   const std::string line = fmt::format(
       "{} {} {} {} {}{}: {} {}\n", utcTime(clockNow()), request.peer, caller, plain(request.method),
-      plain(request.target), wordsOf(request.body), response.status, outcomeOf(response));
+      plain(request.target), wordsOf(request), response.status, outcomeOf(response));
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr)); // unbuffered: in one piece
 }
 

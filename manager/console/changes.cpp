@@ -3,6 +3,7 @@
 #include "manager/base/failure.h"
 #include "manager/base/names.h"
 #include "manager/base/random_number.h"
+#include "manager/console/json_body.h"
 #include "manager/console/place.h"
 #include "manager/console/queries.h"
 #include "manager/engine/administration.h"
@@ -62,8 +63,7 @@ private:
     if (found == m_body.end()) return nullptr;
     Json value = std::move(*found);
     m_body.erase(found);
-    if (value.is_null() || value.is_structured())
-      throw Problem(400, std::string("'") + key + "' has no such value");
+    if (value.is_null()) throw Problem(400, std::string("'") + key + "' has no such value");
     return value;
   }
   Json m_body;
@@ -110,12 +110,6 @@ std::string dataIn(Values& values) {
 }
 
 } // namespace
-
-Json bodyOf(const Request& request) {
-  Json body = Json::parse(request.body, nullptr, false);
-  if (!body.is_object()) throw Problem(400, "the body is no JSON object");
-  return body;
-}
 
 Response Changes::createQueue(const Request& request) const {
   Values values(bodyOf(request));

@@ -22,7 +22,4 @@ private:
   const Observer& m_observer;
 };
 
-/// A request's body. Throws Problem 400 where it is no JSON object.
-Json bodyOf(const Request& request);
-
 } // namespace bxm::console

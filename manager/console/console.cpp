@@ -4,6 +4,7 @@
 #include "manager/console/access.h"
 #include "manager/console/change_log.h"
 #include "manager/console/changes.h"
+#include "manager/console/json_body.h"
 #include "manager/console/metrics.h"
 #include "manager/console/observer.h"
 #include "manager/console/page_files.h"
@@ -15,7 +16,9 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fmt/format.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace bxm::console {
@@ -90,11 +93,19 @@ private:
     m_access.checkOrigin(request);
     const Route* route = find(request);
     if (!route) return checkPage(request);
-    if (route->needs == Needs::kNothing) return;
+    if (route->needs == Needs::kNothing) return checkLength(request);
     caller = nameOf(m_access.require(request));
     if (route->needs == Needs::kLeaveToChange && !m_allowsChanges)
       throw Problem(403, "changes are not allowed: the console was started without "
                          "--allow-changes");
+  }
+  /// Who has not said who he is sends little.
+  static void checkLength(const Request& request) {
+    constexpr std::size_t kMost = 4 << 10;
+    const std::string length = request.header("content-length");
+    if (request.header("transfer-encoding") != "" ||
+        std::strtoull(length.c_str(), nullptr, 10) > kMost)
+      throw Problem(413, "the body is too long");
   }
   static void checkPage(const Request& request) {
     const bool isFile = fileOf(request) != nullptr;
@@ -178,7 +189,8 @@ private:
   Response events(const Request& request) {
     Response response{200, "text/event-stream", ""};
     if (!request.isRead() || request.method == "HEAD") return response;
-    response.stream = [this, request, slot = m_streams.take()](Output& output) {
+    const bool mayEnd = m_access.callerOf(request) == Access::Caller::kSession;
+    response.stream = [this, request, mayEnd, slot = m_streams.take()](Output& output) {
       auto snapshot = m_observer->snapshot();
       const Observer::Stream stream(*m_observer);
       while (output.write(snapshot->event)) {
@@ -188,7 +200,7 @@ private:
           next = m_observer->waitForOther(snapshot->number, 500ms);
         }
         snapshot = std::move(next);
-        if (m_access.callerOf(request) == Access::Caller::kNobody) return true; // signed out
+        if (mayEnd && m_access.callerOf(request) == Access::Caller::kNobody) return true;
       }
       return false;
     };
@@ -256,12 +268,22 @@ sigset_t endSignals() {
   return signals;
 }
 
+/// For a thread a connection, and what the managers' sessions open.
+void raiseFileLimit() {
+  constexpr rlim_t kFiles = 4096;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
+  limit.rlim_cur = std::min(kFiles, limit.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 } // namespace
 
 int serve(const Options& options) {
   const sigset_t signals = endSignals(); // for this thread alone
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  raiseFileLimit();
   Console console(options);
   HttpServer server(options.address, console);
   console.listensOn(server.port());

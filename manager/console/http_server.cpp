@@ -18,7 +18,7 @@ namespace bxm::console {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr std::size_t kMostConnections = 512, kMostRequests = 100;
+constexpr std::size_t kMostConnections = 512, kMostRequests = 100, kMostBodies = 16;
 constexpr std::size_t kStack =
     1 << 20; ///< of a connection's thread; the rest of it is never touched
 
@@ -44,7 +44,8 @@ public:
     port = 0;
   }
   void get_local_ip_and_port(std::string&, int&) const override {}
-  socket_t socket() const override { return m_socket; }
+  /// The library refuses those that select() could not take, which nothing here uses.
+  socket_t socket() const override { return INVALID_SOCKET; }
 
 private:
   ClientStream& m_client;
@@ -96,6 +97,7 @@ struct AtOnce : httplib::TaskQueue {
 struct Current {
   ClientStream* client = nullptr;
   const RequestHead* head = nullptr;
+  std::shared_ptr<void> body{};
 };
 thread_local Current current;
 
@@ -113,10 +115,13 @@ public:
       ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
     set_payload_max_length(kMostBody);
+    set_keep_alive_max_count(kMostRequests);
     set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
       return answerHead(request, response);
     });
     const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
+      if (request.body.size() > kMostBody)
+        return fill(response, m_handler.fault(413, "the body is too long"));
       Request whole = requestOf(request);
       whole.body = request.body;
       fill(response, m_handler.answer(whole));
@@ -237,9 +242,17 @@ private:
       fill(response, *refusal);
     else if (request.isRead())
       fill(response, m_handler.answer(request));
+    else if (!(current.body = takeBody()))
+      fill(response, m_handler.fault(429, "too many requests with a body at once"));
     else
       return HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
+  }
+
+  /// The right to have a body in memory; null when too many have.
+  std::shared_ptr<void> takeBody() {
+    std::shared_ptr<void> taken(this, [](Library* server) { --server->m_bodies; });
+    return ++m_bodies <= kMostBodies ? taken : nullptr;
   }
 
   static Request requestOf(const httplib::Request& request) {
@@ -260,20 +273,24 @@ private:
       if (!answer.type.empty()) response.set_header("Content-Type", answer.type);
       return;
     }
-    ClientStream& client = *current.client;
-    response.set_chunked_content_provider(
-        answer.type, [stream = answer.stream, &client](std::size_t, httplib::DataSink& sink) {
-          ClientOutput output(client, sink);
-          const bool isWhole = stream(output);
-          if (isWhole) sink.done();
-          return isWhole;
-        });
+    const auto provide = [stream = answer.stream,
+                          client = current.client](std::size_t, httplib::DataSink& sink) {
+      ClientOutput output(*client, sink);
+      const bool isWhole = stream(output);
+      if (isWhole) sink.done();
+      return isWhole;
+    };
+    if (current.head->isOld)
+      response.set_content_provider(answer.type, provide);
+    else
+      response.set_chunked_content_provider(answer.type, provide);
   }
 
   RequestHandler& m_handler;
   int m_port = -1;
   std::thread m_listener;
   std::atomic<bool> m_isStopping{false};
+  std::atomic<std::size_t> m_bodies{0};
   std::mutex m_mutex;
   std::condition_variable m_ended;
   std::set<int> m_sockets;

@@ -16,6 +16,7 @@ constexpr int kWatchedShare = 4, kIdleShare = 100; ///< one part of the time in 
 constexpr auto kInterest = 15s;                    ///< who scrapes comes as often
 constexpr auto kCatalogStep = 2s;
 constexpr auto kFirstLook = 1s;
+constexpr auto kPatience = 5s;         ///< with a look
 constexpr std::size_t kRemembered = 60; ///< looks by which a queue counts as unread
 
 constexpr std::string_view kEventHead = "event: figures\ndata: ", kEventEnd = "\n\n";
@@ -95,8 +96,10 @@ void Observer::update(const Shared& core, const std::vector<ManagerInfo>& found)
           std::find(core->names.begin(), core->names.end(), info.name) == core->names.end())
         continue;
       auto& watched = managers[info.name] = core->managers[info.name];
-      if (!watched) fresh.push_back(watched = std::make_shared<Watched>());
-      watched->view.name = info.name;
+      if (!watched) {
+        fresh.push_back(watched = std::make_shared<Watched>());
+        watched->view.name = info.name; // never changes: its thread reads it
+      }
       watched->view.isDefault = info.isDefault;
       watched->view.isInDatabase = info.place.starts_with("postgres");
     }
@@ -111,9 +114,23 @@ void Observer::update(const Shared& core, const std::vector<ManagerInfo>& found)
   for (const auto& watched : fresh) runApart(core, [core, watched] { watch(*core, *watched); });
 }
 
+/// What a look that does not end tells.
+ManagerView Observer::viewOf(const Watched& watched) {
+  ManagerView view = watched.view;
+  const std::chrono::duration<double> looks = Clock::now() - watched.begin;
+  if (!watched.isLooking || looks < kPatience + std::chrono::duration<double>(3 * view.lookSeconds))
+    return view;
+  view.isReachable = false;
+  view.reason = BXRC_Q_MGR_NOT_AVAILABLE;
+  view.fault = "it has not answered for " +
+               std::to_string(static_cast<std::int64_t>(looks.count())) + " seconds";
+  view.queues.reset();
+  return view;
+}
+
 std::vector<ManagerView> Observer::viewsOf(const Core& core) {
   std::vector<ManagerView> views;
-  for (const auto& [name, watched] : core.managers) views.push_back(watched->view);
+  for (const auto& [name, watched] : core.managers) views.push_back(viewOf(*watched));
   return views;
 }
 
@@ -125,7 +142,7 @@ std::vector<ManagerView> Observer::managers() const {
 std::optional<ManagerView> Observer::manager(const std::string& name) const {
   const std::lock_guard lock(m_core->mutex);
   const auto found = m_core->managers.find(name);
-  return found == m_core->managers.end() ? std::nullopt : std::optional(found->second->view);
+  return found == m_core->managers.end() ? std::nullopt : std::optional(viewOf(*found->second));
 }
 
 // ---- Looks --------------------------------------------------------------------------------------
@@ -155,6 +172,11 @@ void Observer::watch(Core& core, Watched& watched) {
 void Observer::look(Core& core, Watched& watched, ManagerWatch& watch) {
   ManagerView seen;
   const auto begin = Clock::now();
+  {
+    const std::lock_guard lock(core.mutex);
+    watched.begin = begin;
+    watched.isLooking = true;
+  }
   try {
     auto queues = std::make_shared<std::vector<QueueView>>(watch.look());
     for (QueueView& queue : *queues) queue.depths.clear(); // the history has them
@@ -174,6 +196,7 @@ void Observer::look(Core& core, Watched& watched, ManagerWatch& watch) {
   if (seen.queues && !watched.isGone) core.history.note(seen.name, seen.looked, *seen.queues);
   watched.view = std::move(seen);
   watched.hasLooked = true;
+  watched.isLooking = false;
   ++core.looks;
   core.changed.notify_all();
 }

@@ -81,7 +81,8 @@ private:
   struct Watched {
     ManagerView view;
     bool isGone = false;
-    bool hasLooked = false;
+    bool hasLooked = false, isLooking = false;
+    Clock::time_point begin; ///< of the look
   };
   /// What the threads share; the last one that still hangs in a look frees it.
   struct Core {
@@ -111,6 +112,7 @@ private:
   static void look(Core& core, Watched& watched, ManagerWatch& watch);
   static void publishEachSecond(Core& core);
   static void publish(Core& core);
+  static ManagerView viewOf(const Watched& watched);
   static std::vector<ManagerView> viewsOf(const Core& core);
   void waitForFirstLooks();
 

@@ -51,6 +51,7 @@ const char* readRequestLine(std::string_view line, RequestHead& head) {
     return "the request line is malformed";
   if (version != "HTTP/1.1" && version != "HTTP/1.0") return "only HTTP/1.1 is spoken here";
   head.method = line.substr(0, first);
+  head.isOld = version.ends_with('0');
   return nullptr;
 }
 

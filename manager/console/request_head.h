@@ -10,6 +10,7 @@ namespace bxm::console {
 /// next: what two programs might understand differently is refused.
 struct RequestHead {
   std::string method;
+  bool isOld = false;                         ///< HTTP/1.0, which knows no chunks
   std::map<std::string, std::string> headers; ///< by their names in lower case
   /// The head for the library: without what it would do on its own (ranges, compression, waiting
   /// for an approval), and always with a length where a body may follow.
