@@ -4,7 +4,7 @@ import {Depths, keyOf, kSteps} from './depths.js';
 import {Spark} from './graph.js';
 import {arrange, byId, make, rowOf, say, sayIfAny} from './page.js';
 import {keepPlace, overviewPlace, queuePlace} from './places.js';
-import {clock, count, counted, duration, rate, remark, share} from './words.js';
+import {count, counted, duration, rate, remark, share} from './words.js';
 
 export const depths = new Depths();
 const rows = new Map();
@@ -173,10 +173,9 @@ function showTotals(shown, all) {
   byId('total-remarks-box').classList.toggle('alert', remarks > 0);
 }
 
-export function faultOf({manager, reachable, fault, looked}) {
+export function faultOf({manager, reachable, fault}) {
   if (reachable) return '';
-  const since = looked ? ` Last looked at ${clock(looked)}.` : '';
-  return `${manager} cannot be reached${fault ? `: ${fault.replace(/\.?$/, '.')}` : '.'}${since}`;
+  return `${manager} cannot be reached${fault ? `: ${fault}` : ''}`.replace(/\.?$/, '.');
 }
 
 function restOf({manager, queues_left_out: out}) {
