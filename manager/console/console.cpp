@@ -103,7 +103,7 @@ private:
   static void checkLength(const Request& request) {
     constexpr std::size_t kMost = 4 << 10;
     const std::string length = request.header("content-length");
-    if (request.header("transfer-encoding") != "" ||
+    if (!request.header("transfer-encoding").empty() ||
         std::strtoull(length.c_str(), nullptr, 10) > kMost)
       throw Problem(413, "the body is too long");
   }

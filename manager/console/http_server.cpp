@@ -6,8 +6,10 @@
 #include <charconv>
 #include <condition_variable>
 #include <cstring>
+#include <fcntl.h>
 #include <httplib.h>
 #include <mutex>
+#include <poll.h>
 #include <pthread.h>
 #include <set>
 #include <stdexcept>
@@ -87,12 +89,6 @@ bool runApart(std::function<void()> body) {
   return error == 0;
 }
 
-/// Hands each accepted connection on at once; it gets a thread there.
-struct AtOnce : httplib::TaskQueue {
-  void enqueue(std::function<void()> task) override { task(); }
-  void shutdown() override {}
-};
-
 /// What the library's callbacks on this thread are about.
 struct Current {
   ClientStream* client = nullptr;
@@ -108,7 +104,6 @@ thread_local Current current;
 class HttpServer::Library : public httplib::Server {
 public:
   Library(const Address& address, RequestHandler& handler) : m_handler(handler) {
-    new_task_queue = [] { return new AtOnce; };
     // Not the library's own, with which a second console could share the port.
     set_socket_options([](int socket) {
       const int yes = 1;
@@ -139,46 +134,55 @@ public:
     m_port = address.port == 0                          ? bind_to_any_port(address.host)
              : bind_to_port(address.host, address.port) ? address.port
                                                         : -1;
-    if (m_port < 0 || ::listen(svr_sock_, SOMAXCONN) != 0)
+    if (m_port < 0 || ::listen(svr_sock_, SOMAXCONN) != 0 ||
+        ::fcntl(svr_sock_, F_SETFL, O_NONBLOCK) != 0)
       throw std::runtime_error("cannot listen on " + urlHostOf(address.host) + ":" +
                                std::to_string(address.port) + ": " + std::strerror(errno));
   }
   ~Library() override {
-    if (m_listener.joinable())
-      stopAll(0ms);
-    else
-      ::close(svr_sock_.exchange(INVALID_SOCKET));
+    stopAll(0ms);
+    ::close(svr_sock_);
   }
 
   int port() const { return m_port; }
   void start() {
-    m_listener = std::thread([this] { listen_after_bind(); });
-    while (!is_running()) std::this_thread::sleep_for(1ms);
+    m_listener = std::thread([this] { accept(); });
   }
   bool stopAll(std::chrono::milliseconds limit) {
     m_isStopping = true;
-    if (m_listener.joinable()) {
-      stop();
-      m_listener.join();
-    }
+    ::shutdown(svr_sock_, SHUT_RDWR); // wakes who waits for a connection
+    if (m_listener.joinable()) m_listener.join();
     std::unique_lock lock(m_mutex);
     for (const int socket : m_sockets) ::shutdown(socket, SHUT_RDWR);
     return m_ended.wait_for(lock, limit, [this] { return m_sockets.empty(); });
   }
 
 private:
-  bool process_and_close_socket(socket_t socket) override {
+  /// The library's own would end for good with the first connection that broke too early.
+  void accept() {
+    while (!m_isStopping) {
+      pollfd waiting{svr_sock_, POLLIN, 0};
+      ::poll(&waiting, 1, 1000);
+      const int socket = ::accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
+      if (socket >= 0)
+        take(socket);
+      else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+        std::this_thread::sleep_for(10ms);
+    }
+  }
+
+  void take(int socket) {
     {
       const std::lock_guard lock(m_mutex);
-      if (m_isStopping || m_sockets.size() >= kMostConnections) return ::close(socket), false;
+      if (m_sockets.size() >= kMostConnections) return static_cast<void>(::close(socket));
       m_sockets.insert(socket);
     }
     const bool runs = runApart([this, socket] {
       serve(socket);
+      current = {}; // an exception may have left it
       end(socket);
     });
     if (!runs) end(socket);
-    return runs;
   }
 
   void end(int socket) {
