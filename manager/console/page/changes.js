@@ -130,6 +130,8 @@ function furnish(dialog) {
   const fault = make('p', '', 'fault');
   fault.setAttribute('role', 'alert');
   const outcome = make('p', '', 'outcome');
+  outcome.id = `${dialog.id}-outcome`;
+  close.setAttribute('aria-describedby', outcome.id);
   form.querySelector('footer').prepend(close);
   form.querySelector('footer').before(fault, outcome);
 }

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 """The console's page in a real browser, with queues that are written and read meanwhile.
 
 FERRY_BIN_DIR=build/dev/bin tests/manager/console/browser_test.py [--screenshots DIR] [TEST...]
