@@ -65,12 +65,18 @@ function sayState(state) {
   byId('connection').dataset.state = document.body.dataset.state = state;
 }
 
-async function connect() {
+function letGo() {
   clearTimeout(retry);
   hangUp();
-  const mine = ++attempt;
+  ++attempt;
+}
+
+async function connect() {
+  letGo();
+  const mine = attempt;
   try {
     const told = await call('GET', '/console');
+    if (mine !== attempt) return;
     // A console of another version has a page of its own.
     if (version !== null && version !== told.version) return void location.reload();
     version = told.version;
@@ -109,8 +115,7 @@ function lose() {
 const form = byId('sign-in-form');
 
 function askForToken() {
-  clearTimeout(retry);
-  hangUp();
+  letGo();
   closeDialogs();
   sayState('out');
   document.title = 'Sign in – ferry console';
@@ -160,5 +165,7 @@ byId('skip').addEventListener('click', (event) => {
 window.addEventListener('hashchange', () => {
   if (isSignedIn) enter();
 });
+// Who does not see the page holds no connection: a browser has but six for all pages of a console.
+document.addEventListener('visibilitychange', () => (document.hidden ? letGo() : connect()));
 whenSignedOut(askForToken);
-connect();
+if (!document.hidden) connect();
