@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev libpq-dev libcli11-dev
-       nlohmann-json3-dev libfmt-dev libncurses-dev)
+       nlohmann-json3-dev libfmt-dev libncurses-dev libcpp-httplib-dev)
 # The tests compile the benchmark programs too, so that none of them rots.
 test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion
       pkg-config python3)

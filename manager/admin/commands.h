@@ -10,6 +10,7 @@ void addQueueCommands(CLI::App& program);   ///< queue create, list, show, ...
 void addMessageCommands(CLI::App& program); ///< browse, move
 void addExportCommands(CLI::App& program);  ///< export, import
 void addTopCommand(CLI::App& program);
+void addServeCommand(CLI::App& program);
 void addMaintenanceCommands(CLI::App& program);   ///< check, repair, backup, restore
 void addCommandServerCommands(CLI::App& program); ///< command-server start, stop, status
 

@@ -18,6 +18,7 @@ int main(int count, char** values) {
   addMessageCommands(program);
   addExportCommands(program);
   addTopCommand(program);
+  addServeCommand(program);
   addMaintenanceCommands(program);
   addCommandServerCommands(program);
   addReferenceCommand(program);

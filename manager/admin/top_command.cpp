@@ -6,7 +6,6 @@
 #include "manager/store/message.h"
 #include "manager/view/manager_watch.h"
 
-#include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
 #include <optional>
@@ -37,24 +36,16 @@ void declare(CLI::App& command, Top& top) {
   command.add_flag("--json", top.json, "Print a JSON object a line for each queue");
 }
 
-Json jsonOf(const QueueView& row) {
-  Json json{{"time", utcTime(clockNow())},
-            {"queue", row.name},
-            {"depth", row.depth},
-            {"max_depth", row.maxDepth},
-            {"puts_per_second", std::round(row.putRate * 10) / 10},
-            {"gets_per_second", std::round(row.getRate * 10) / 10},
-            {"readers", row.readers},
-            {"writers", row.writers},
-            {"uncommitted", row.uncommitted}};
-  json["oldest_age_ms"] = row.oldestAge ? Json(*row.oldestAge) : Json();
+Json lineOf(const QueueView& row) {
+  Json json{{"time", utcTime(clockNow())}, {"queue", row.name}};
+  json.update(jsonOf(row));
   return json;
 }
 
 void print(const std::vector<QueueView>& rows, bool json) {
   for (const QueueView& row : rows)
     if (json)
-      fmt::print("{}\n", jsonOf(row).dump());
+      fmt::print("{}\n", lineOf(row).dump());
     else
       fmt::print("{} {} depth {} of {}, {:.0f} put/s, {:.0f} get/s, {} readers, {} writers, {} "
                  "uncommitted, oldest {}{}{}\n",

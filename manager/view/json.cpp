@@ -5,6 +5,7 @@
 
 namespace bxm {
 
+/// No longer forms than needed, no surrogates, nothing above 10FFFF.
 bool isUtf8(std::string_view bytes) {
   const auto at = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
   for (std::size_t i = 0, more = 0; i < bytes.size(); i += more + 1) {

@@ -19,16 +19,6 @@ namespace {
 
 // ---- Bytes --------------------------------------------------------------------------------------
 
-std::string hexOf(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string hex;
-  for (const char c : bytes) {
-    hex += kDigits[static_cast<unsigned char>(c) >> 4];
-    hex += kDigits[c & 15];
-  }
-  return hex;
-}
-
 int digitOf(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
@@ -59,21 +49,6 @@ std::string base64Of(std::string_view bytes) {
       text += k <= count ? kBase64[group >> (18 - 6 * k) & 63] : '=';
   }
   return text;
-}
-
-std::string bytesOfBase64(const std::string& text) {
-  std::string bytes;
-  std::uint32_t group = 0, bits = 0;
-  const std::size_t end = std::min(text.find('='), text.size());
-  for (std::size_t i = 0; i < end; ++i) {
-    const std::size_t digit = kBase64.find(text[i]);
-    if (digit == std::string_view::npos) fail("the data is not base64");
-    group = group << 6 | static_cast<std::uint32_t>(digit);
-    bits += 6;
-    if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8) & 0xFF);
-  }
-  if (text.size() % 4 != 0) fail("the data is not base64");
-  return bytes;
 }
 
 // ---- Fields of the descriptor -------------------------------------------------------------------
@@ -165,7 +140,31 @@ std::int64_t timeOf(const std::string& text) {
 
 } // namespace
 
-/// As JSON wants it: no longer forms than needed, no surrogates, nothing above 10FFFF.
+std::string hexOf(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string hex;
+  for (const char c : bytes) {
+    hex += kDigits[static_cast<unsigned char>(c) >> 4];
+    hex += kDigits[c & 15];
+  }
+  return hex;
+}
+
+std::string bytesOfBase64(const std::string& text) {
+  std::string bytes;
+  std::uint32_t group = 0, bits = 0;
+  const std::size_t end = std::min(text.find('='), text.size());
+  for (std::size_t i = 0; i < end; ++i) {
+    const std::size_t digit = kBase64.find(text[i]);
+    if (digit == std::string_view::npos) fail("the data is not base64");
+    group = group << 6 | static_cast<std::uint32_t>(digit);
+    bits += 6;
+    if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8) & 0xFF);
+  }
+  if (text.size() % 4 != 0) fail("the data is not base64");
+  return bytes;
+}
+
 std::string identifierOf(std::string_view stored) {
   BXMD descriptor = kPlain;
   decodeMessage(stored, 1, descriptor);

@@ -29,4 +29,9 @@ JsonMessage messageOf(const Json& json);
 /// "42584d20..." of a message's identifier.
 std::string identifierOf(std::string_view stored);
 
+/// "ff00" of two bytes.
+std::string hexOf(std::string_view bytes);
+/// Throws Failure where the text is not base64.
+std::string bytesOfBase64(const std::string& text);
+
 } // namespace bxm

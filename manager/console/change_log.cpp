@@ -1,0 +1,57 @@
+#include "manager/console/change_log.h"
+
+#include "manager/console/json_body.h"
+#include "manager/console/problem.h"
+#include "manager/store/message.h"
+
+#include <cstdio>
+#include <fmt/format.h>
+
+namespace bxm::console {
+
+namespace {
+
+constexpr std::size_t kMostText = 200, kMostBody = 64 << 10;
+
+/// The beginning, in printable ASCII.
+std::string plain(std::string_view text) {
+  std::string line;
+  for (const char c : text.substr(0, kMostText))
+    line += c >= ' ' && c < '\x7F' ? std::string(1, c)
+                                   : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+  return line + (text.size() > kMostText ? "..." : "");
+}
+
+/// What a body says, without the data of a message.
+std::string wordsOf(const Request& request) try {
+  if (request.body.size() > kMostBody) return " ...";
+  const Json body = bodyOf(request);
+  std::string words;
+  for (const auto& [key, value] : body.items()) {
+    const bool isData = key == "text" || key == "base64";
+    words += " " + plain(key) + "=" +
+             (isData              ? "..."
+              : value.is_string() ? plain(value.get_ref<const std::string&>())
+                                  : value.dump());
+  }
+  return words;
+} catch (const Problem&) {
+  return "";
+}
+
+std::string outcomeOf(const Response& response) {
+  if (response.status < 400) return "done";
+  const Json problem = Json::parse(response.body, nullptr, false);
+  return "refused, " + plain(problem.is_object() ? problem.value("detail", "") : "");
+}
+
+} // namespace
+
+void logChange(const Request& request, const std::string& caller, const Response& response) {
+  const std::string line = fmt::format(
+      "{} {} {} {} {}{}: {} {}\n", utcTime(clockNow()), request.peer, caller, plain(request.method),
+      plain(request.target), wordsOf(request), response.status, outcomeOf(response));
+  static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr)); // unbuffered: in one piece
+}
+
+} // namespace bxm::console

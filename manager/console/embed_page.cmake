@@ -1,0 +1,22 @@
+# cmake -DOUTPUT=file -P embed_page.cmake -- FILE...: a source that holds the files, for page_files.h.
+math(EXPR last "${CMAKE_ARGC} - 1")
+set(is_file OFF)
+set(rows "")
+set(bytes "")
+foreach(i RANGE ${last})
+  set(argument "${CMAKE_ARGV${i}}")
+  if(is_file)
+    get_filename_component(name "${argument}" NAME)
+    file(READ "${argument}" hex HEX)
+    string(REGEX REPLACE "(..)" "0x\\1," hex "${hex}")
+    string(REGEX REPLACE "(................................................................................)" "\\1\n" hex "${hex}")
+    string(MAKE_C_IDENTIFIER "${name}" id)
+    string(APPEND bytes "constexpr unsigned char k_${id}[] = {\n${hex}0};\n")
+    string(APPEND rows "    {\"${name}\", {reinterpret_cast<const char*>(k_${id}), sizeof k_${id} - 1}},\n")
+  elseif(argument STREQUAL "--")
+    set(is_file ON)
+  endif()
+endforeach()
+file(WRITE "${OUTPUT}" "#include \"manager/console/page_files.h\"\n
+namespace bxm::console {\n\nnamespace {\n${bytes}const PageFile kFiles[] = {\n${rows}};\n} // namespace\n
+std::span<const PageFile> pageFiles() { return kFiles; }\n\n} // namespace bxm::console\n")

@@ -1,0 +1,43 @@
+// The last 15 minutes' depth of each queue, in steps of 10 seconds.
+
+export const kSteps = 90;
+const kStep = 10000;
+
+export const keyOf = ({manager, queue}) => `${manager} ${queue}`;
+
+export class Depths {
+  #series = new Map();
+  #step = 0;
+
+  /// What /history tells.
+  seed({queues}, now) {
+    this.#series = new Map(queues.map((told) => [keyOf(told), told.depth.slice(-kSteps)]));
+    this.#step = Math.floor(now / kStep);
+  }
+
+  of(key) {
+    return this.#series.get(key) ?? [];
+  }
+
+  /// Queues that are gone are forgotten, but not those of a manager that cannot be reached just
+  /// now.
+  add({time, managers, queues}) {
+    const step = Math.floor(Date.parse(time) / kStep);
+    const passed = Math.min(kSteps, Math.max(0, step - this.#step));
+    this.#step = step;
+    const silent =
+        new Set(managers.filter(({reachable}) => !reachable).map(({manager}) => manager));
+    const series = new Map([...this.#series].filter(([key]) => silent.has(key.split(' ')[0])));
+    for (const told of queues)
+      series.set(keyOf(told), this.#grown(keyOf(told), passed, told.depth));
+    this.#series = series;
+  }
+
+  #grown(key, passed, depth) {
+    const values = this.of(key);
+    for (let i = 0; i < passed; ++i) values.push(null);
+    if (values.length > kSteps) values.splice(0, values.length - kSteps);
+    values[Math.max(0, values.length - 1)] = depth;
+    return values;
+  }
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "manager/console/problem.h"
+
+#include <atomic>
+#include <memory>
+
+namespace bxm::console {
+
+/// So many of something at a time. Must outlive what it gave.
+class Slots {
+public:
+  Slots(std::size_t most, const char* what) : m_most(most), m_what(what) {}
+
+  /// Held as long as one of the copies lives. Throws Problem 429.
+  std::shared_ptr<void> take() {
+    if (m_taken.fetch_add(1) >= m_most) {
+      --m_taken;
+      throw Problem(429, std::string("too many ") + m_what + " at once");
+    }
+    return {this, [](Slots* slots) { --slots->m_taken; }};
+  }
+
+private:
+  const std::size_t m_most;
+  const char* const m_what;
+  std::atomic<std::size_t> m_taken{0};
+};
+
+} // namespace bxm::console
