@@ -28,7 +28,9 @@ TEST_F(ConsoleRequests, TellWhatIsOnTheQueues) {
       import(R"({"id":"000102030405060708090a0b0c0d0e0f1011121314151617","base64":"bm8g/w=="})"),
       0);
   put(std::string(1023, 'x') + "\xC3\xA9\n");
+  done({"manager", "create", "OTHER"});
   serve({"-m", "ORDERS"});
+  EXPECT_EQ(get("/api/v1/queue?manager=OTHER&queue=JOBS").status, 404);
   json figures = get("/api/v1/figures").json();
   ASSERT_EQ(figures["managers"].size(), 1U);
   EXPECT_EQ(figures["managers"][0]["kind"], "embedded");
