@@ -161,6 +161,7 @@ TEST_F(ConsoleRequests, StreamsTellOfAPutAndEndWithTheConsole) {
   Client stream(port);
   stream.send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
   EXPECT_THAT(stream.readTo("\"depth\":0"), HasSubstr("event: figures\ndata: {\"time\":"));
+  done({"manager", "create", "LATER"});
   put("one\n");
   EXPECT_THAT(stream.readTo("\"depth\":1"), HasSubstr("\"depth\":1"));
   EXPECT_THAT(get("/metrics").body, HasSubstr("bxm_console_streams 1\n"));
@@ -172,7 +173,6 @@ TEST_F(ConsoleRequests, StreamsTellOfAPutAndEndWithTheConsole) {
   EXPECT_TRUE(support::eventually(
       [this] { return get("/metrics").body.find("bxm_console_streams 1\n") != std::string::npos; },
       std::chrono::seconds(2)));
-  done({"manager", "create", "LATER"});
   EXPECT_THAT(stream.readTo("LATER"), HasSubstr("LATER"));
   EXPECT_EQ(ended(SIGTERM).status, 0);
   stream.rest();
