@@ -130,6 +130,11 @@ public:
                                      isLong ? "the body is too long" : "the body is malformed"));
       return HandlerResponse::Handled;
     }));
+    // The library's own tells the client what was thrown.
+    set_exception_handler(
+        [this](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
+          fill(response, m_handler.fault(500, "the console could not do it"));
+        });
     errno = 0;
     m_port = address.port == 0                          ? bind_to_any_port(address.host)
              : bind_to_port(address.host, address.port) ? address.port

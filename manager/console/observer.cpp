@@ -16,7 +16,8 @@ constexpr int kWatchedShare = 4, kIdleShare = 100; ///< one part of the time in 
 constexpr auto kInterest = 15s;                    ///< who scrapes comes as often
 constexpr auto kCatalogStep = 2s;
 constexpr auto kFirstLook = 1s;
-constexpr auto kPatience = 5s;         ///< with a look
+constexpr auto kPatience = 5s;          ///< with a look
+constexpr auto kFresh = 100ms;          ///< figures that are not made again for the next who asks
 constexpr std::size_t kRemembered = 60; ///< looks by which a queue counts as unread
 
 constexpr std::string_view kEventHead = "event: figures\ndata: ", kEventEnd = "\n\n";
@@ -241,7 +242,8 @@ void Observer::noteInterest() {
 
 std::shared_ptr<const Snapshot> Observer::snapshot() {
   const std::lock_guard lock(m_core->mutex);
-  if (m_core->streams == 0 || !m_core->latest) publish(*m_core);
+  const bool isOld = Clock::now() - m_core->latestTime > kFresh;
+  if (!m_core->latest || (m_core->streams == 0 && isOld)) publish(*m_core);
   return m_core->latest;
 }
 

@@ -93,7 +93,7 @@ Response Queries::queue(const Request& request) {
       if (seen.id == view.id) {
         view.putRate = seen.putRate;
         view.getRate = seen.getRate;
-        view.growsUnread = seen.growsUnread && view.readers == 0;
+        view.growsUnread = seen.growsUnread && view.readers == 0 && view.gets == seen.gets;
       }
   Json row{{"manager", place.manager}, {"queue", view.name}};
   row.update(jsonOf(view));

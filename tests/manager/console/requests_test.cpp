@@ -28,7 +28,9 @@ TEST_F(ConsoleRequests, TellWhatIsOnTheQueues) {
       import(R"({"id":"000102030405060708090a0b0c0d0e0f1011121314151617","base64":"bm8g/w=="})"),
       0);
   put(std::string(1023, 'x') + "\xC3\xA9\n");
+  done({"manager", "create", "OTHER"});
   serve({"-m", "ORDERS"});
+  EXPECT_EQ(get("/api/v1/queue?manager=OTHER&queue=JOBS").status, 404);
   json figures = get("/api/v1/figures").json();
   ASSERT_EQ(figures["managers"].size(), 1U);
   EXPECT_EQ(figures["managers"][0]["kind"], "embedded");
@@ -159,6 +161,7 @@ TEST_F(ConsoleRequests, StreamsTellOfAPutAndEndWithTheConsole) {
   Client stream(port);
   stream.send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
   EXPECT_THAT(stream.readTo("\"depth\":0"), HasSubstr("event: figures\ndata: {\"time\":"));
+  done({"manager", "create", "LATER"});
   put("one\n");
   EXPECT_THAT(stream.readTo("\"depth\":1"), HasSubstr("\"depth\":1"));
   EXPECT_THAT(get("/metrics").body, HasSubstr("bxm_console_streams 1\n"));
@@ -170,7 +173,6 @@ TEST_F(ConsoleRequests, StreamsTellOfAPutAndEndWithTheConsole) {
   EXPECT_TRUE(support::eventually(
       [this] { return get("/metrics").body.find("bxm_console_streams 1\n") != std::string::npos; },
       std::chrono::seconds(2)));
-  done({"manager", "create", "LATER"});
   EXPECT_THAT(stream.readTo("LATER"), HasSubstr("LATER"));
   EXPECT_EQ(ended(SIGTERM).status, 0);
   stream.rest();
