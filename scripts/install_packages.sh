@@ -7,7 +7,7 @@ build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev libpq-dev
        nlohmann-json3-dev libfmt-dev libncurses-dev libcpp-httplib-dev)
 # The tests compile the benchmark programs too, so that none of them rots.
 test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion
-      pkg-config python3)
+      pkg-config python3 python3-selenium chromium chromium-driver fonts-dejavu-core prometheus)
 bench=(sqlite3 libsqlite3-dev)
 package=(dpkg-dev file)
 case "${1:-}" in
