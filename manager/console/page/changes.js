@@ -41,10 +41,15 @@ const kChanges = {
     done: () => queue.load(),
   },
   put: {
-    prepare: () => {},
-    send: ({text = '', expires_in: seconds, ...others}) => call(
-        'POST', `/messages${about(queue.shown)}`,
-        {text, ...others, ...(seconds && {expires_in_ms: Math.round(1000 * seconds)})}),
+    prepare: (form) => {
+      form.elements.as_line.checked = true;
+    },
+    send: ({text = '', as_line: asLine, expires_in: seconds, ...others}) => call(
+        'POST', `/messages${about(queue.shown)}`, {
+          text: asLine ? `${text}\n` : text,
+          ...others,
+          ...(seconds && {expires_in_ms: Math.round(1000 * seconds)})
+        }),
     done: () => messages.load(),
   },
   move: {

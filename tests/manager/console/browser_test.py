@@ -167,7 +167,7 @@ class Queue(PageCase):
                 self.press(Keys.ESCAPE)
         self.until_shown(["OTHER"])
         moved = json.loads(bxadm("browse", "OTHER", "--json"))
-        self.assertEqual(("second", 0), (moved["text"], moved["priority"]))
+        self.assertEqual(("second\n", 0), (moved["text"], moved["priority"]))
         self.assertIn("expires", moved)
 
     def test_shows_messages_as_they_are(self):
