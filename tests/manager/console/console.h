@@ -78,8 +78,11 @@ protected:
   static constexpr const char* kJobs = "?manager=ORDERS&queue=JOBS";
   static constexpr const char* kChange = "BX-Console: change\r\n";
 
-  Consoles() {
-    done({"manager", "create", "ORDERS", "--default"});
+  /// store: of a manager in a database; empty for one in a folder.
+  explicit Consoles(const std::string& store = "") {
+    std::vector<std::string> words{"manager", "create", "ORDERS", "--default"};
+    if (!store.empty()) words.insert(words.end(), {"--store", store});
+    done(words);
     done({"queue", "create", "JOBS"});
   }
   void serve(std::vector<std::string> options = {"--allow-changes"}) {

@@ -1,4 +1,5 @@
 #include "tests/manager/console/console.h"
+#include "tests/support/postgres_cluster.h"
 
 namespace {
 
@@ -11,6 +12,7 @@ using namespace std::string_literals;
 
 class ConsoleRequests : public Consoles {
 protected:
+  explicit ConsoleRequests(const std::string& store = "") : Consoles(store) {}
   std::string at(const std::string& path) const { return "/api/v1/" + path + kJobs; }
   int import(const std::string& line) const {
     return support::Process({support::binDir() + "/bxadm", "import", "JOBS"})
@@ -21,7 +23,32 @@ protected:
   }
 };
 
-TEST_F(ConsoleRequests, TellWhatIsOnTheQueues) {
+/// Over a manager of each kind.
+class ConsoleRequestsOnBoth : public ConsoleRequests,
+                              public testing::WithParamInterface<const char*> {
+protected:
+  ConsoleRequestsOnBoth() : ConsoleRequests(GetParam() == "embedded"s ? "" : newDatabase()) {}
+
+private:
+  static std::string newDatabase() {
+    static support::PostgresCluster cluster;
+    static int count = 0;
+    const std::string name = "console" + std::to_string(++count);
+    cluster.psql("postgres", "CREATE DATABASE " + name);
+    return cluster.uri(name);
+  }
+};
+// A connection to a database is one thread's, and its library is not built for the thread
+// sanitizer.
+#ifdef __SANITIZE_THREAD__
+constexpr const char* kKinds[] = {"embedded"};
+#else
+constexpr const char* kKinds[] = {"embedded", "postgresql"};
+#endif
+INSTANTIATE_TEST_SUITE_P(, ConsoleRequestsOnBoth, testing::ValuesIn(kKinds),
+                         [](const auto& kind) { return std::string(kind.param); });
+
+TEST_P(ConsoleRequestsOnBoth, TellWhatIsOnTheQueues) {
   done({"queue", "create", "A.FULL", "--max-depth", "0"});
   put("first\nsecond \xC3\xA9\n");
   EXPECT_EQ(
@@ -33,7 +60,7 @@ TEST_F(ConsoleRequests, TellWhatIsOnTheQueues) {
   EXPECT_EQ(get("/api/v1/queue?manager=OTHER&queue=JOBS").status, 404);
   json figures = get("/api/v1/figures").json();
   ASSERT_EQ(figures["managers"].size(), 1U);
-  EXPECT_EQ(figures["managers"][0]["kind"], "embedded");
+  EXPECT_EQ(figures["managers"][0]["kind"], GetParam());
   EXPECT_TRUE(figures["managers"][0]["reachable"]);
   ASSERT_EQ(figures["queues"].size(), 2U);
   EXPECT_EQ(figures["queues"][0]["remark"], "full");
@@ -75,7 +102,7 @@ TEST_F(ConsoleRequests, TellWhatIsOnTheQueues) {
   EXPECT_EQ(ended(SIGINT).status, 0);
 }
 
-TEST_F(ConsoleRequests, ChangeQueuesAsTheCommandsDo) {
+TEST_P(ConsoleRequestsOnBoth, ChangeQueuesAsTheCommandsDo) {
   serve();
   EXPECT_THAT(change("POST", "/api/v1/queues", R"({"manager":"ORDERS","queue":"B","max_depth":2})"),
               Says(201, "\"B\""));
@@ -105,7 +132,7 @@ TEST_F(ConsoleRequests, ChangeQueuesAsTheCommandsDo) {
                                     HasSubstr("text=... priority=1: 201"), Not(HasSubstr("eins"))));
 }
 
-TEST_F(ConsoleRequests, AreRefusedWithAReason) {
+TEST_P(ConsoleRequestsOnBoth, AreRefusedWithAReason) {
   serve();
   struct Row {
     const char *method, *target, *body;
@@ -156,7 +183,7 @@ TEST_F(ConsoleRequests, AreRefusedWithAReason) {
   EXPECT_EQ(done({"queue", "list"}).find("a b"), std::string::npos);
 }
 
-TEST_F(ConsoleRequests, StreamsTellOfAPutAndEndWithTheConsole) {
+TEST_P(ConsoleRequestsOnBoth, StreamsTellOfAPutAndEndWithTheConsole) {
   serve();
   Client stream(port);
   stream.send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
