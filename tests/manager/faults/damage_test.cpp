@@ -268,7 +268,7 @@ TEST_F(Damaged, LastCommitIsToldOnceABootOrABackupHasSeenIt) {
   boot();
   EXPECT_EQ(bxadm(home(), {"restore", home() + "/B", "N"}).status, 0);
   for (const char* name : {"DEFAULT", "N"})
-    EXPECT_THAT(bxadm(home(), {"check", name}).out, HasSubstr(" 1 damages.")) << name;
+    EXPECT_THAT(bxadm(home(), {"check", name}).out, HasSubstr(" 1 damage.")) << name;
 }
 
 TEST_F(Damaged, IndexOfAnEarlierTimeIsFoundByACheck) {

@@ -73,6 +73,8 @@ public:
     if (reason == BXRC_OUTCOME_UNKNOWN) return undecided();
     if (m_kind == "put") put(completion == 0, time);
     if (m_kind == "get" && completion == 0) got(time, in);
+    if (m_kind == "get" && isBroken(reason))
+      m_history.m_brokenGets[m_queue].push_back({m_begin, time, ""});
     if (m_kind == "browse") browsed(time, in);
     if (m_kind == "commit" || m_kind == "disconnect")
       end(completion == 0 ? Fate::kDecided : Fate::kUndone, completion == 0, time);
@@ -241,6 +243,10 @@ bool History::wasHeld(const Reading& reading, const std::string& queue,
     if (attempt.begin != reading.begin && attempt.begin < other.end &&
         m_units[attempt.unit].ended > other.begin)
       return true;
+  // A get that broke may have had it until then, and nobody was told its name.
+  if (const auto broken = m_brokenGets.find(queue); broken != m_brokenGets.end())
+    for (const Reading& get : broken->second)
+      if (get.begin < other.end && get.end > other.begin) return true;
   for (const char* mode : {"s", "d"})
     if (const auto lost = m_lostGets.find(queue + mode); lost != m_lostGets.end())
       for (const std::int64_t begin : lost->second)

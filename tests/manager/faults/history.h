@@ -76,6 +76,7 @@ private:
   };
   std::vector<Browse> m_browses;
   std::map<std::string, std::vector<std::int64_t>> m_lostGets; ///< begin of gets nobody answered
+  std::map<std::string, std::vector<Reading>> m_brokenGets;    ///< by queue; without names
   std::map<std::string, std::vector<std::string>> m_missing;   ///< by queue
   Report m_odd;
   Counts m_counts;
