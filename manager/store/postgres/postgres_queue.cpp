@@ -383,6 +383,8 @@ PostgresQueue::Took PostgresQueue::learn(const Reply& reply, const std::vector<A
     m_anewDue = {};
     return Took::kStale;
   }
+  // The arms behind the one where it ended are still as they were before something was given back.
+  if (reply.number(0, 1) != m_returned) m_segments.forgetStarts();
   m_returned = reply.number(0, 1);
   if (!arms.empty()) {
     const int last = reply.rows() - 1;

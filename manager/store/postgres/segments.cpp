@@ -78,6 +78,10 @@ std::vector<Arm> Segments::arms(bool fromStarts) const {
   return arms;
 }
 
+void Segments::forgetStarts() {
+  for (Segment& segment : m_segments) segment.start = segment.floor;
+}
+
 const std::string& Segments::takeStatement(const std::vector<Arm>& arms, bool exactly) {
   std::vector<int> shape{exactly ? 1 : 0};
   for (const Arm& arm : arms) shape.push_back(static_cast<int>(arm.segment) * 10 + arm.priority);

@@ -54,6 +54,8 @@ public:
 
   /// Where a scan looks, in queue order; with the starts, or from the floors.
   std::vector<Arm> arms(bool fromStarts) const;
+  /// Something was given back: it may be below the starts.
+  void forgetStarts();
 
   /// Takes the first message of the arms; parameters: queue, version, how often messages were given
   /// back or -1, the arms' sequences. One row: version, how often messages were given back, arm,

@@ -111,6 +111,14 @@ TEST_P(Get, WhatComesBackIsFoundAtItsOldPlace) {
   std::vector<std::string> left = numbered("m", 100);
   left.erase(left.begin() + 75);
   left.erase(left.begin());
+  EXPECT_EQ(theirs.get(kTake).text, left[0]);
+  EXPECT_EQ(q.get(kTake).text, left[1]);
+  EXPECT_EQ(other.backout(), kOk);
+  ASSERT_EQ(q.put("first", {.priority = 9}), kOk);
+  EXPECT_EQ(q.get(kTake).text, "first") << "and behind others that a scan finds before it";
+  EXPECT_EQ(q.get(kTake).text, left[0]);
+  EXPECT_EQ(mine.backout(), kOk);
+  EXPECT_EQ(q.get().text, "first");
   EXPECT_EQ(q.drain(), left);
 }
 

@@ -73,8 +73,6 @@ public:
     if (reason == BXRC_OUTCOME_UNKNOWN) return undecided();
     if (m_kind == "put") put(completion == 0, time);
     if (m_kind == "get" && completion == 0) got(time, in);
-    if (m_kind == "get" && isBroken(reason))
-      m_history.m_brokenGets[m_queue].push_back({m_begin, time, ""});
     if (m_kind == "browse") browsed(time, in);
     if (m_kind == "commit" || m_kind == "disconnect")
       end(completion == 0 ? Fate::kDecided : Fate::kUndone, completion == 0, time);
@@ -243,15 +241,28 @@ bool History::wasHeld(const Reading& reading, const std::string& queue,
     if (attempt.begin != reading.begin && attempt.begin < other.end &&
         m_units[attempt.unit].ended > other.begin)
       return true;
-  // A get that broke may have had it until then, and nobody was told its name.
-  if (const auto broken = m_brokenGets.find(queue); broken != m_brokenGets.end())
-    for (const Reading& get : broken->second)
-      if (get.begin < other.end && get.end > other.begin) return true;
   for (const char* mode : {"s", "d"})
     if (const auto lost = m_lostGets.find(queue + mode); lost != m_lostGets.end())
       for (const std::int64_t begin : lost->second)
         if (begin < other.end) return true;
   return false;
+}
+
+/// A reading with all that was done with its message, in microseconds.
+std::string History::told(const Reading& reading) const {
+  const Message& message = m_messages.at(reading.name);
+  const auto unit = [this](std::size_t number) {
+    const Unit& of = m_units[number];
+    return std::to_string(of.tried) + " to " + std::to_string(of.ended) +
+           (of.fate == Fate::kDecided  ? ""
+            : of.fate == Fate::kUndone ? " undone"
+                                       : " unknown");
+  };
+  std::string text = reading.name + " (" + std::to_string(reading.begin) + " to " +
+                     std::to_string(reading.end) + "; put by " + unit(message.unit);
+  for (const Attempt& attempt : message.attempts)
+    text += "; got at " + std::to_string(attempt.begin) + " by " + unit(attempt.unit);
+  return text + ")";
 }
 
 /// Messages of one putter and priority reach a reader in their order, unless the later one to
@@ -265,7 +276,7 @@ void History::checkOrder(Report& report) const {
       if (!other || Name(other->name).number < name.number)
         other = &reading;
       else if (other->name != reading.name && !wasHeld(reading, where.second, *other))
-        report.push_back(where.first + " got " + reading.name + " after " + other->name);
+        report.push_back(where.first + " got " + told(reading) + " after " + told(*other));
     }
   }
 }

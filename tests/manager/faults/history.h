@@ -61,6 +61,7 @@ private:
   void checkMissing(Report& report) const;
   void resolveUnknown(Report& report);
   void checkOrder(Report& report) const;
+  std::string told(const Reading& reading) const;
   void checkBrowses(Report& report);
   bool seen(const Message& message) const;
   std::size_t timesGone(const Message& message) const;
@@ -76,7 +77,6 @@ private:
   };
   std::vector<Browse> m_browses;
   std::map<std::string, std::vector<std::int64_t>> m_lostGets; ///< begin of gets nobody answered
-  std::map<std::string, std::vector<Reading>> m_brokenGets;    ///< by queue; without names
   std::map<std::string, std::vector<std::string>> m_missing;   ///< by queue
   Report m_odd;
   Counts m_counts;

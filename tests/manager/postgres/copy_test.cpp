@@ -54,14 +54,17 @@ TEST_F(Copying, TheToolWorksOnTheDefaultManagerWhereverThatIs) {
     std::filesystem::create_directories(std::filesystem::path(alone + what).parent_path());
     std::filesystem::copy(support::binDir() + "/.." + what, alone + what);
   }
-  for (const auto& [manager, others] : std::map<std::string, int>{{"E", 0}, {"P", 255}, {"F", 0}}) {
+  for ([[maybe_unused]] const auto& [manager, others] :
+       std::map<std::string, int>{{"E", 0}, {"P", 255}, {"F", 0}}) {
     done({"queue", "create", "Q", "-m", manager});
     done({"manager", "default", manager});
     source.words("connect " + manager);
     source.words("put Q of" + manager);
     EXPECT_EQ(done({"manager", "default"}), manager + "\n");
     EXPECT_EQ(tool(support::binDir()).out, "of" + manager + "\n");
+#ifndef __SANITIZE_ADDRESS__ // whose own dlopen looks elsewhere
     EXPECT_EQ(tool(alone + "/bin").status, others);
+#endif
   }
 }
 
