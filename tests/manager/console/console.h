@@ -76,6 +76,12 @@ MATCHER_P2(Says, status, text, "") {
 class Consoles : public Programs {
 protected:
   static constexpr const char* kJobs = "?manager=ORDERS&queue=JOBS";
+#if defined(__SANITIZE_THREAD__) ||                                                                \
+    defined(__SANITIZE_ADDRESS__) // which have things to do at an end
+  static constexpr std::chrono::seconds kMostToEnd{9};
+#else
+  static constexpr std::chrono::seconds kMostToEnd{1};
+#endif
   static constexpr const char* kChange = "BX-Console: change\r\n";
 
   /// store: of a manager in a database; empty for one in a folder.
@@ -124,7 +130,7 @@ protected:
   }
   support::Result ended(int signal) {
     console->signal(signal);
-    return console->wait(std::chrono::seconds(1)); // who takes longer is killed
+    return console->wait(kMostToEnd); // who takes longer is killed
   }
 
   std::unique_ptr<support::Process> console;
