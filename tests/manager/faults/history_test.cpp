@@ -54,7 +54,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"AnOvertaking",
              {kPuts, {"i get Q d", "o 0 0 w1-2-p0", "i get Q d", "o 0 0 w1-1-p0"}},
              {},
-             {"got w1-1-p0 after w1-2-p0"}},
+             {"w1-1-p0 (90 to 100; put by 50 to 60; got at 90 by 0 to 100) after w1-2-p0 (70"}},
         Case{"AnOvertakingOfWhatTheDeadHeld",
              {kPuts,
               {"i get Q s", "o 0 0 w1-1-p0", "i commit"},
