@@ -8,7 +8,7 @@ build=(g++ cmake ninja-build libicu-dev libxerces-c-dev libxalan-c-dev libpq-dev
 # The tests compile the benchmark programs too, so that none of them rots.
 test=(libgtest-dev libgmock-dev clang-tidy libsqlite3-dev postgresql man-db mandoc zsh bash-completion
       pkg-config python3 python3-selenium chromium chromium-driver fonts-dejavu-core prometheus)
-bench=(sqlite3 libsqlite3-dev)
+bench=(sqlite3 libsqlite3-dev python3)
 package=(dpkg-dev file)
 case "${1:-}" in
   build) wanted=("${build[@]}") ;;

@@ -2,8 +2,8 @@
 #include "manager/admin/program.h"
 #include "manager/admin/report.h"
 #include "manager/engine/administration.h"
-#include "manager/engine/oldest_message.h"
 #include "manager/engine/transfer.h"
+#include "manager/view/manager_watch.h"
 
 #include <ctime>
 #include <fmt/chrono.h>
@@ -118,18 +118,19 @@ std::string localTime(std::int64_t seconds) {
 int show(const Show& show) {
   const auto session = catalog().connect(show.manager);
   const QueueDefinition queue = queueNamed(*session, show.queue);
-  const auto opened = session->open(queue);
-  const QueueFigures figures = opened->figures();
-  const auto oldest = oldestMessage(*session, queue), since = session->countsSince();
+  const QueueView view = viewOf(*session, queue);
+  const auto timeOrNone = [](const std::optional<std::int64_t>& milliseconds) {
+    return milliseconds ? Json(localTime(*milliseconds / 1000)) : Json();
+  };
   reportOne({{"name", queue.name},
-             {"depth", opened->depth()},
-             {"oldest_put", oldest ? Json(localTime(*oldest / 1000)) : Json()},
-             {"uncommitted", figures.uncommitted},
-             {"readers", figures.readers},
-             {"writers", figures.writers},
-             {"puts", figures.puts},
-             {"gets", figures.gets},
-             {"counted_since", since ? Json(localTime(*since / 1000)) : Json()},
+             {"depth", view.depth},
+             {"oldest_put", timeOrNone(view.oldestPut)},
+             {"uncommitted", view.uncommitted},
+             {"readers", view.readers},
+             {"writers", view.writers},
+             {"puts", view.puts},
+             {"gets", view.gets},
+             {"counted_since", timeOrNone(session->countsSince())},
              {"max_depth", queue.maxDepth},
              {"max_length", queue.maxMessageLength},
              {"default_priority", queue.defaultPriority},

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <string>
+#include <unistd.h>
 
 namespace bxm {
 
@@ -16,9 +17,8 @@ void* clientLibrary() {
   Dl_info self{};
   if (::dladdr(reinterpret_cast<const void*>(&clientLibrary), &self) != 0 && self.dli_fname) {
     const std::string path = self.dli_fname;
-    if (const auto slash = path.rfind('/'); slash != std::string::npos)
-      if (void* library = ::dlopen((path.substr(0, slash + 1) + kName).c_str(), RTLD_NOW))
-        return library;
+    const std::string beside = path.substr(0, path.rfind('/') + 1) + kName;
+    if (::access(beside.c_str(), F_OK) == 0) return ::dlopen(beside.c_str(), RTLD_NOW);
   }
   return ::dlopen(kName, RTLD_NOW);
 }

@@ -289,9 +289,9 @@ int serve(const Options& options) {
   console.listensOn(server.port());
   Observer observer(options.managers);
   console.watches(observer);
-  server.start();
   fmt::print("Listening on http://{}:{}/\n", urlHostOf(options.address.host), server.port());
-  std::fflush(stdout);
+  if (std::fflush(stdout) != 0) throw std::runtime_error("cannot write to standard output");
+  server.start();
   int number = 0;
   ::sigwait(&signals, &number);
   const bool isServed = server.stop(400ms), isQuiet = observer.stop(400ms);

@@ -4,8 +4,8 @@
 
 namespace bxm::console {
 
-Json rowOf(const ManagerView& manager, const QueueView& queue) {
-  Json row{{"manager", manager.name}, {"queue", queue.name}};
+Json rowOf(const std::string& manager, const QueueView& queue) {
+  Json row{{"manager", manager}, {"queue", queue.name}};
   row.update(jsonOf(queue));
   row["remark"] = queue.remark();
   return row;
@@ -22,7 +22,7 @@ Json figuresOf(const std::vector<ManagerView>& managers) {
                      {"looked", manager.looked ? Json(utcTime(manager.looked)) : Json()},
                      {"queues_left_out", manager.leftOut}});
     if (manager.queues)
-      for (const QueueView& queue : *manager.queues) rows.push_back(rowOf(manager, queue));
+      for (const QueueView& queue : *manager.queues) rows.push_back(rowOf(manager.name, queue));
   }
   return {{"time", utcTime(clockNow())}, {"managers", heads}, {"queues", rows}};
 }

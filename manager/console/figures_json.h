@@ -5,7 +5,7 @@
 namespace bxm::console {
 
 /// One queue's row.
-Json rowOf(const ManagerView& manager, const QueueView& queue);
+Json rowOf(const std::string& manager, const QueueView& queue);
 /// The figures of all queues.
 Json figuresOf(const std::vector<ManagerView>& managers);
 

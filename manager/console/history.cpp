@@ -85,7 +85,6 @@ Json History::of(const std::string& manager, const std::string& name) const {
     take(slot, moment);
     take(slot + 1, moment);
   });
-  const auto tenths = [](float value) { return std::round(static_cast<double>(value) * 10) / 10; };
   Json depths = Json::array(), puts = Json::array(), gets = Json::array();
   for (const Moment* moment : nearest) {
     depths.push_back(moment ? Json(moment->depth) : Json());

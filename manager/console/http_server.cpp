@@ -1,6 +1,7 @@
 #include "manager/console/http_server.h"
 
 #include "manager/console/client_stream.h"
+#include "manager/console/slots.h"
 
 #include <arpa/inet.h>
 #include <charconv>
@@ -93,7 +94,7 @@ bool runApart(std::function<void()> body) {
 struct Current {
   ClientStream* client = nullptr;
   const RequestHead* head = nullptr;
-  std::shared_ptr<void> body{};
+  std::shared_ptr<void> body{}; ///< the right to have one in memory
 };
 thread_local Current current;
 
@@ -251,17 +252,11 @@ private:
       fill(response, *refusal);
     else if (request.isRead())
       fill(response, m_handler.answer(request));
-    else if (!(current.body = takeBody()))
+    else if (!(current.body = m_bodies.tryTake()))
       fill(response, m_handler.fault(429, "too many requests with a body at once"));
     else
       return HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
-  }
-
-  /// The right to have a body in memory; null when too many have.
-  std::shared_ptr<void> takeBody() {
-    std::shared_ptr<void> taken(this, [](Library* server) { --server->m_bodies; });
-    return ++m_bodies <= kMostBodies ? taken : nullptr;
   }
 
   static Request requestOf(const httplib::Request& request) {
@@ -299,7 +294,7 @@ private:
   int m_port = -1;
   std::thread m_listener;
   std::atomic<bool> m_isStopping{false};
-  std::atomic<std::size_t> m_bodies{0};
+  Slots m_bodies{kMostBodies, "bodies"};
   std::mutex m_mutex;
   std::condition_variable m_ended;
   std::set<int> m_sockets;

@@ -95,11 +95,8 @@ Response Queries::queue(const Request& request) {
         view.getRate = seen.getRate;
         view.growsUnread = seen.growsUnread && view.readers == 0 && view.gets == seen.gets;
       }
-  Json row{{"manager", place.manager}, {"queue", view.name}};
-  row.update(jsonOf(view));
-  row["remark"] = view.remark();
   const auto since = session->countsSince();
-  return jsonResponse({{"queue", std::move(row)},
+  return jsonResponse({{"queue", rowOf(place.manager, view)},
                        {"definition", definitionOf(definition)},
                        {"counted",
                         {{"puts", view.puts},

@@ -12,13 +12,15 @@ class Slots {
 public:
   Slots(std::size_t most, const char* what) : m_most(most), m_what(what) {}
 
-  /// Held as long as one of the copies lives. Throws Problem 429.
+  /// Held as long as one of the copies lives; null where all are taken.
+  std::shared_ptr<void> tryTake() {
+    const std::shared_ptr<void> taken(this, [](Slots* slots) { --slots->m_taken; });
+    return ++m_taken <= m_most ? taken : nullptr;
+  }
+  /// The same. Throws Problem 429.
   std::shared_ptr<void> take() {
-    if (m_taken.fetch_add(1) >= m_most) {
-      --m_taken;
-      throw Problem(429, std::string("too many ") + m_what + " at once");
-    }
-    return {this, [](Slots* slots) { --slots->m_taken; }};
+    if (auto taken = tryTake()) return taken;
+    throw Problem(429, std::string("too many ") + m_what + " at once");
   }
 
 private:

@@ -1,9 +1,12 @@
 #include "manager/view/json.h"
 
 #include <chrono>
+#include <cmath>
 #include <fmt/format.h>
 
 namespace bxm {
+
+double tenths(double value) { return std::round(value * 10) / 10; }
 
 /// No longer forms than needed, no surrogates, nothing above 10FFFF.
 bool isUtf8(std::string_view bytes) {

@@ -13,6 +13,8 @@ using Json = nlohmann::ordered_json;
 
 /// "2026-11-22T09:30:00.125Z" of ms since 1970.
 std::string utcTime(std::int64_t milliseconds);
+/// To one digit behind the point.
+double tenths(double value);
 /// Whether JSON can hold the bytes as they are.
 bool isUtf8(std::string_view bytes);
 

@@ -4,7 +4,6 @@
 #include "manager/store/catalog.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace bxm {
 
@@ -21,7 +20,6 @@ std::string QueueView::remark() const {
 }
 
 Json jsonOf(const QueueView& view) {
-  const auto tenths = [](double value) { return std::round(value * 10) / 10; };
   return {{"depth", view.depth},
           {"max_depth", view.maxDepth},
           {"puts_per_second", tenths(view.putRate)},
@@ -46,9 +44,8 @@ QueueView viewOf(StoreSession& session, const QueueDefinition& definition) {
   view.puts = figures.puts;
   view.gets = figures.gets;
   view.isInhibited = definition.putInhibited || definition.getInhibited;
-  if (view.depth > 0)
-    if (const auto put = oldestMessage(session, definition))
-      view.oldestAge = std::max<std::int64_t>(session.now() - *put, 0);
+  if (view.depth > 0) view.oldestPut = oldestMessage(session, definition);
+  if (view.oldestPut) view.oldestAge = std::max<std::int64_t>(session.now() - *view.oldestPut, 0);
   return view;
 }
 

@@ -21,6 +21,7 @@ struct QueueView {
   std::uint64_t depth = 0, maxDepth = 0, uncommitted = 0, readers = 0, writers = 0;
   std::uint64_t puts = 0, gets = 0;      ///< since the manager counts
   double putRate = 0, getRate = 0;       ///< a second, since the look before
+  std::optional<std::int64_t> oldestPut; ///< ms since 1970
   std::optional<std::int64_t> oldestAge; ///< ms
   bool isInhibited = false;
   bool growsUnread = false;         ///< messages came, and nobody is or was there to take them

@@ -5,6 +5,14 @@ const kStep = 10000;
 
 export const keyOf = ({manager, queue}) => `${manager} ${queue}`;
 
+/// Lets so much time pass, of which nothing is known, up to a value. At most `most` are kept.
+export function grow(values, passed, value, most) {
+  for (let i = 0; i < Math.min(passed, most); ++i) values.push(null);
+  if (values.length > most) values.splice(0, values.length - most);
+  values[Math.max(0, values.length - 1)] = value;
+  return values;
+}
+
 export class Depths {
   #series = new Map();
   #step = 0;
@@ -23,21 +31,13 @@ export class Depths {
   /// now.
   add({time, managers, queues}) {
     const step = Math.floor(Date.parse(time) / kStep);
-    const passed = Math.min(kSteps, Math.max(0, step - this.#step));
+    const passed = Math.max(0, step - this.#step);
     this.#step = step;
     const silent =
         new Set(managers.filter(({reachable}) => !reachable).map(({manager}) => manager));
     const series = new Map([...this.#series].filter(([key]) => silent.has(key.split(' ')[0])));
     for (const told of queues)
-      series.set(keyOf(told), this.#grown(keyOf(told), passed, told.depth));
+      series.set(keyOf(told), grow(this.of(keyOf(told)), passed, told.depth, kSteps));
     this.#series = series;
-  }
-
-  #grown(key, passed, depth) {
-    const values = this.of(key);
-    for (let i = 0; i < passed; ++i) values.push(null);
-    if (values.length > kSteps) values.splice(0, values.length - kSteps);
-    values[Math.max(0, values.length - 1)] = depth;
-    return values;
   }
 }

@@ -1,6 +1,6 @@
 // The page of one queue: its figures and their course, and how it is defined.
 
-import {keyOf} from './depths.js';
+import {grow, keyOf} from './depths.js';
 import {Graph} from './graph.js';
 import {messages} from './messages.js';
 import {faultOf} from './overview.js';
@@ -89,15 +89,10 @@ function showSeries() {
 
 function extend(told, time) {
   const passed = Math.round((time - series.latest) / kStep);
-  const grow = (values, value) => {
-    for (let i = 0; i < Math.min(passed, kSlots); ++i) values.push(null);
-    if (values.length > kSlots) values.splice(0, values.length - kSlots);
-    values[Math.max(0, values.length - 1)] = value;
-  };
   if (passed < 0) return;
-  grow(series.depth, told.depth);
-  grow(series.puts, told.puts_per_second);
-  grow(series.gets, told.gets_per_second);
+  grow(series.depth, passed, told.depth, kSlots);
+  grow(series.puts, passed, told.puts_per_second, kSlots);
+  grow(series.gets, passed, told.gets_per_second, kSlots);
   // Not the time itself: each second has its own place, however late the figures of one come.
   series.latest += passed * kStep;
 }

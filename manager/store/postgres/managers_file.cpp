@@ -23,8 +23,13 @@ constexpr const char* kSection = "[managers]";
 constexpr const char* kDefault = "default";
 constexpr const char* kOfTheMachine = "/etc/bxm/bxclient.ini";
 
+const char* namedPath() {
+  const char* path = std::getenv("BXM_CLIENT_INI");
+  return path && *path ? path : nullptr;
+}
+
 std::string pathOfFile() {
-  if (const char* path = std::getenv("BXM_CLIENT_INI"); path && *path) return path;
+  if (const char* path = namedPath()) return path;
   try {
     const std::string path = homeFolder() + "/bxclient.ini";
     if (::access(path.c_str(), F_OK) == 0 || std::getenv("BXM_HOME")) return path;
@@ -66,7 +71,8 @@ std::vector<Line> linesOf(const std::string& path) {
 
 /// Who may not change the machine's file gets one of their own.
 std::string pathToWrite(const std::string& read) {
-  return read == kOfTheMachine && ::geteuid() != 0 ? homeFolder() + "/bxclient.ini" : read;
+  const bool isTheirs = namedPath() || read != kOfTheMachine || ::geteuid() == 0;
+  return isTheirs ? read : homeFolder() + "/bxclient.ini";
 }
 
 /// The new file takes the old one's place as a whole.
