@@ -86,14 +86,18 @@ void Access::checkOrigin(const Request& request) const {
 
 // ---- Who asks -----------------------------------------------------------------------------------
 
-bool Access::isToken(std::string_view word) {
+/// Limited for each address, so that who guesses keeps nobody else out.
+bool Access::isToken(const Request& request, std::string_view word) {
   const auto now = Clock::now();
   const std::lock_guard lock(m_mutex);
-  while (!m_guesses.empty() && now - m_guesses.front() > std::chrono::seconds(1))
+  while (!m_guesses.empty() && now - m_guesses.front().time > std::chrono::seconds(1))
     m_guesses.pop_front();
-  if (m_guesses.size() >= kMostGuesses) throw Problem(429, "too many wrong tokens: try again soon");
+  const auto own = std::count_if(m_guesses.begin(), m_guesses.end(),
+                                 [&](const Guess& guess) { return guess.peer == request.peer; });
+  if (static_cast<std::size_t>(own) >= kMostGuesses || m_guesses.size() >= kMostGuessesOfAll)
+    throw Problem(429, "too many wrong tokens: try again soon");
   if (isSame(word, m_token)) return true;
-  m_guesses.push_back(now);
+  m_guesses.push_back({now, request.peer});
   return false;
 }
 
@@ -113,8 +117,9 @@ Access::Caller Access::callerOf(const Request& request) {
   if (!needsToken()) return Caller::kAnybody;
   constexpr std::string_view kScheme = "Bearer ";
   if (const std::string word = request.header("authorization"); !word.empty())
-    return word.starts_with(kScheme) && isToken(word.substr(kScheme.size())) ? Caller::kToken
-                                                                             : Caller::kNobody;
+    return word.starts_with(kScheme) && isToken(request, word.substr(kScheme.size()))
+               ? Caller::kToken
+               : Caller::kNobody;
   const std::string session = sessionIn(request);
   const std::lock_guard lock(m_mutex);
   const auto found = m_sessions.find(session);
@@ -128,8 +133,8 @@ Access::Caller Access::require(const Request& request) {
   return caller;
 }
 
-std::string Access::signIn(std::string_view token) {
-  if (!isToken(token)) throw Problem(401, "the token is wrong");
+std::string Access::signIn(const Request& request, std::string_view token) {
+  if (!isToken(request, token)) throw Problem(401, "the token is wrong");
   const std::string session = newSession();
   const auto now = Clock::now();
   const std::lock_guard lock(m_mutex);

@@ -19,7 +19,8 @@ std::string tokenIn(const std::string& file);
 class Access {
 public:
   static constexpr std::size_t kMostSessions = 1000;
-  static constexpr int kMostGuesses = 5; ///< wrong tokens a second, of all clients together
+  static constexpr std::size_t kMostGuesses = 5;         ///< wrong tokens a second of one address
+  static constexpr std::size_t kMostGuessesOfAll = 1000; ///< of all of them together
 
   /// host: where the console listens. An empty token: everybody may.
   Access(std::string host, bool isLoopback, std::string token)
@@ -38,7 +39,7 @@ public:
   Caller require(const Request& request);
 
   /// For a token: the cookie to set. Throws Problem 401, 429.
-  std::string signIn(std::string_view token);
+  std::string signIn(const Request& request, std::string_view token);
   /// The cookie to set.
   std::string signOut(const Request& request);
 
@@ -46,7 +47,12 @@ private:
   using Clock = std::chrono::steady_clock;
   static constexpr auto kSessionLife = std::chrono::hours(12);
 
-  bool isToken(std::string_view word);
+  struct Guess {
+    Clock::time_point time;
+    std::string peer;
+  };
+
+  bool isToken(const Request& request, std::string_view word);
   bool isOurs(std::string_view host) const;
   std::string sessionIn(const Request& request) const;
   std::string cookieOf(const std::string& session, std::chrono::seconds life) const;
@@ -58,7 +64,7 @@ private:
   std::string m_cookie; ///< its name: browsers do not tell ports apart
   std::mutex m_mutex;
   std::map<std::string, Clock::time_point, std::less<>> m_sessions; ///< when each ends
-  std::deque<Clock::time_point> m_guesses; ///< wrong ones of the last second
+  std::deque<Guess> m_guesses; ///< wrong ones of the last second
 };
 
 /// "session", "token", "anybody", "nobody".

@@ -164,7 +164,8 @@ private:
     if (token == body.end() || !token->is_string()) throw Problem(400, "'token' is missing");
     Response response{204, "", ""};
     if (m_access.needsToken())
-      response.headers = {{"Set-Cookie", m_access.signIn(token->get_ref<const std::string&>())}};
+      response.headers = {
+          {"Set-Cookie", m_access.signIn(request, token->get_ref<const std::string&>())}};
     return response;
   }
   Response signOut(const Request& request) {

@@ -11,14 +11,20 @@
 /// One connection to a console, byte by byte.
 class Client {
 public:
-  explicit Client(int port) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
+  explicit Client(int port, in_addr_t from = INADDR_LOOPBACK)
+      : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{}, source{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    source.sin_family = AF_INET;
+    source.sin_addr.s_addr = htonl(from);
+    const int isPortLeft = 1; // to connect(), which takes them again at once
+    ::setsockopt(m_socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &isPortLeft, sizeof isPortLeft);
     const timeval limit{15, 0};
     ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    if (::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+    if (::bind(m_socket, reinterpret_cast<sockaddr*>(&source), sizeof source) != 0 ||
+        ::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
       throw std::runtime_error("cannot connect to the console");
   }
   ~Client() { ::close(m_socket); }

@@ -116,6 +116,9 @@ TEST_F(ConsoleSafety, WithATokenOnlyWhoKnowsItSeesAnything) {
   EXPECT_GE(guesses[401], 1);
   EXPECT_GE(guesses[429], 5);
   EXPECT_EQ(guesses[401] + guesses[429], 20);
+  Client other(port, INADDR_LOOPBACK + 1); // is not kept out by whoever guesses here
+  other.send("GET /metrics HTTP/1.1\r\nHost: any\r\nConnection: close\r\n" + bearer + "\r\n");
+  EXPECT_EQ(Answer(other.rest()).status, 200);
   EXPECT_THAT(console->err(),
               AllOf(HasSubstr(" token POST /api/v1/messages"), Not(HasSubstr(kToken))));
 }
