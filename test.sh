@@ -17,13 +17,7 @@ for preset in "${presets[@]}"; do
     exit 1
   fi
   rm -f "$log"
-  # Most of the fault bench's processes have one thread each, and die, and a connection to a database is
-  # one thread's: nothing for this sanitizer.
-  without=()
-  [[ $preset != tsan ]] || without=(-E 'process_death|power_cut|damage|stopped|storm|failover|postgres')
-  # The contract's scenarios in a database go through the same code as these, and take less time.
-  [[ $preset != asan ]] || without=(-E 'transcripts_postgres|storm_postgres')
-  ctest --preset "$preset" "${without[@]}"
+  ctest --preset "$preset"
   # A test that misses its means passes; here it can be seen.
   sed -n 's/^\[  SKIPPED \] \([^ ]*\)$/Skipped: \1/p' "build/$preset/Testing/Temporary/LastTest.log"
 done

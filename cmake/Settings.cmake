@@ -37,6 +37,14 @@ if(FERRY_SANITIZE)
   add_link_options(-fsanitize=${FERRY_SANITIZE})
 endif()
 
+# For a folder where nothing has to be fast: a sanitizer's checks in what is inlined from large headers
+# take more time to optimise than all else together.
+macro(ferry_sanitize_unoptimised)
+  if(FERRY_SANITIZE)
+    add_compile_options(-O0)
+  endif()
+endmacro()
+
 # Warnings for our own code, in one place.
 function(ferry_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wpointer-arith -Wcast-qual

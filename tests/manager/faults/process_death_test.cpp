@@ -209,12 +209,13 @@ void dieAtEveryStorageCall(const std::string& how, bool syncFull) {
   }
 }
 
-TEST(ProcessDeath, AtEveryStepLeavesAllOrNothingOfTheCallItInterrupts) {
 #if defined(__SANITIZE_ADDRESS__)
-  constexpr int kMost = 2; // each death is several slow processes; memory is the same in all
+constexpr int kMost = 2, kMostOverSpace = 1; // slow processes; memory is the same in all
 #else
-  constexpr int kMost = 10;
+constexpr int kMost = 10, kMostOverSpace = 2;
 #endif
+
+TEST(ProcessDeath, AtEveryStepLeavesAllOrNothingOfTheCallItInterrupts) {
   for (const char* point : kPoints) dieAtEveryPassOf(point, false, kScript, kMost);
 }
 
@@ -229,7 +230,8 @@ TEST(ProcessDeath, WithFullSynchronisationLeavesAllOrNothing) {
 }
 
 TEST(ProcessDeath, OverSpaceThatIsGivenBackLosesNothingAndBringsNothingBack) {
-  for (const char* point : kSpacePoints) dieAtEveryPassOf(point, false, spaceScript(), 2);
+  for (const char* point : kSpacePoints)
+    dieAtEveryPassOf(point, false, spaceScript(), kMostOverSpace);
 }
 
 // ---- Recovery that dies itself ------------------------------------------------------------------
