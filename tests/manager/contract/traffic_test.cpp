@@ -138,8 +138,7 @@ TEST_P(Traffic, DepthIsExactWhileOthersCommit) {
     }
   });
   BXLONG least = INT32_MAX, most = 0;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  for (int i = 0; i < 20'000 && std::chrono::steady_clock::now() < end; ++i) {
+  for (int i = 0; i < 20'000; ++i) {
     const BXLONG depth = mine.depth("Q");
     least = std::min(least, depth);
     most = std::max(most, depth);

@@ -209,13 +209,12 @@ void dieAtEveryStorageCall(const std::string& how, bool syncFull) {
   }
 }
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kMost = 2, kMostOverSpace = 1; // slow processes; memory is the same in all
-#else
-constexpr int kMost = 10, kMostOverSpace = 2;
-#endif
-
 TEST(ProcessDeath, AtEveryStepLeavesAllOrNothingOfTheCallItInterrupts) {
+#if defined(__SANITIZE_ADDRESS__)
+  constexpr int kMost = 2; // each death is several slow processes; memory is the same in all
+#else
+  constexpr int kMost = 10;
+#endif
   for (const char* point : kPoints) dieAtEveryPassOf(point, false, kScript, kMost);
 }
 
@@ -230,8 +229,7 @@ TEST(ProcessDeath, WithFullSynchronisationLeavesAllOrNothing) {
 }
 
 TEST(ProcessDeath, OverSpaceThatIsGivenBackLosesNothingAndBringsNothingBack) {
-  for (const char* point : kSpacePoints)
-    dieAtEveryPassOf(point, false, spaceScript(), kMostOverSpace);
+  for (const char* point : kSpacePoints) dieAtEveryPassOf(point, false, spaceScript(), 2);
 }
 
 // ---- Recovery that dies itself ------------------------------------------------------------------
