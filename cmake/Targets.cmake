@@ -17,10 +17,10 @@ function(ferry_program name)
   ferry_warnings(${name})
 endfunction()
 
-# ferry_test(NAME SOURCES file... USES target... [TIMEOUT s] [MAIN]): a GoogleTest executable that
+# ferry_test(NAME SOURCES file... USES target... [MAIN]): a GoogleTest executable that
 # ctest runs whole. With MAIN the sources bring their own main().
 function(ferry_test name)
-  cmake_parse_arguments(ARG "MAIN" "TIMEOUT" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(ARG "MAIN" "" "SOURCES;USES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   if(ARG_MAIN)
@@ -33,9 +33,6 @@ function(ferry_test name)
                         BUILD_WITH_INSTALL_RPATH OFF INSTALL_RPATH "")
   set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")
   add_test(NAME ${name} COMMAND ${name})
-  if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
-  endif()
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT
+  set_tests_properties(${name} PROPERTIES ENVIRONMENT
     "FERRY_BIN_DIR=${CMAKE_BINARY_DIR}/bin;FERRY_LIB_DIR=${CMAKE_BINARY_DIR}/lib")
 endfunction()

@@ -148,7 +148,7 @@ public:
   std::string err() const { return readFile(m_folder / "2"); }
 
   /// Waits for the end; a program that takes longer is killed.
-  Result wait(std::chrono::milliseconds limit = std::chrono::seconds(30)) {
+  Result wait(std::chrono::milliseconds limit = std::chrono::seconds(120)) {
     int status = 0;
     const auto end = std::chrono::steady_clock::now() + limit;
     while (::waitpid(m_pid, &status, WNOHANG) == 0) {
@@ -207,7 +207,7 @@ private:
 
 /// Waits until something holds; false when it does not within the limit.
 template <typename Condition>
-bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;

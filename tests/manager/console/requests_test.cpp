@@ -5,6 +5,7 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -73,8 +74,8 @@ TEST_P(ConsoleRequestsOnBoth, TellWhatIsOnTheQueues) {
   EXPECT_EQ(queue["counted"]["puts"], 4);
   EXPECT_EQ(queue["definition"]["max_depth"], 5000);
   EXPECT_EQ(queue["history"]["depth"].back(), 4);
-  json histories = get("/api/v1/history").json();
-  EXPECT_EQ(histories["queues"][1]["depth"].back(), 4);
+  json histories = get("/api/v1/history").json(); // ends with null where nobody has looked as yet
+  EXPECT_THAT(histories["queues"][1]["depth"], Contains(4));
 
   json messages = get(at("messages") + "&offset=1&count=2").json();
   EXPECT_TRUE(messages["more"]);

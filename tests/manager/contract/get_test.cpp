@@ -64,16 +64,16 @@ TEST_P(Get, MatchOptionsSayWhichIdentifiersCount) {
 }
 
 TEST_P(Get, ExpiredMessagesAreGone) {
-  ASSERT_EQ(q.put("short", {.expiry = 2}), kOk);
+  ASSERT_EQ(q.put("short", {.expiry = 5}), kOk);
   ASSERT_EQ(q.put("long", {.expiry = 1000}), kOk);
   ASSERT_EQ(mine.createQueue("FULL", {{BXIA_MAX_DEPTH, 1}}), kOk);
   const Queue full = mine.open("FULL");
-  ASSERT_EQ(full.put("short", {.expiry = 2}), kOk);
+  ASSERT_EQ(full.put("short", {.expiry = 5}), kOk);
   const Message m = q.browseFirst();
   EXPECT_EQ(m.text, "short");
   EXPECT_GT(m.descriptor.expiry, 0);
-  EXPECT_LE(m.descriptor.expiry, 2);
-  std::this_thread::sleep_for(std::chrono::milliseconds(220));
+  EXPECT_LE(m.descriptor.expiry, 5);
+  std::this_thread::sleep_for(std::chrono::milliseconds(520));
   EXPECT_EQ(full.put("in its place"), kOk);
   EXPECT_EQ(q.browseFirst().text, "long");
   EXPECT_LT(q.browseFirst().descriptor.expiry, 1000);

@@ -137,8 +137,8 @@ TEST(FullDisk, RefusesAUnitOfWorkThatIsLargerThanMemoryAndDisk) {
     EXPECT_EQ(*put == "0 0" ? peer.ask("commit") : put, "2 2056") << count;
     peer.words("backout");
     EXPECT_EQ(peer.words("depth Q").at(0), "0");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // its space is given back
-    peer.words("put Q after");
+    EXPECT_TRUE(support::eventually([&] { return peer.ask("put Q after") == "0 0"; }))
+        << "its space is not given back";
     EXPECT_EQ(peer.words("get Q").at(0), "after");
   }
 }

@@ -29,10 +29,10 @@ public:
                 const std::string& errors = "");
 
   /// The answer, or nullopt when the program died over it. Throws std::runtime_error when there is
-  /// neither for half a minute.
+  /// neither for two minutes.
   std::optional<std::string> ask(const std::string& words);
   void tell(const std::string& words);
-  std::optional<std::string> answer(std::chrono::milliseconds limit = std::chrono::seconds(30));
+  std::optional<std::string> answer(std::chrono::milliseconds limit = std::chrono::seconds(120));
   /// The answer's part behind "0 0", each word; throws when the answer is another.
   std::vector<std::string> words(const std::string& question);
 

@@ -144,7 +144,7 @@ private:
     Queues seen;
     const auto time = timed([&] { seen = lookedAt(peer); });
     if (time >= milliseconds(1000)) { // what a busy machine needs for it without having to wait
-      EXPECT_LT(time, milliseconds(1000) + timed([&] { lookedAt(peer); })) << who;
+      EXPECT_LT(time, milliseconds(1000) + 2 * timed([&] { lookedAt(peer); })) << who;
     }
     if (seen != m_before && seen != m_model.committed())
       ADD_FAILURE() << who << " sees another state after '" << m_last
@@ -184,18 +184,19 @@ constexpr const char* kSpacePoints[] = {"file-made",     "file-sealed",  "clean-
                                         "clean-carried", "free-written", "free-synced",
                                         "free-removed",  "move-written", "move-entry"};
 
-/// Runs a script once for each time that a point is reached, or for some.
+/// Runs a script once for each time that a point is reached, or for some. Where a busy machine does
+/// not come to the first within the script's waits, it has two more tries.
 void dieAtEveryPassOf(const std::string& point, bool syncFull,
                       const std::vector<std::string>& script = kScript, int most = INT_MAX) {
-  bool died = true;
-  for (int n = 1; died && n <= most && !::testing::Test::HasFailure(); ++n) {
-    const std::string at = point + ":" + std::to_string(n);
+  int deaths = 0, missed = 0;
+  while (deaths < most && missed <= (deaths == 0 ? 2 : 0) && !::testing::Test::HasFailure()) {
+    const std::string at = point + ":" + std::to_string(deaths + 1);
     SCOPED_TRACE(at);
-    Death death(n % 2 == 1, syncFull);
-    died = death.run({{"BXM_KILL_AT", at}}, script);
+    Death death(deaths % 2 == 0, syncFull);
+    ++(death.run({{"BXM_KILL_AT", at}}, script) ? deaths : missed);
     death.check();
-    ASSERT_TRUE(died || n > 1) << "never reached";
   }
+  EXPECT_TRUE(deaths > 0 || ::testing::Test::HasFailure()) << point << " was never reached";
 }
 
 void dieAtEveryStorageCall(const std::string& how, bool syncFull) {
