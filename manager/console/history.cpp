@@ -118,7 +118,7 @@ Json History::depths(Time now) const {
       values.erase(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(first));
       all.push_back({{"manager", manager}, {"queue", name}, {"depth", std::move(values)}});
     }
-  return {{"step_ms", kLongStep}, {"queues", std::move(all)}};
+  return {{"step_ms", kLongStep}, {"latest", utcTime(now)}, {"queues", std::move(all)}};
 }
 
 } // namespace bxm::console

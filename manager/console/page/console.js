@@ -85,7 +85,7 @@ async function connect() {
     if (told.needs_token && !told.signed_in) return void askForToken();
     const history = await call('GET', '/history');
     if (mine !== attempt) return;
-    depths.seed(history, Date.now());
+    depths.seed(history);
     if (!isSignedIn)
       welcome();
     else if (current === 'queue')

@@ -18,9 +18,9 @@ export class Depths {
   #step = 0;
 
   /// What /history tells.
-  seed({queues}, now) {
+  seed({queues, latest}) {
     this.#series = new Map(queues.map((told) => [keyOf(told), told.depth.slice(-kSteps)]));
-    this.#step = Math.floor(now / kStep);
+    this.#step = Math.floor(Date.parse(latest) / kStep);
   }
 
   of(key) {
