@@ -147,7 +147,7 @@ void Copy::put(const QueueWalk& message, StoreQueue& to) {
                                                   " bytes, and there is a larger one");
   if (!to.reserve(true))
     throw Failure(BXRC_Q_FULL,
-                  where() + " is full: it holds " + std::to_string(target.maxDepth) + " messages");
+                  where() + " is full: its maximum depth is " + std::to_string(target.maxDepth));
   m_puts.append(target.id, message.priority(), message.stored(), {},
                 messageExpiry(message.stored()) != 0);
   BXM_KILL_POINT("copy-put");
@@ -179,7 +179,7 @@ std::uint64_t Copy::verifyQueue(const QueueDefinition& source) {
         BXRC_OBJECT_IN_USE,
         onBoth(source.name) +
             " are in use: somebody has taken or put messages there without a commit; stop "
-            "what uses either and copy again");
+            "what uses either and copy again (if nothing does, messages are damaged: repair)");
   return to.passed();
 }
 

@@ -21,17 +21,25 @@ public:
 
   bool next() {
     if (m_text.empty()) return m_queue.take(*this, true) == Found::kDelivered;
-    for (;;) {
-      m_looks = true;
-      if (m_queue.browse(m_at, *this) != Found::kDelivered) return false;
-      m_looks = false;
+    while (isThere())
       if (m_queue.takeAt(*m_at, *this, true) == Found::kDelivered) return true;
-    }
+    return false;
+  }
+  /// Whether there is one at all.
+  bool isAnyLeft() {
+    m_at.reset();
+    return isThere();
   }
   int priority() const { return m_at->priority; }
   const std::string& stored() const { return m_stored; }
 
 private:
+  bool isThere() {
+    m_looks = true;
+    const bool found = m_queue.browse(m_at, *this) == Found::kDelivered;
+    m_looks = false;
+    return found;
+  }
   Verdict judge(const StoredMessage& message) override {
     const bool fits = messageData(message.stored).find(m_text) != std::string_view::npos;
     return fits ? Verdict::kAccept : Verdict::kSkip;
@@ -63,10 +71,10 @@ private:
 
 void expectFits(StoreQueue& queue, std::string_view stored) {
   const auto most = static_cast<std::size_t>(queue.definition().maxMessageLength);
-  if (messageData(stored).size() > most)
-    throw Failure(BXRC_MESSAGE_TOO_BIG_FOR_Q, "queue " + queue.definition().name +
-                                                  " takes messages of up to " +
-                                                  std::to_string(most) + " bytes");
+  if (const std::size_t size = messageData(stored).size(); size > most)
+    throw Failure(BXRC_MESSAGE_TOO_BIG_FOR_Q,
+                  "queue " + queue.definition().name + " takes messages of up to " +
+                      std::to_string(most) + " bytes; the next one has " + std::to_string(size));
 }
 
 void expectOpen(StoreQueue& queue, bool putting) {
@@ -79,8 +87,9 @@ void expectOpen(StoreQueue& queue, bool putting) {
 
 void reserve(StoreQueue& queue) {
   if (!queue.reserve(true))
-    throw Failure(BXRC_Q_FULL, "queue " + queue.definition().name + " is full: it holds " +
-                                   std::to_string(queue.definition().maxDepth) + " messages");
+    throw Failure(BXRC_Q_FULL, "queue " + queue.definition().name +
+                                   " is full: its maximum depth is " +
+                                   std::to_string(queue.definition().maxDepth));
 }
 
 /// Messages on their way, a unit of work at a time.
@@ -107,9 +116,17 @@ public:
       while (m_done + m_inUnit < selection.count && step(taking))
         if (m_inUnit == kMostInUnit || m_bytes >= kMostBytesInUnit) commit();
     } catch (const Failure& failure) {
+      if (failure.reason() == BXRC_MESSAGE_TOO_BIG_FOR_Q) {
+        const std::uint64_t before = m_done + m_inUnit - 1; // all but the one that was taken last
+        m_to->unreserve();
+        m_session.backout(m_puts);
+        m_inUnit = m_bytes = 0;
+        run({before, selection.text});
+        throw;
+      }
       if (failure.reason() != BXRC_Q_FULL) throw;
       commit();
-      throw;
+      if (taking.isAnyLeft()) throw;
     }
     commit();
   }

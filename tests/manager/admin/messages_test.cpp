@@ -60,6 +60,17 @@ TEST_F(Messages, AreMovedAsTheyAre) {
   EXPECT_THAT(full.err, HasSubstr("queue SMALL is full"));
   EXPECT_EQ(done({"queue", "purge", "B", "--force"}), "Queue B purged of 3 messages.\n");
   EXPECT_EQ(shown("B") + shown("SMALL"), "was here\nurgent\n");
+  load("B", "one\n");
+  EXPECT_EQ(done({"move", "B", "SMALL", "--matching", "none of them"}),
+            "0 messages moved from B to SMALL.\n");
+  done({"queue", "create", "SHORT", "--max-length", "4", "--max-depth", "1"});
+  EXPECT_EQ(done({"move", "B", "SHORT"}), "1 message moved from B to SHORT.\n");
+  done({"queue", "alter", "SHORT", "--max-depth", "9"});
+  load("B", "two\nthree\nfour\n");
+  const auto tooLong = bxadm({"move", "B", "SHORT"});
+  EXPECT_EQ(tooLong.out, "1 message moved from B to SHORT.\n");
+  EXPECT_THAT(tooLong.err, HasSubstr("up to 4 bytes; the next one has 6"));
+  EXPECT_EQ(shown("SHORT") + shown("B"), "one\ntwo\nthree\nfour\n");
 }
 
 TEST_F(Messages, AreExportedAndImportedByteForByte) {
