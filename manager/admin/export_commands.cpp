@@ -34,7 +34,9 @@ int exportQueue(const Place& place) {
   if (std::fflush(stdout) != 0) return 1;
   fmt::print(stderr, "{} exported.\n", counted(walk.passed(), "message"));
   if (walk.missedSome())
-    fmt::print(stderr, "Not exported: messages that somebody has taken, or not yet committed.\n");
+    fmt::print(stderr,
+               "Not exported: messages that somebody has taken, that are not yet committed, "
+               "or damaged (bxadm check).\n");
   return 0;
 }
 

@@ -6,6 +6,12 @@
 
 namespace bxm {
 
+namespace {
+[[noreturn]] void failAsKnown(const std::string& name) {
+  throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
+}
+} // namespace
+
 bool AllManagers::isInDatabase(std::string_view name) {
   return !m_embedded().has(name) && ManagersFile::read().has(name);
 }
@@ -20,8 +26,7 @@ std::unique_ptr<StoreSession> AllManagers::connect(std::string_view name) {
 }
 
 void AllManagers::create(const std::string& name, bool makeDefault, const std::string& place) {
-  if (place.empty() ? isInDatabase(name) : m_embedded().has(name))
-    throw Failure(BXRC_OBJECT_EXISTS, "there is a queue manager " + name + " already");
+  if (place.empty() ? isInDatabase(name) : m_embedded().has(name)) failAsKnown(name);
   (place.empty() ? m_embedded() : m_databases()).create(name, makeDefault, place);
   if (!place.empty() && makeDefault) m_embedded().setDefault("");
 }
@@ -64,6 +69,7 @@ std::vector<std::string> AllManagers::backup(const std::string& name, const std:
 }
 
 void AllManagers::restore(const std::string& source, const std::string& name) {
+  if (isInDatabase(name)) failAsKnown(name);
   m_embedded().restore(source, name);
 }
 

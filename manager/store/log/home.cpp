@@ -331,6 +331,9 @@ std::vector<std::string> Home::backup(const std::string& given, const std::strin
   const auto session = connect(name); // keeps it from being deleted
   const auto [parent, made] = split(target);
   if (parent.has(made)) throw Failure(BXRC_OBJECT_EXISTS, target + " exists already");
+  const fs::path way = fs::canonical(parent.path()).lexically_relative(fs::canonical(m_folder));
+  if (*way.begin() != "..") // it would look like a manager, or go with one
+    throw Failure(BXRC_OPTIONS_ERROR, target + " is among the queue managers in " + m_folder);
   Folder::make(parent, made);
   try {
     const auto damages = backUpStore(*open(name), {parent, made});

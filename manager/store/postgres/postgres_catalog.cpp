@@ -139,7 +139,8 @@ Catalog::Repair PostgresCatalog::repair(const std::string&) {
 }
 
 std::vector<std::string> PostgresCatalog::backup(const std::string& name, const std::string&) {
-  useInstead("pg_basebackup, or pg_dump --schema '\"" + schemaOf(name) + "\"'");
+  const std::string manager = name.empty() ? ManagersFile::read().defaultName : name;
+  useInstead("pg_basebackup, or pg_dump --schema '\"" + schemaOf(manager) + "\"'");
 }
 
 void PostgresCatalog::restore(const std::string&, const std::string&) {
