@@ -55,6 +55,7 @@ TEST_F(Maintenance, ABackupDuringALoadHoldsWhatWasCommitted) {
   EXPECT_EQ(readAll("Q", "M"), records(count));
 
   EXPECT_THAT(bxadm({"backup", folder / "B"}), FailsWithOneLine("exists"));
+  EXPECT_THAT(bxadm({"backup", home + "/M/B"}), FailsWithOneLine("among the queue managers"));
   EXPECT_THAT(bxadm({"restore", folder / "B", "N"}), FailsWithOneLine("N already"));
   EXPECT_THAT(bxadm({"restore", home, "O"}), FailsWithOneLine("no store"));
   EXPECT_EQ(managers(), "M* N ");

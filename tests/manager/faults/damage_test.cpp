@@ -256,17 +256,19 @@ TEST_F(Damaged, MessageIsNotMovedAlongWithOthers) {
 
 /// What nothing but a lock in memory tells to be whole might be what a power cut left of a commit.
 TEST_F(Damaged, LastCommitIsToldOnceABootOrABackupHasSeenIt) {
+  const support::TempFolder apart;
   Peer writer(home());
   for (const char* words : {"connect", "put Q last@500"}) writer.words(words);
-  EXPECT_EQ(bxadm(home(), {"backup", home() + "/B"}).status, 0);
+  EXPECT_EQ(bxadm(home(), {"backup", apart / "B"}).status, 0);
   writer.signal(SIGKILL);
   writer.waitForDeath();
   boot();
   browsed(home());
-  for (const char* folder : {"DEFAULT", "B"})
+  for (const std::string& folder :
+       {std::string("DEFAULT"), "../" + apart.path().filename().string() + "/B"})
     change(logsWith("last@500|", folder).at(0), "last@500|", 20, "?");
   boot();
-  EXPECT_EQ(bxadm(home(), {"restore", home() + "/B", "N"}).status, 0);
+  EXPECT_EQ(bxadm(home(), {"restore", apart / "B", "N"}).status, 0);
   for (const char* name : {"DEFAULT", "N"})
     EXPECT_THAT(bxadm(home(), {"check", name}).out, HasSubstr(" 1 damage.")) << name;
 }

@@ -263,14 +263,14 @@ protected:
   /// What backup B holds.
   Queues restored() const {
     const support::TempFolder other;
-    EXPECT_EQ(bxadm(other.path().string(), {"restore", m_home / "B", "DEFAULT"}), 0);
+    EXPECT_EQ(bxadm(other.path().string(), {"restore", m_apart / "B", "DEFAULT"}), 0);
     support::writeFile(other / "default", "DEFAULT\n");
     Peer peer(other.path().string());
     peer.words("connect");
     return lookedAt(peer);
   }
   std::string home() const { return m_home.path().string(); }
-  support::TempFolder m_home;
+  support::TempFolder m_home, m_apart;
 };
 
 const std::vector<std::string> kTakes{"connect", "get Q",  "sget Q", "sget Q",
@@ -472,7 +472,7 @@ TEST_F(Recovery, BackupBesidesSpaceThatIsGivenBackIsWhole) {
   tell({"connect", "sputn R full 10 @418000", "commit", "disconnect"});
   Peer mover(home()), filler(home());
   for (const char* words : {"connect", "get Q"}) mover.words(words);
-  support::Process backup({support::binDir() + "/bxadm", "backup", m_home / "B"});
+  support::Process backup({support::binDir() + "/bxadm", "backup", m_apart / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-copied").start();
   ASSERT_TRUE(backup.waitForStop());
   for (int i = 0; i < 4; ++i) mover.words("get Q");
@@ -516,7 +516,7 @@ TEST_F(Recovery, BackupBesidesReadersThatAreStoppedBringsNothingBack) {
   unit.words("sgetn Q 2");
   unit.tell("commit");
   ASSERT_TRUE(unit.waitForStop());
-  EXPECT_EQ(bxadm(home(), {"backup", m_home / "B"}), 0);
+  EXPECT_EQ(bxadm(home(), {"backup", m_apart / "B"}), 0);
   EXPECT_EQ(restored(), (Queues{{"Q", {"a3", "a4"}}, {"R", {"b0", "b1"}}}));
 }
 
@@ -526,7 +526,7 @@ TEST_F(Recovery, BackupBesidesAUnitOfWorkInSeveralFilesHoldsNoPartOfIt) {
   for (const char* words : {"connect", "sputn R full 5 @418000", "commit"}) writer.words(words);
   tell({"connect", "put R other", "disconnect"});
   const Queues before = look();
-  support::Process backup({support::binDir() + "/bxadm", "backup", m_home / "B"});
+  support::Process backup({support::binDir() + "/bxadm", "backup", m_apart / "B"});
   backup.environment("BXM_HOME", home()).environment("BXM_STOP_AT", "backup-looked").start();
   ASSERT_TRUE(backup.waitForStop());
   for (const char* words : {"sputn R half 8 @418000", "commit"}) writer.words(words);
