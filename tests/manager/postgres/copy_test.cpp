@@ -84,6 +84,8 @@ TEST_F(Copying, WhatWouldBeNoCopyIsRefused) {
   refused("F", "MANY of E and of F are in use");
   source.words("backout");
   refused("F", "MANY of E and of F differ behind 0 messages");
+  done({"backup", folder / "B", "-m", "E"});
+  EXPECT_THAT(bxadm({"restore", folder / "B", "P"}), FailsWithOneLine("queue manager P already"));
 }
 
 } // namespace
