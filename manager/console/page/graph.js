@@ -172,7 +172,7 @@ export class Graph {
       const value = this.series[i].at(slot - this.slots);
       return `${name} ${value === null || value === undefined ? '–' : this.tell(value)}`;
     });
-    this.readOut(x === null ? '' : clock(time), words);
+    this.readOut(x === null || !this.latest ? '' : clock(time), words);
   }
 
   readOut(time, words) {
