@@ -18,8 +18,10 @@ export function keepFigures(latest) {
 const kMoved = ({moved}) => `${counted(moved, 'message', 'messages')} moved.`;
 const kPurged = ({purged}) => `${counted(purged, 'message', 'messages')} deleted.`;
 
-/// prepare: fills the form. send: asks the server. told: what is said then; without it the dialog
-/// closes.
+let offered = {};  // the definition that Alter was opened with
+
+/// renew: gets what is offered. prepare: fills the form. send: asks the server. told: what is said
+/// then; without it the dialog closes.
 const kChanges = {
   create: {
     prepare: (form) => {
@@ -35,9 +37,9 @@ const kChanges = {
     },
   },
   alter: {
-    prepare: (form) => fill(form, queue.definition ?? {}),
-    send: (values) =>
-        call('PATCH', `/queue${about(queue.shown)}`, othersThan(values, queue.definition)),
+    renew: () => queue.load(),
+    prepare: (form) => fill(form, offered = queue.definition),
+    send: (values) => call('PATCH', `/queue${about(queue.shown)}`, othersThan(values, offered)),
     done: () => queue.load(),
   },
   put: {
@@ -74,7 +76,7 @@ const kChanges = {
 };
 
 const othersThan = (values, before) =>
-    Object.fromEntries(Object.entries(values).filter(([key, value]) => value !== before?.[key]));
+    Object.fromEntries(Object.entries(values).filter(([key, value]) => value !== before[key]));
 
 // ---- Filling in ---------------------------------------------------------------------------------
 
@@ -141,7 +143,12 @@ function furnish(dialog) {
   form.querySelector('footer').before(fault, outcome);
 }
 
-function open(name) {
+async function open(name) {
+  const subject = queue.shown;
+  await kChanges[name].renew?.();
+  // Meanwhile the page may be another one, a dialog be open, or the queue be gone.
+  const isLate = document.querySelector(`dialog[open], [data-change=${name}]:disabled`);
+  if (isLate || subject !== queue.shown) return;
   const dialog = byId(name);
   const form = dialog.querySelector('form');
   form.reset();

@@ -5,7 +5,7 @@ import {depths, overview} from './overview.js';
 import {byId, say, sayIfAny} from './page.js';
 import {place} from './places.js';
 import {queue} from './queue.js';
-import {call, listen, Problem, whenSignedOut} from './requests.js';
+import {ask, call, listen, Problem, whenSignedOut} from './requests.js';
 
 // ---- Places -------------------------------------------------------------------------------------
 
@@ -74,8 +74,9 @@ function letGo() {
 async function connect() {
   letGo();
   const mine = attempt;
+  if (document.body.dataset.state !== 'lost') sayState('connecting');
   try {
-    const told = await call('GET', '/console');
+    const told = await ask('/console');
     if (mine !== attempt) return;
     // A console of another version has a page of its own.
     if (version !== null && version !== told.version) return void location.reload();
@@ -83,7 +84,7 @@ async function connect() {
     document.body.classList.toggle('may-change', told.allow_changes);
     byId('sign-out').hidden = !(told.needs_token && told.signed_in);
     if (told.needs_token && !told.signed_in) return void askForToken();
-    const history = await call('GET', '/history');
+    const history = await ask('/history');
     if (mine !== attempt) return;
     depths.seed(history);
     if (!isSignedIn)

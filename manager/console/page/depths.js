@@ -5,11 +5,12 @@ const kStep = 10000;
 
 export const keyOf = ({manager, queue}) => `${manager} ${queue}`;
 
-/// Lets so much time pass, of which nothing is known, up to a value. At most `most` are kept.
+/// Lets so much time pass, of which nothing is known, up to a value if there is one. At most `most`
+/// are kept.
 export function grow(values, passed, value, most) {
   for (let i = 0; i < Math.min(passed, most); ++i) values.push(null);
   if (values.length > most) values.splice(0, values.length - most);
-  values[Math.max(0, values.length - 1)] = value;
+  if (value !== undefined) values[Math.max(0, values.length - 1)] = value;
   return values;
 }
 
@@ -35,7 +36,9 @@ export class Depths {
     this.#step = step;
     const silent =
         new Set(managers.filter(({reachable}) => !reachable).map(({manager}) => manager));
-    const series = new Map([...this.#series].filter(([key]) => silent.has(key.split(' ')[0])));
+    const series = new Map();
+    for (const [key, values] of this.#series)
+      if (silent.has(key.split(' ')[0])) series.set(key, grow(values, passed, undefined, kSteps));
     for (const told of queues)
       series.set(keyOf(told), grow(this.of(keyOf(told)), passed, told.depth, kSteps));
     this.#series = series;

@@ -84,6 +84,15 @@ function stepTo(top, least) {
   return [1, 2, 5, 10].find((factor) => factor * power >= rough * 0.999) * power;
 }
 
+const kKeys = {
+  ArrowLeft: -1,
+  ArrowRight: 1,
+  PageDown: -60,
+  PageUp: 60,
+  Home: -Infinity,
+  End: Infinity
+};
+
 export class Graph {
   /// `lines`: [{name, className}], `slots` values of a second each, `least` the smallest step of
   /// the axis.
@@ -92,7 +101,14 @@ export class Graph {
         this, {lines, slots, least, tell, figure, series: lines.map(() => []), latest: 0});
     this.told = [make('span'), ...lines.map(({className}) => make('span', '', `key ${className}`))];
     figure.querySelector('.readout').replaceChildren(...this.told);
-    this.svg = draw(figure, 'svg', {class: 'plot', height: kHeight, role: 'img'});
+    this.svg = draw(figure, 'svg', {
+      class: 'plot',
+      height: kHeight,
+      role: 'slider',
+      tabindex: 0,
+      'aria-valuemin': 1 - slots,
+      'aria-valuemax': 0
+    });
     this.axes = draw(this.svg, 'g', {class: 'axes'});
     this.areas = lines.map(({className}) => draw(this.svg, 'path', {class: `area ${className}`}));
     this.paths = lines.map(({className}) => draw(this.svg, 'path', {class: `line ${className}`}));
@@ -100,6 +116,13 @@ export class Graph {
     this.pointed = null;
     this.svg.addEventListener('pointermove', (event) => this.point(event.offsetX));
     this.svg.addEventListener('pointerleave', () => this.point(null));
+    this.svg.addEventListener('focus', () => this.step(0));
+    this.svg.addEventListener('blur', () => this.point(null));
+    this.svg.addEventListener('keydown', (event) => {
+      if (!kKeys[event.key] || event.altKey || event.ctrlKey || event.metaKey) return;
+      event.preventDefault();
+      this.step(kKeys[event.key]);
+    });
     new ResizeObserver(() => this.redraw()).observe(figure);
   }
 
@@ -159,11 +182,23 @@ export class Graph {
     }
   }
 
+  slotAt(x) {
+    const inner = x === null ? 1 : (x - kLeft) / (this.width - kLeft - kRight);
+    return Math.round(Math.min(1, Math.max(0, inner)) * (this.slots - 1));
+  }
+
+  /// Points so many values further on, and says to those who hear the page what is there.
+  step(by) {
+    const slot = Math.min(this.slots - 1, Math.max(0, this.slotAt(this.pointed) + by));
+    this.point(this.x(slot));
+    alter(this.svg, 'aria-valuenow', slot - this.slots + 1);
+    alter(this.svg, 'aria-valuetext', this.told.map(({textContent}) => textContent).join(' '));
+  }
+
   /// Tells the values under the pointer, or the latest ones.
   point(x) {
     this.pointed = x;
-    const inner = x === null ? 1 : (x - kLeft) / (this.width - kLeft - kRight);
-    const slot = Math.round(Math.min(1, Math.max(0, inner)) * (this.slots - 1));
+    const slot = this.slotAt(x);
     alter(
         this.cursor, 'd',
         x === null ? '' : `M${this.x(slot).toFixed(1)} ${kTop}V${kHeight - kBottom}`);
@@ -172,7 +207,7 @@ export class Graph {
       const value = this.series[i].at(slot - this.slots);
       return `${name} ${value === null || value === undefined ? '–' : this.tell(value)}`;
     });
-    this.readOut(x === null ? '' : clock(time), words);
+    this.readOut(x === null || !this.latest ? '' : clock(time), words);
   }
 
   readOut(time, words) {

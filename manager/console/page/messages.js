@@ -6,13 +6,15 @@ import {about, call} from './requests.js';
 import {clock, count, counted, duration, moment, size} from './words.js';
 
 const kCount = 50;
+// From there on the console tells none.
+const kMostOffset = 100000;
 // As much as a browser lays out without being felt.
 const kAtOnce = 50000;
 
 const body = byId('messages').tBodies[0];
 let shown = null;
 let offset = 0;
-let told = {messages: [], more: false};
+let told = null;  // what the rows show
 let asked = 0;
 
 // ---- Data as text or hexadecimal ----------------------------------------------------------------
@@ -44,7 +46,8 @@ function kindWords({hex, truncated, size: bytes}) {
 function rowFor(message, index) {
   const row = rowOf('message-row');
   const [number, identifier, priority, age, expiry, bytes, data, whole] = row.cells;
-  number.textContent = count(offset + index + 1);
+  const at = told.offset + index;
+  number.textContent = count(at + 1);
   identifier.textContent = message.id;
   priority.textContent = message.priority;
   age.textContent = duration(message.age_ms);
@@ -53,12 +56,13 @@ function rowFor(message, index) {
   bytes.textContent = size(message.size);
   data.firstElementChild.textContent = message.text?.replace(/\n$/, '') ?? spaced(message.hex);
   sayIfAny(data.lastElementChild, kindWords(message));
-  whole.firstElementChild.setAttribute('aria-label', `Show message ${offset + index + 1}`);
-  whole.firstElementChild.addEventListener('click', () => showWhole(message.id));
+  whole.firstElementChild.setAttribute('aria-label', `Show message ${at + 1}`);
+  whole.firstElementChild.addEventListener('click', () => showWhole(message.id, at));
   return row;
 }
 
 function filter() {
+  if (!told) return;
   const part = byId('search').value.toLowerCase();
   const matches = ({id, text, hex}) => !part ||
       [id, text, hex, hex && spaced(hex)].some((data) => data?.toLowerCase().includes(part));
@@ -73,7 +77,7 @@ function filter() {
 
 function sayShown(part, matching) {
   const all = told.messages.length;
-  const range = `${count(offset + 1)} to ${count(offset + all)}`;
+  const range = `${count(told.offset + 1)} to ${count(told.offset + all)}`;
   const found = part ? `, ${matching} of them shown` : '';
   say(byId('messages-shown'),
       all ? `${range}${found}, as of ${clock(told.time)}` : `as of ${clock(told.time)}`);
@@ -83,7 +87,7 @@ function sayShown(part, matching) {
 
 function emptyWords(all) {
   if (all) return 'None of the messages on this page is like that.';
-  return offset ? 'There are no messages from here on.' : 'The queue is empty.';
+  return told.offset ? 'There are no messages from here on.' : 'The queue is empty.';
 }
 
 // ---- Pages --------------------------------------------------------------------------------------
@@ -95,16 +99,30 @@ async function load() {
     const answer = await call('GET', `/messages${about(shown, {offset, count: kCount})}`);
     if (mine === asked) show({...answer, time: Date.now()});
   } catch (problem) {
-    if (mine === asked) sayIfAny(byId('messages-fault'), problem.message);
+    if (mine !== asked) return;
+    sayIfAny(byId('messages-fault'), problem.message);
+    if (told?.offset !== offset) clear();
   }
 }
 
 function show(answer) {
   told = answer;
   body.replaceChildren(...told.messages.map(rowFor));
-  byId('previous').disabled = offset === 0;
-  byId('next').disabled = !told.more;
+  allowTurns();
   filter();
+}
+
+function clear() {
+  told = null;
+  body.replaceChildren();
+  say(byId('messages-shown'), '');
+  byId('messages').hidden = byId('no-messages').hidden = true;
+  allowTurns();
+}
+
+function allowTurns() {
+  byId('previous').disabled = offset === 0;
+  byId('next').disabled = !told?.more || offset + kCount > kMostOffset;
 }
 
 function turn(by) {
@@ -116,12 +134,10 @@ export const messages = {
 
   enter(queue, from) {
     if (queue !== shown || from !== offset) byId('search').value = '';
-    if (queue !== shown) {
-      body.replaceChildren();
-      told = {messages: [], more: false};
-    }
+    const isOther = queue !== shown;
     shown = queue;
     offset = from;
+    if (isOther) clear();
     load();
   },
 };
@@ -136,10 +152,20 @@ byId('search').addEventListener('input', filter);
 const dialog = byId('message');
 const part = (selector) => dialog.querySelector(selector);
 
-async function showWhole(id) {
+/// Of several with this identifier the one of the row, unless messages before it were taken since.
+async function wholeOf(queue, id, at) {
+  try {
+    return await call('GET', `/message${about(queue, {id, offset: Math.min(at, kMostOffset)})}`);
+  } catch (problem) {
+    if (problem.status !== 404) throw problem;
+    return call('GET', `/message${about(queue, {id})}`);
+  }
+}
+
+async function showWhole(id, at) {
   byId('messages-fault').hidden = true;
   try {
-    open(await call('GET', `/message${about(shown, {id})}`));
+    open(await wholeOf(shown, id, at));
   } catch (problem) {
     sayIfAny(byId('messages-fault'), problem.message);
     byId('messages-fault').scrollIntoView({block: 'nearest'});

@@ -21,8 +21,12 @@ export function make(name, text = '', className = '') {
   return node;
 }
 
-/// The list `dl` as told by [term, text] pairs.
+/// The list `dl` as told by [term, text] pairs. What is selected in it stays when they are the
+/// same.
 export function define(list, pairs) {
+  const told = JSON.stringify(pairs);
+  if (told === list.dataset.told) return;
+  list.dataset.told = told;
   list.replaceChildren(...pairs.map(([term, text]) => {
     const pair = document.createElement('div');
     pair.append(make('dt', term), make('dd', text));

@@ -5,17 +5,22 @@ import {Graph} from './graph.js';
 import {messages} from './messages.js';
 import {faultOf} from './overview.js';
 import {byId, define, say, sayIfAny} from './page.js';
-import {about, call, Problem} from './requests.js';
+import {about, ask, Problem} from './requests.js';
 import {count, counted, duration, moment, rate, remark, share, since} from './words.js';
 
 const kSlots = 900;
 const kStep = 1000;
+const kRefresh = 10000;
+const alterButton = document.querySelector('[data-change=alter]');
 const figureOf = Object.fromEntries(
     [...document.querySelectorAll('[data-figure]')].map((node) => [node.dataset.figure, node]));
 
 let shown = null;  // {manager, queue}
 let definition = null;
-let series = null;  // {latest, depth, puts, gets}
+let series = null;   // {latest, depth, puts, gets}
+let latest = null;   // figures of it
+let request = null;  // the one under way, of which the answer is wanted
+let requested = 0;
 
 const depthGraph = new Graph(
     byId('depth-graph'),
@@ -82,12 +87,14 @@ function showCounted(counts) {
 
 // ---- Their course -------------------------------------------------------------------------------
 
-function showSeries() {
-  depthGraph.show([series.depth], series.latest);
-  rateGraph.show([series.puts, series.gets], series.latest);
+function showSeries({latest: time, depth, puts, gets}) {
+  depthGraph.show([depth], time);
+  rateGraph.show([puts, gets], time);
 }
 
 function extend(told, time) {
+  // One that was made just now has none, and begins by the console's clock.
+  series.latest ??= time;
   const passed = Math.round((time - series.latest) / kStep);
   if (passed < 0) return;
   grow(series.depth, passed, told.depth, kSlots);
@@ -99,26 +106,45 @@ function extend(told, time) {
 
 // ---- The page -----------------------------------------------------------------------------------
 
+function forget() {
+  definition = series = latest = null;
+  alterButton.disabled = true;
+}
+
 function showMissing(words) {
+  forget();
   byId('queue-found').hidden = true;
   for (const node of document.querySelectorAll('#queue .actions.changes')) node.hidden = true;
   showRemark('', words);
 }
 
 async function load() {
-  const asked = shown;
+  const mine = request = {};
+  requested = performance.now();
   try {
-    const told = await call('GET', `/queue${about(asked)}`);
-    if (asked === shown) showAll(told);
+    const told = await ask(`/queue${about(shown)}`);
+    if (mine === request) showAll(told);
   } catch (problem) {
     if (!(problem instanceof Problem)) throw problem;
-    if (asked === shown && problem.status) showMissing(problem.message);
+    // What is shown stays when it is only not told anew just now.
+    const isMissing = problem.status === 404 || (problem.status && !definition);
+    if (mine === request && isMissing) showMissing(problem.message);
+  } finally {
+    if (mine === request) request = null;
   }
 }
 
-// One that was made just now has none.
+function refresh() {
+  if (!request) load();
+}
+
+/// The figures of each second tell nothing of the counts, and of the definition but what follows
+/// from it.
+const isOutdated = (told) => told.max_depth !== definition.max_depth ||
+    (latest && told.remark !== latest.remark) || performance.now() > requested + kRefresh;
+
 const seriesOf = (history) => ({
-  latest: history ? Date.parse(history.latest) : Date.now(),
+  latest: history ? Date.parse(history.latest) : null,
   depth: history?.depth ?? [],
   puts: history?.puts_per_second ?? [],
   gets: history?.gets_per_second ?? []
@@ -127,12 +153,13 @@ const seriesOf = (history) => ({
 function showAll(told) {
   definition = told.definition;
   series = seriesOf(told.history);
+  alterButton.disabled = false;
   byId('queue-found').hidden = false;
   for (const node of document.querySelectorAll('#queue .actions.changes')) node.hidden = false;
   showFigures(told.queue);
   showDefinition();
   showCounted(told.counted);
-  showSeries();
+  showSeries(series);
 }
 
 export const queue = {
@@ -149,7 +176,9 @@ export const queue = {
     const isOther = !shown || keyOf(shown) !== keyOf(asked);
     if (isOther) {
       shown = asked;
-      definition = series = null;
+      forget();
+      define(byId('definition'), []);
+      showSeries(seriesOf(null));
       for (const node of Object.values(figureOf)) say(node, '–');
       showRemark('', '');
       say(byId('queue-title'), shown.queue);
@@ -162,26 +191,29 @@ export const queue = {
   },
 
   leave() {
-    shown = null;
+    shown = request = null;
   },
 
   show({time, managers, queues}) {
-    if (!series) return;
     const told = queues.find((other) => keyOf(other) === keyOf(shown));
     const manager = managers.find((other) => other.manager === shown.manager);
-    if (told) {
-      if (byId('queue-found').hidden) return void load();
+    if (!told && byId('queue-found').hidden) return;
+    if (told && series) {
+      if (isOutdated(told)) refresh();
+      latest = told;
       showFigures(told);
       extend(told, Date.parse(time));
-      showSeries();
+      showSeries(series);
+    } else if (told) {
+      refresh();
     } else if (manager && !manager.reachable) {
       showRemark('', faultOf(manager));
     } else if (manager?.queues_left_out) {
       showRemark(
           '', 'Of so many queues not all are looked at. Load the page again for new figures.',
           false);
-    } else if (!byId('queue-found').hidden) {
-      load();  // one that was made just now is in none of the figures yet
+    } else {
+      refresh();  // one that was made just now is in none of the figures yet
     }
   },
 };

@@ -7,6 +7,8 @@ export class Problem extends Error {
   }
 }
 
+const kSilence = 10000;
+
 let signedOut = () => {};
 export function whenSignedOut(callback) {
   signedOut = callback;
@@ -18,21 +20,23 @@ async function problemOf(answer) {
       answer.status, told.detail || told.title || `The console answered ${answer.status}.`);
 }
 
-export async function call(method, path, body) {
+function unreachable() {
+  throw new Problem(0, 'The console cannot be reached.');
+}
+
+export async function call(method, path, body, signal) {
   const headers =
       method === 'GET' ? {} : {'BX-Console': 'change', 'Content-Type': 'application/json'};
-  let answer;
-  try {
-    answer = await fetch(
-        `/api/v1${path}`, {method, headers, body: body && JSON.stringify(body), cache: 'no-store'});
-  } catch {
-    throw new Problem(0, 'The console cannot be reached.');
-  }
+  const how = {method, headers, body: body && JSON.stringify(body), cache: 'no-store', signal};
+  const answer = await fetch(`/api/v1${path}`, how).catch(unreachable);
   if (answer.status === 401 && path !== '/session') signedOut();
   if (!answer.ok) throw await problemOf(answer);
-  const text = await answer.text();
+  const text = await answer.text().catch(unreachable);
   return text ? JSON.parse(text) : {};
 }
+
+/// What is small and not waited for any longer than the figures are.
+export const ask = (path) => call('GET', path, undefined, AbortSignal.timeout(kSilence));
 
 /// What names a queue in a request; more may follow.
 export function about({manager, queue}, more = {}) {
@@ -40,8 +44,6 @@ export function about({manager, queue}, more = {}) {
 }
 
 // ---- What the server tells by itself ------------------------------------------------------------
-
-const kSilence = 10000;
 
 /// Calls `tell` with each set of figures, and `lost` once when no more will come.
 export function listen(tell, lost) {

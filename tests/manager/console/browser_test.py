@@ -19,8 +19,18 @@ SCREENSHOTS = None
 FULL = 300
 WIDTHS = "const page = document.scrollingElement; return [page.scrollWidth, page.clientWidth]"
 MARK = "document.querySelectorAll('#queues tbody tr').forEach((row) => { row.marked = true; })"
-FOCUSED = """const {dataset, textContent, id} = document.activeElement;
-return dataset.change ?? dataset.sort ?? (textContent || id)"""
+FOCUSED = """const {dataset, role, textContent, id} = document.activeElement;
+return dataset.change ?? dataset.sort ?? role ?? (textContent || id)"""
+HIDE = """Object.defineProperty(document, 'hidden', {configurable: true, value: %s});
+document.dispatchEvent(new Event('visibilitychange'))"""
+# A manager does not answer for two steps of the overview's graphs.
+SILENCE = """return import('/depths.js').then(({Depths}) => {
+  const depths = new Depths(), told = {manager: 'STOCK', queue: 'JOBS'};
+  for (const [time, reachable] of [[0, true], [1e4, false], [2e4, false], [3e4, true]])
+    depths.add({time: new Date(time), managers: [{...told, reachable}],
+                queues: reachable ? [{...told, depth: time}] : []});
+  return depths.of('STOCK JOBS');
+})"""
 OUTLINE = "return getComputedStyle(document.activeElement).outlineStyle"
 # The least contrast of any text to the ground it stands on.
 CONTRAST = """
@@ -117,6 +127,7 @@ class Overview(PageCase):
         os.truncate(f"{self.home}/STOCK/manager", 0)
         self.until_shown(["OF.ORDERS"])
         self.assertIn("STOCK cannot be reached: ", self.text("#notices .alert"))
+        self.assertEqual([0, None, None, 30000], self.script(SILENCE))
 
     def test_comes_back_after_the_connection_was_lost(self):
         self.expected_faults = ("ERR_",)
@@ -124,8 +135,12 @@ class Overview(PageCase):
         console = self.serve()
         self.look(console)
         self.until_shown(["JOBS"])
-        console.end(signal.SIGKILL)
+        console.process.send_signal(signal.SIGSTOP)
+        for hidden in ("true", "false"):
+            self.script(HIDE % hidden)
+        self.assertEqual("Connecting", self.text("#connection"))
         self.until(lambda: self.text("#connection") == "Connection lost, trying again", "the loss")
+        console.end(signal.SIGKILL)
         run("ferry", "-f", "JOBS", text="x\n" * 17)
         bxadm("queue", "create", "NEW")
         self.serve(listen=console.url.split("//")[1])
@@ -147,10 +162,17 @@ class Queue(PageCase):
         self.until(lambda: self.text("#queue-title") == "OTHER", "its page")
         self.until(lambda: "70 messages" in self.text("#definition"), "its definition")
         self.look_at(console, "JOBS")
+        self.open("alter")
+        bxadm("queue", "alter", "JOBS", "--max-depth", "90")
+        self.until(lambda: "90 messages" in self.text("#definition"), "what somebody else altered")
+        self.type("#alter [name=max_length]", "500" + Keys.ENTER)
+        self.until(lambda: "500 bytes" in self.text("#definition"), "what was altered here")
+        self.assertEqual(90, listed()["JOBS"]["max_depth"])
         depth = lambda queue: listed()[queue]["depth"]
+        counted = lambda: self.text("[data-figure=put-count]")
         steps = (("put", {"text": "first", "priority": "3"}, lambda: depth("JOBS") == 1),
-                 ("put", {"text": "second", "expires_in": "600"}, lambda: depth("JOBS") == 2),
-                 ("alter", {"max_depth": "80"}, lambda: listed()["JOBS"]["max_depth"] == 80),
+                 ("put", {"text": "second", "expires_in": "600"}, lambda: counted()[:7] == "2 since"),
+                 ("alter", {"max_depth": "0"}, lambda: listed()["JOBS"]["max_depth"] == 0),
                  ("move", {"to": "OTHER", "matching": "sec"}, lambda: depth("OTHER") == 1),
                  ("purge", {"confirm": "JOBS"}, lambda: depth("JOBS") == 0),
                  ("delete", {"confirm": "JOBS"}, lambda: "JOBS" not in listed()))
@@ -179,7 +201,8 @@ class Queue(PageCase):
         bxadm("import", "JOBS", text="".join(
             json.dumps({"id": f"{i:048x}", "priority": 0, **each}) + "\n"
             for i, each in enumerate(told, 1)))
-        self.look_at(self.serve(), "JOBS")
+        console = self.serve()
+        self.look_at(console, "JOBS")
         rows = lambda: len(self.all("#messages tbody tr"))
         self.until(lambda: rows() == 50, "the first page")
         shown = [node.get_property("textContent") for node in self.all(".preview")]
@@ -199,6 +222,14 @@ class Queue(PageCase):
             turn()
             self.until(lambda: rows() == count, f"the page of {count}")
         self.assertEqual([], [node for node in self.all(".changes") if node.is_displayed()])
+        bxadm("queue", "create", "EMPTY")
+        console.process.send_signal(signal.SIGSTOP)
+        self.script("location.hash = '#/queue?manager=ORDERS&queue=EMPTY'")
+        self.until(lambda: self.text("#queue-title") == "EMPTY", "its page")
+        self.type("#search", "message")
+        self.assertEqual("", self.text("#definition") + self.text("#messages-shown"))
+        console.process.send_signal(signal.SIGCONT)
+        self.until(lambda: self.text("#no-messages") == "The queue is empty.", "what is on it")
 
 
 class Everywhere(PageCase):
@@ -240,6 +271,9 @@ class Everywhere(PageCase):
         self.until(lambda: self.text("#purge .outcome") == "0 messages deleted.", "the outcome")
         self.press(Keys.ENTER)
         self.until(lambda: self.script(FOCUSED) == "purge", "the focus where it was")
+        self.tab_to("slider")
+        self.press(Keys.HOME)
+        self.assertRegex(self.text("#depth-graph .readout"), r"^\d\d:\d\d:\d\dDepth –$")
 
     def test_fits_and_can_be_read(self):
         names = ["JOBS", "A.QUEUE.WITH_A_NAME_OF.48_CHARACTERS/AND.ONE%XX"]

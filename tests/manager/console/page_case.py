@@ -51,6 +51,7 @@ class Console:
 
     def end(self, by=signal.SIGTERM):
         self.process.send_signal(by)
+        self.process.send_signal(signal.SIGCONT)  # it may have been stopped
         self.process.wait(10)
         self.process.stdout.close()
 
@@ -131,9 +132,13 @@ class PageCase(unittest.TestCase):
         self.one(selector).clear()
         self.one(selector).send_keys(text)
 
+    def open(self, name):
+        self.one(f"[data-change={name}]").click()
+        self.until(self.one(f"#{name}").is_displayed, f"the dialog {name}")
+
     def change(self, name, **values):
         """Opens a dialog, fills it in and sends it."""
-        self.one(f"[data-change={name}]").click()
+        self.open(name)
         for field, value in values.items():
             at = f"#{name} [name={field}]"
             if self.one(at).tag_name == "select":
