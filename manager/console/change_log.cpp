@@ -1,5 +1,6 @@
 #include "manager/console/change_log.h"
 
+#include "manager/console/access.h"
 #include "manager/console/json_body.h"
 #include "manager/console/problem.h"
 #include "manager/store/message.h"
@@ -47,10 +48,11 @@ std::string outcomeOf(const Response& response) {
 
 } // namespace
 
-void logChange(const Request& request, const std::string& caller, const Response& response) {
-  const std::string line = fmt::format(
-      "{} {} {} {} {}{}: {} {}\n", utcTime(clockNow()), request.peer, caller, plain(request.method),
-      plain(request.target), wordsOf(request), response.status, outcomeOf(response));
+void logChange(const Request& request, const Response& response) {
+  const std::string line =
+      fmt::format("{} {} {} {} {}{}: {} {}\n", utcTime(clockNow()), request.peer,
+                  nameOf(request.caller), plain(request.method), plain(request.target),
+                  wordsOf(request), response.status, outcomeOf(response));
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr)); // unbuffered: in one piece
 }
 

@@ -48,27 +48,20 @@ public:
     m_changes = std::make_unique<Changes>(observer);
   }
 
-  std::optional<Response> refuse(const Request& request) override {
-    std::string caller = "nobody";
-    try {
-      check(request, caller);
-      return std::nullopt;
-    } catch (const std::exception& error) {
-      return finish(request, caller, problemResponse(error));
-    }
+  std::optional<Response> refuse(Request& request) override try {
+    check(request);
+    return std::nullopt;
+  } catch (const std::exception& error) {
+    return finish(request, problemResponse(error));
   }
 
-  Response answer(const Request& request) override {
-    std::string caller = "nobody";
-    try {
-      caller = nameOf(m_access.callerOf(request));
-      const Route* route = find(request);
-      const bool isQuick = !route || route->needs == Needs::kNothing;
-      const auto slot = isQuick ? nullptr : m_requests.take();
-      return finish(request, caller, route ? (this->*route->answer)(request) : page(request));
-    } catch (const std::exception& error) {
-      return finish(request, caller, problemResponse(error));
-    }
+  Response answer(const Request& request) override try {
+    const Route* route = find(request);
+    const bool isQuick = !route || route->needs == Needs::kNothing;
+    const auto slot = isQuick ? nullptr : m_requests.take();
+    return finish(request, route ? (this->*route->answer)(request) : page(request));
+  } catch (const std::exception& error) {
+    return finish(request, problemResponse(error));
   }
 
   Response fault(int status, const std::string& detail) override {
@@ -88,13 +81,13 @@ private:
   static const Route* find(const Request& request);
   static bool isPath(const std::string& path);
 
-  /// Throws Problem. caller becomes known on the way.
-  void check(const Request& request, std::string& caller) {
+  /// Throws Problem. The caller becomes known on the way.
+  void check(Request& request) {
     m_access.checkOrigin(request);
     const Route* route = find(request);
     if (!route) return checkPage(request);
     if (route->needs == Needs::kNothing) return checkLength(request);
-    caller = nameOf(m_access.require(request));
+    request.caller = m_access.require(request);
     if (route->needs == Needs::kLeaveToChange && !m_allowsChanges)
       throw Problem(403, "changes are not allowed: the console was started without "
                          "--allow-changes");
@@ -114,9 +107,8 @@ private:
     if (!isFile) throw Problem(404, "there is no " + request.path);
   }
 
-  Response finish(const Request& request, const std::string& caller, Response response) const {
-    if (!request.isRead() && request.path != "/api/v1/session")
-      logChange(request, caller, response);
+  Response finish(const Request& request, Response response) const {
+    if (!request.isRead() && request.path != "/api/v1/session") logChange(request, response);
     return secured(std::move(response));
   }
   static Response secured(Response response) {
@@ -156,7 +148,7 @@ private:
     return jsonResponse({{"version", version()},
                          {"allow_changes", m_allowsChanges},
                          {"needs_token", m_access.needsToken()},
-                         {"signed_in", m_access.callerOf(request) != Access::Caller::kNobody}});
+                         {"signed_in", m_access.callerOf(request) != Caller::kNobody}});
   }
   Response signIn(const Request& request) {
     const Json body = bodyOf(request);
@@ -190,7 +182,7 @@ private:
   Response events(const Request& request) {
     Response response{200, "text/event-stream", ""};
     if (!request.isRead() || request.method == "HEAD") return response;
-    const bool mayEnd = m_access.callerOf(request) == Access::Caller::kSession;
+    const bool mayEnd = request.caller == Caller::kSession;
     response.stream = [this, request, mayEnd, slot = m_streams.take()](Output& output) {
       auto snapshot = m_observer->snapshot();
       const Observer::Stream stream(*m_observer);
@@ -201,7 +193,7 @@ private:
           next = m_observer->waitForOther(snapshot->number, 500ms);
         }
         snapshot = std::move(next);
-        if (mayEnd && m_access.callerOf(request) == Access::Caller::kNobody) return true;
+        if (mayEnd && m_access.callerOf(request) == Caller::kNobody) return true;
       }
       return false;
     };

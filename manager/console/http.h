@@ -11,6 +11,9 @@
 /// What the console's parts know of HTTP.
 namespace bxm::console {
 
+/// Who asks: without a token everybody is anybody.
+enum class Caller { kNobody, kAnybody, kToken, kSession };
+
 struct Request {
   std::string method, path;
   std::string target; ///< path and query as they were sent
@@ -18,6 +21,7 @@ struct Request {
   std::map<std::string, std::string> headers; ///< by their names in lower case; no name twice
   std::string peer;                           ///< the address that it came from
   std::string body;
+  Caller caller = Caller::kNobody; ///< where that had to be known
 
   bool isRead() const { return method == "GET" || method == "HEAD"; }
   /// Empty where there is none.
@@ -55,7 +59,8 @@ class RequestHandler {
 public:
   virtual ~RequestHandler() = default;
   /// Of a request whose body has not been read: what it is answered with instead of reading on.
-  virtual std::optional<Response> refuse(const Request& request) = 0;
+  /// Learns its caller.
+  virtual std::optional<Response> refuse(Request& request) = 0;
   virtual Response answer(const Request& request) = 0;
   /// For what is no request.
   virtual Response fault(int status, const std::string& detail) = 0;

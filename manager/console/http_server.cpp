@@ -94,6 +94,7 @@ bool runApart(std::function<void()> body) {
 struct Current {
   ClientStream* client = nullptr;
   const RequestHead* head = nullptr;
+  std::optional<Request> request{}; ///< whose body is to be read
   std::shared_ptr<void> body{}; ///< the right to have one in memory
 };
 thread_local Current current;
@@ -118,9 +119,8 @@ public:
     const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
       if (request.body.size() > kMostBody)
         return fill(response, m_handler.fault(413, "the body is too long"));
-      Request whole = requestOf(request);
-      whole.body = request.body;
-      fill(response, m_handler.answer(whole));
+      current.request->body = request.body;
+      fill(response, m_handler.answer(*current.request));
     };
     Post(".*", answer).Patch(".*", answer).Delete(".*", answer);
     set_error_handler(HandlerWithResponse([this](const httplib::Request&,
@@ -247,7 +247,7 @@ private:
   }
 
   HandlerResponse answerHead(const httplib::Request& asked, httplib::Response& response) {
-    const Request request = requestOf(asked);
+    Request request = requestOf(asked);
     if (const auto refusal = m_handler.refuse(request))
       fill(response, *refusal);
     else if (request.isRead())
@@ -255,7 +255,7 @@ private:
     else if (!(current.body = m_bodies.tryTake()))
       fill(response, m_handler.fault(429, "too many requests with a body at once"));
     else
-      return HandlerResponse::Unhandled;
+      return current.request = std::move(request), HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
   }
 
