@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fmt/format.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -86,19 +85,15 @@ private:
     m_access.checkOrigin(request);
     const Route* route = find(request);
     if (!route) return checkPage(request);
-    if (route->needs == Needs::kNothing) return checkLength(request);
+    if (route->needs == Needs::kNothing) return checkSmall(request);
     request.caller = m_access.require(request);
     if (route->needs == Needs::kLeaveToChange && !m_allowsChanges)
       throw Problem(403, "changes are not allowed: the console was started without "
                          "--allow-changes");
   }
   /// Who has not said who he is sends little.
-  static void checkLength(const Request& request) {
-    constexpr std::size_t kMost = 4 << 10;
-    const std::string length = request.header("content-length");
-    if (!request.header("transfer-encoding").empty() ||
-        std::strtoull(length.c_str(), nullptr, 10) > kMost)
-      throw Problem(413, "the body is too long");
+  static void checkSmall(const Request& request) {
+    if (!request.hasSmallBody) throw Problem(413, "the body is too long");
   }
   static void checkPage(const Request& request) {
     const bool isFile = fileOf(request) != nullptr;

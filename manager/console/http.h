@@ -21,6 +21,7 @@ struct Request {
   std::map<std::string, std::string> headers; ///< by their names in lower case; no name twice
   std::string peer;                           ///< the address that it came from
   std::string body;
+  bool hasSmallBody = true;        ///< as its head says
   Caller caller = Caller::kNobody; ///< where that had to be known
 
   bool isRead() const { return method == "GET" || method == "HEAD"; }

@@ -21,7 +21,7 @@ namespace bxm::console {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr std::size_t kMostConnections = 512, kMostRequests = 100, kMostBodies = 16;
+constexpr std::size_t kMostConnections = 512, kMostRequests = 100, kMostLargeBodies = 16;
 constexpr std::size_t kStack =
     1 << 20; ///< of a connection's thread; the rest of it is never touched
 
@@ -95,7 +95,7 @@ struct Current {
   ClientStream* client = nullptr;
   const RequestHead* head = nullptr;
   std::optional<Request> request{}; ///< whose body is to be read
-  std::shared_ptr<void> body{}; ///< the right to have one in memory
+  std::shared_ptr<void> body{};     ///< the right to have a large one in memory
 };
 thread_local Current current;
 
@@ -198,7 +198,8 @@ private:
     m_ended.notify_all(); // under the lock: behind it this object may be gone
   }
 
-  std::chrono::milliseconds headLimit() {
+  /// For a head, or a small body.
+  std::chrono::milliseconds shortLimit() {
     const std::lock_guard lock(m_mutex);
     return m_sockets.size() > kMostConnections * 3 / 4 ? 1s : 5s;
   }
@@ -207,7 +208,7 @@ private:
     ClientStream client(socket, m_isStopping);
     LibraryStream stream(client, socket);
     for (std::size_t count = 1; count <= kMostRequests; ++count) {
-      const auto limit = headLimit();
+      const auto limit = shortLimit();
       switch (client.readHead(limit, limit)) {
       case ClientStream::Head::kEnded: return;
       case ClientStream::Head::kLate: return refuse(client, stream, 408, "the request is too slow");
@@ -227,7 +228,8 @@ private:
   /// Whether another request may follow.
   bool serveOne(ClientStream& client, LibraryStream& stream, const RequestHead& head, bool isLast) {
     client.replaceHead(head.text);
-    client.limitBody(30s, kMostBody + kMostBody / 8); // chunks have heads of their own
+    client.limitBody(head.hasSmallBody ? shortLimit() : 30s,
+                     kMostBody + kMostBody / 8); // chunks have heads of their own
     current = {&client, &head};
     bool closes = false;
     const bool isFine = process_request(stream, isLast, closes, nullptr);
@@ -252,8 +254,8 @@ private:
       fill(response, *refusal);
     else if (request.isRead())
       fill(response, m_handler.answer(request));
-    else if (!(current.body = m_bodies.tryTake()))
-      fill(response, m_handler.fault(429, "too many requests with a body at once"));
+    else if (!request.hasSmallBody && !(current.body = m_largeBodies.tryTake()))
+      fill(response, m_handler.fault(429, "too many requests with a large body at once"));
     else
       return current.request = std::move(request), HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
@@ -266,7 +268,8 @@ private:
             {request.params.begin(), request.params.end()},
             current.head->headers,
             request.remote_addr,
-            ""};
+            "",
+            current.head->hasSmallBody};
   }
 
   static void fill(httplib::Response& response, const Response& answer) {
@@ -294,7 +297,7 @@ private:
   int m_port = -1;
   std::thread m_listener;
   std::atomic<bool> m_isStopping{false};
-  Slots m_bodies{kMostBodies, "bodies"};
+  Slots m_largeBodies{kMostLargeBodies, "large bodies"};
   std::mutex m_mutex;
   std::condition_variable m_ended;
   std::set<int> m_sockets;

@@ -74,8 +74,8 @@ const char* readHeader(std::string_view line, RequestHead& head) {
   return nullptr;
 }
 
-/// Answers what the body's length says; nothing where it is fine.
-RequestHead checkBody(const RequestHead& head) {
+/// Answers what is wrong with what the head says of the body; nothing where it is fine.
+RequestHead readBodySize(RequestHead& head) {
   const auto length = head.headers.find("content-length");
   const auto coding = head.headers.find("transfer-encoding");
   const bool hasLength = length != head.headers.end(), isCoded = coding != head.headers.end();
@@ -93,6 +93,7 @@ RequestHead checkBody(const RequestHead& head) {
   }
   if ((head.method == "GET" || head.method == "HEAD") && (isCoded || bytes > 0))
     return refused(400, "a body is out of place");
+  head.hasSmallBody = !isCoded && bytes <= kSmallBody;
   return {};
 }
 
@@ -111,7 +112,7 @@ RequestHead parseHead(std::string_view text) {
     at = end + kEnd.size();
   }
   if (!head.headers.contains("host")) return refused(400, "there is no Host");
-  if (const RequestHead fault = checkBody(head); fault.isRefused()) return fault;
+  if (const RequestHead fault = readBodySize(head); fault.isRefused()) return fault;
   head.text = requestLine;
   head.text += kEnd;
   for (const char* name : {"connection", "transfer-encoding", "content-length"})

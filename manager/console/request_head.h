@@ -15,14 +15,15 @@ struct RequestHead {
   /// The head for the library: without what it would do on its own (ranges, compression, waiting
   /// for an approval), and always with a length where a body may follow.
   std::string text;
-  int status = 0; ///< what to answer where it is refused
+  bool hasSmallBody = true; ///< says that it has kSmallBody at the most, which costs little
+  int status = 0;           ///< what to answer where it is refused
   const char* fault = "";
 
   bool isRefused() const { return status != 0; }
 };
 
 constexpr std::size_t kMostHead = 32 << 10, kMostHeaders = 100, kMostTarget = 4 << 10;
-constexpr std::size_t kMostBody = 8 << 20;
+constexpr std::size_t kMostBody = 8 << 20, kSmallBody = 4 << 10;
 
 /// text: with the empty line at its end.
 RequestHead parseHead(std::string_view text);

@@ -118,15 +118,21 @@ TEST_F(ConsoleLimits, SlowClientsHoldUpNobodyAndAreDropped) {
   const auto begin = Clock::now();
   Client half(port), silent(port);
   half.send("GET / HTTP/1.1\r\nHost: lo");
-  std::vector<std::unique_ptr<Client>> streams;
-  for (int i = 0; i < 301; ++i) {
-    streams.push_back(std::make_unique<Client>(port));
-    streams.back()->send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
-  }
+  std::vector<std::unique_ptr<Client>> slow;
+  const auto open = [&](int count, const std::string& request, const std::string& headers) {
+    const std::string head = request + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n";
+    for (; count > 0; --count) slow.emplace_back(std::make_unique<Client>(port))->send(head);
+  };
+  const std::string messages = "/api/v1/messages"s + kJobs;
+  open(16, "POST /api/v1/session", kChange + "Content-Length: 9\r\n"s);
+  open(16, "POST " + messages, kChange + "Content-Length: 5000\r\n"s);
+  open(301, "GET /api/v1/events", "");
   EXPECT_TRUE(support::eventually([this] {
     return get("/metrics").body.find("bxm_console_streams 300\n") != std::string::npos;
   }));
   EXPECT_EQ(get("/api/v1/events").status, 429);
+  EXPECT_EQ(change("POST", messages, R"({"text":"a"})").status, 201);
+  EXPECT_THAT(change("POST", messages, std::string(5000, ' ')), Says(429, "large body"));
   expectHealthy();
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
   EXPECT_THAT(Answer(half.rest()), Says(408, "too slow"));
