@@ -10,6 +10,7 @@
 #include "manager/console/page_files.h"
 #include "manager/console/problem.h"
 #include "manager/console/queries.h"
+#include "manager/console/request_head.h"
 #include "manager/console/slots.h"
 #include "manager/store/message.h"
 
@@ -63,6 +64,9 @@ public:
     return finish(request, problemResponse(error));
   }
 
+  Response fault(const Request& request, int status, const std::string& detail) override {
+    return finish(request, problemResponse(status, detail));
+  }
   Response fault(int status, const std::string& detail) override {
     return secured(problemResponse(status, detail));
   }
@@ -93,7 +97,7 @@ private:
   }
   /// Who has not said who he is sends little.
   static void checkSmall(const Request& request) {
-    if (!request.hasSmallBody) throw Problem(413, "the body is too long");
+    if (request.mostBody > kSmallBody) throw Problem(413, "the body is too long");
   }
   static void checkPage(const Request& request) {
     const bool isFile = fileOf(request) != nullptr;

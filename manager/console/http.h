@@ -16,12 +16,11 @@ enum class Caller { kNobody, kAnybody, kToken, kSession };
 
 struct Request {
   std::string method, path;
-  std::string target; ///< path and query as they were sent
   std::multimap<std::string, std::string> query;
   std::map<std::string, std::string> headers; ///< by their names in lower case; no name twice
   std::string peer;                           ///< the address that it came from
-  std::string body;
-  bool hasSmallBody = true;        ///< as its head says
+  std::size_t mostBody = 0;                   ///< bytes, as its head says
+  std::string body{};
   Caller caller = Caller::kNobody; ///< where that had to be known
 
   bool isRead() const { return method == "GET" || method == "HEAD"; }
@@ -63,6 +62,8 @@ public:
   /// Learns its caller.
   virtual std::optional<Response> refuse(Request& request) = 0;
   virtual Response answer(const Request& request) = 0;
+  /// Of one that was not refused, and whose body cannot be had.
+  virtual Response fault(const Request& request, int status, const std::string& detail) = 0;
   /// For what is no request.
   virtual Response fault(int status, const std::string& detail) = 0;
 };

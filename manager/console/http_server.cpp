@@ -118,19 +118,21 @@ public:
     });
     const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
       if (request.body.size() > kMostBody)
-        return fill(response, m_handler.fault(413, "the body is too long"));
+        return fill(response, m_handler.fault(*current.request, 413, "the body is too long"));
       current.request->body = request.body;
       fill(response, m_handler.answer(*current.request));
     };
     Post(".*", answer).Patch(".*", answer).Delete(".*", answer);
-    set_error_handler(HandlerWithResponse([this](const httplib::Request&,
-                                                 httplib::Response& response) {
-      if (!response.body.empty()) return HandlerResponse::Unhandled;
-      const bool isLong = response.status == 413 || current.client->exceededBody();
-      fill(response, m_handler.fault(isLong ? 413 : response.status,
-                                     isLong ? "the body is too long" : "the body is malformed"));
-      return HandlerResponse::Handled;
-    }));
+    set_error_handler(
+        HandlerWithResponse([this](const httplib::Request&, httplib::Response& response) {
+          if (!response.body.empty()) return HandlerResponse::Unhandled;
+          const bool isLong = response.status == 413 || current.client->exceededBody();
+          const int status = isLong ? 413 : response.status;
+          const char* detail = isLong ? "the body is too long" : "the body is malformed";
+          fill(response, current.request ? m_handler.fault(*current.request, status, detail)
+                                         : m_handler.fault(status, detail));
+          return HandlerResponse::Handled;
+        }));
     // The library's own tells the client what was thrown.
     set_exception_handler(
         [this](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
@@ -228,7 +230,7 @@ private:
   /// Whether another request may follow.
   bool serveOne(ClientStream& client, LibraryStream& stream, const RequestHead& head, bool isLast) {
     client.replaceHead(head.text);
-    client.limitBody(head.hasSmallBody ? shortLimit() : 30s,
+    client.limitBody(head.mostBody > kSmallBody ? 30s : shortLimit(),
                      kMostBody + kMostBody / 8); // chunks have heads of their own
     current = {&client, &head};
     bool closes = false;
@@ -254,22 +256,19 @@ private:
       fill(response, *refusal);
     else if (request.isRead())
       fill(response, m_handler.answer(request));
-    else if (!request.hasSmallBody && !(current.body = m_largeBodies.tryTake()))
-      fill(response, m_handler.fault(429, "too many requests with a large body at once"));
+    else if (request.mostBody > kMostBody)
+      fill(response, m_handler.fault(request, 413, "the body is too long"));
+    else if (request.mostBody > kSmallBody && !(current.body = m_largeBodies.tryTake()))
+      fill(response, m_handler.fault(request, 429, "too many requests with a large body at once"));
     else
       return current.request = std::move(request), HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
   }
 
   static Request requestOf(const httplib::Request& request) {
-    return {request.method,
-            request.path,
-            request.target,
-            {request.params.begin(), request.params.end()},
-            current.head->headers,
-            request.remote_addr,
-            "",
-            current.head->hasSmallBody};
+    return {
+        request.method,        request.path,        {request.params.begin(), request.params.end()},
+        current.head->headers, request.remote_addr, current.head->mostBody};
   }
 
   static void fill(httplib::Response& response, const Response& answer) {

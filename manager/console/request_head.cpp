@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace bxm::console {
 
@@ -82,18 +83,18 @@ RequestHead readBodySize(RequestHead& head) {
   if (hasLength && isCoded) return refused(400, "the body has two lengths");
   if (isCoded && lower(coding->second) != "chunked")
     return refused(400, "this transfer encoding is not known");
-  std::size_t bytes = 0;
+  std::size_t bytes = isCoded ? kMostBody : 0;
   if (hasLength) {
     const std::string& text = length->second;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
-    if (error == std::errc::result_out_of_range) return refused(413, "the body is too long");
-    if (error != std::errc() || end != text.data() + text.size() || text[0] == '-')
+    const bool isHuge = error == std::errc::result_out_of_range;
+    if ((error != std::errc() && !isHuge) || end != text.data() + text.size())
       return refused(400, "the length is no number");
-    if (bytes > kMostBody) return refused(413, "the body is too long");
+    if (isHuge) bytes = std::numeric_limits<std::size_t>::max();
   }
-  if ((head.method == "GET" || head.method == "HEAD") && (isCoded || bytes > 0))
+  if ((head.method == "GET" || head.method == "HEAD") && bytes > 0)
     return refused(400, "a body is out of place");
-  head.hasSmallBody = !isCoded && bytes <= kSmallBody;
+  head.mostBody = bytes;
   return {};
 }
 

@@ -63,6 +63,7 @@ TEST_F(ConsoleLimits, MalformedRequestsAreRefused) {
   std::string chunks = post + "Transfer-Encoding: chunked\r\n\r\n";
   for (int i = 0; i < 10; ++i) chunks += "100000\r\n" + std::string(1 << 20, ' ') + "\r\n";
   EXPECT_EQ(ask(chunks + "0\r\n\r\n").status, 413);
+  EXPECT_THAT(console->err(), HasSubstr("queue=JOBS: 413 refused, the body is too long"));
   // What follows a change is never taken for a request, nor a body for one.
   const std::string second = "GET /healthz HTTP/1.1\r\n" + host + "\r\n";
   EXPECT_EQ(ask(post + "Content-Length: 2\r\n\r\n{}" + second).body.find("HTTP/1.1 200"),
@@ -133,6 +134,7 @@ TEST_F(ConsoleLimits, SlowClientsHoldUpNobodyAndAreDropped) {
   EXPECT_EQ(get("/api/v1/events").status, 429);
   EXPECT_EQ(change("POST", messages, R"({"text":"a"})").status, 201);
   EXPECT_THAT(change("POST", messages, std::string(5000, ' ')), Says(429, "large body"));
+  EXPECT_THAT(console->err(), HasSubstr("queue=JOBS: 429 refused, too many"));
   expectHealthy();
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
   EXPECT_THAT(Answer(half.rest()), Says(408, "too slow"));

@@ -120,7 +120,8 @@ TEST_P(ConsoleRequestsOnBoth, ChangeQueuesAsTheCommandsDo) {
   EXPECT_EQ(shown("JOBS"), "two\neins\nthree\n");
   EXPECT_THAT(bxadm({"export", "JOBS"}).out,
               AllOf(HasSubstr("expires"), HasSubstr("\"persistent\":false")));
-  EXPECT_THAT(change("POST", at("move"), R"({"to":"B","matching":"ein"})"),
+  EXPECT_THAT(change("POST", "/api/v1/move?x=" + std::string(200, 'x') + "&" + &kJobs[1],
+                     R"({"to":"B","matching":"ein")" + std::string(70'000, ' ') + "}"),
               Says(200, "{\"moved\":1}"));
   EXPECT_THAT(change("POST", at("move"), R"({"to":"B"})"),
               Says(409, "holds 2 messages; moved before that: 1"));
@@ -128,9 +129,11 @@ TEST_P(ConsoleRequestsOnBoth, ChangeQueuesAsTheCommandsDo) {
   EXPECT_THAT(change("POST", at("purge"), R"({"confirm":"JOBS"})"), Says(200, "{\"purged\":1}"));
   EXPECT_THAT(change("DELETE", at("queue"), R"({"confirm":"JOBS"})"), Says(200, "JOBS"));
   EXPECT_EQ(done({"queue", "list"}).find("JOBS"), std::string::npos);
-  EXPECT_THAT(console->err(), AllOf(HasSubstr(" 127.0.0.1 anybody POST /api/v1/purge?manager=ORDERS"
-                                              "&queue=JOBS confirm=JOBS: 200 done\n"),
-                                    HasSubstr("text=... priority=1: 201"), Not(HasSubstr("eins"))));
+  EXPECT_THAT(console->err(),
+              AllOf(HasSubstr(" 127.0.0.1 anybody POST /api/v1/purge?manager=ORDERS"
+                              "&queue=JOBS confirm=JOBS: 200 done\n"),
+                    HasSubstr("move?manager=ORDERS&queue=JOBS to=B matching=ein: 2"),
+                    HasSubstr("text=... priority=1: 201"), Not(HasSubstr("eins"))));
 }
 
 TEST_P(ConsoleRequestsOnBoth, AreRefusedWithAReason) {
