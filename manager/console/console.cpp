@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -269,6 +270,12 @@ void raiseFileLimit() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+/// What is large goes back to the system when it is freed: else as much is kept as once was.
+void keepNoLargeMemory() {
+  constexpr int kLarge = 128 << 10;
+  ::mallopt(M_MMAP_THRESHOLD, kLarge);
+}
+
 } // namespace
 
 int serve(const Options& options) {
@@ -276,6 +283,7 @@ int serve(const Options& options) {
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   raiseFileLimit();
+  keepNoLargeMemory();
   Console console(options);
   HttpServer server(options.address, console);
   console.listensOn(server.port());

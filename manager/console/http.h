@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -52,6 +53,8 @@ struct Response {
   /// Writes the body piece by piece instead; false: it ends before it is whole, which the client
   /// can tell.
   std::function<bool(Output&)> stream{};
+  /// Kept until it is written, or the client is gone.
+  std::shared_ptr<void> slot{};
 };
 
 /// Answers requests, several at a time. Must not throw.

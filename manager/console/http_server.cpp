@@ -96,6 +96,7 @@ struct Current {
   const RequestHead* head = nullptr;
   std::optional<Request> request{}; ///< whose body is to be read
   std::shared_ptr<void> body{};     ///< the right to have a large one in memory
+  std::shared_ptr<void> response{}; ///< the same
 };
 thread_local Current current;
 
@@ -271,11 +272,12 @@ private:
         current.head->headers, request.remote_addr, current.head->mostBody};
   }
 
-  static void fill(httplib::Response& response, const Response& answer) {
+  static void fill(httplib::Response& response, Response answer) {
+    current.response = std::move(answer.slot);
     response.status = answer.status;
     for (const auto& [name, value] : answer.headers) response.set_header(name, value);
     if (!answer.stream) {
-      response.body = answer.body;
+      response.body = std::move(answer.body);
       if (!answer.type.empty()) response.set_header("Content-Type", answer.type);
       return;
     }

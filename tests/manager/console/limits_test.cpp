@@ -126,12 +126,18 @@ TEST_F(ConsoleLimits, SlowClientsHoldUpNobodyAndAreDropped) {
   };
   const std::string messages = "/api/v1/messages"s + kJobs;
   open(16, "POST /api/v1/session", kChange + "Content-Length: 9\r\n"s);
+  const std::string large = R"({"text":")" + std::string(4'000'000, 'x') + "\"}",
+                    id = change("POST", messages, large).json().value("id", ""),
+                    whole = "/api/v1/message"s + kJobs + "&id=" + id;
   open(16, "POST " + messages, kChange + "Content-Length: 5000\r\n"s);
+  open(8, "GET " + whole, "");
   open(301, "GET /api/v1/events", "");
   EXPECT_TRUE(support::eventually([this] {
     return get("/metrics").body.find("bxm_console_streams 300\n") != std::string::npos;
   }));
   EXPECT_EQ(get("/api/v1/events").status, 429);
+  EXPECT_THAT(get(whole), Says(429, "whole messages"));
+  EXPECT_EQ(get(messages).status, 200);
   EXPECT_EQ(change("POST", messages, R"({"text":"a"})").status, 201);
   EXPECT_THAT(change("POST", messages, std::string(5000, ' ')), Says(429, "large body"));
   EXPECT_THAT(console->err(), HasSubstr("queue=JOBS: 429 refused, too many"));
