@@ -77,7 +77,7 @@ bool Access::isOurs(std::string_view host) const {
       colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos)
     host = host.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  return host == m_host || (m_isLoopback && host == "localhost");
+  return isAlike(host, m_host) || (m_isLoopback && isAlike(host, "localhost"));
 }
 
 void Access::checkOrigin(const Request& request) const {

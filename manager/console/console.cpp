@@ -53,7 +53,9 @@ public:
     check(request);
     return std::nullopt;
   } catch (const std::exception& error) {
-    return finish(request, problemResponse(error));
+    Response response = problemResponse(error);
+    if (response.status == 405) response.headers.emplace_back("Allow", methodsOf(request));
+    return finish(request, std::move(response));
   }
 
   Response answer(const Request& request) override try {
@@ -83,7 +85,8 @@ private:
 
   /// nullptr: there is none, though there may be a file of the page.
   static const Route* find(const Request& request);
-  static bool isPath(const std::string& path);
+  /// That its path may be asked with; empty where there is no such path.
+  static std::string methodsOf(const Request& request);
 
   /// Throws Problem. The caller becomes known on the way.
   void check(Request& request) {
@@ -101,10 +104,9 @@ private:
     if (request.mostBody > kSmallBody) throw Problem(413, "the body is too long");
   }
   static void checkPage(const Request& request) {
-    const bool isFile = fileOf(request) != nullptr;
-    if (isPath(request.path) || (isFile && !request.isRead()))
+    if (methodsOf(request).empty()) throw Problem(404, "there is no " + request.path);
+    if (!fileOf(request) || !request.isRead())
       throw Problem(405, request.path + " cannot be asked this way");
-    if (!isFile) throw Problem(404, "there is no " + request.path);
   }
 
   Response finish(const Request& request, Response response) const {
@@ -249,9 +251,15 @@ const Console::Route* Console::find(const Request& request) {
   return nullptr;
 }
 
-bool Console::isPath(const std::string& path) {
-  return std::any_of(std::begin(kRoutes), std::end(kRoutes),
-                     [&](const Route& route) { return route.path == path; });
+std::string Console::methodsOf(const Request& request) {
+  constexpr const char* kReads = "GET, HEAD";
+  if (fileOf(request)) return kReads;
+  std::string methods;
+  for (const Route& route : kRoutes)
+    if (route.path == request.path)
+      methods += (methods.empty() ? "" : ", ") +
+                 std::string(route.method == std::string_view("GET") ? kReads : route.method);
+  return methods;
 }
 
 sigset_t endSignals() {

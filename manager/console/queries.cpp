@@ -124,16 +124,22 @@ Response Queries::message(const Request& request) {
   const Place place = placeOf(request);
   const auto id = request.parameter("id");
   if (!id) throw Problem(400, "the parameter 'id' is missing");
+  const std::uint64_t offset = numberOf(request, "offset", 0, kMostOffset + kMostCount);
   const auto slot = m_wholes.take();
   Walk walk(m_observer, place);
-  while (walk.next())
+  Json found;
+  bool isThere = false; // else the nearest before it: by now it may have moved up
+  for (std::uint64_t row = 0; !isThere && walk.next(); ++row)
     if (identifierOf(walk.queue.stored()) == *id) {
-      Response response = jsonResponse(jsonOf(walk.queue.priority(), walk.queue.stored()));
-      // Many slow clients may have a small one each, and keep nobody from another.
-      if (response.body.size() > kPiece) response.slot = slot;
-      return response;
+      found = jsonOf(walk.queue.priority(), walk.queue.stored());
+      isThere = row >= offset;
     }
-  throw Problem(404, "there is no such message on queue " + place.queue + " any more");
+  if (found.is_null())
+    throw Problem(404, "there is no such message on queue " + place.queue + " any more");
+  Response response = jsonResponse(found);
+  // Many slow clients may have a small one each, and keep nobody from another.
+  if (response.body.size() > kPiece) response.slot = slot;
+  return response;
 }
 
 /// Connected as long as the client reads.

@@ -18,6 +18,13 @@ bool isToken(std::string_view word) {
   });
 }
 
+/// That the library knows: it calls any other malformed.
+bool isMethod(std::string_view word) {
+  constexpr std::string_view kMethods[] = {"GET",    "HEAD",    "POST",    "PUT",  "PATCH",
+                                           "DELETE", "CONNECT", "OPTIONS", "TRACE"};
+  return std::find(std::begin(kMethods), std::end(kMethods), word) != std::end(kMethods);
+}
+
 bool isPrintable(char c) { return c > ' ' && c < '\x7F'; }
 
 std::string lower(std::string_view text) {
@@ -106,6 +113,7 @@ RequestHead parseHead(std::string_view text) {
   const std::string_view requestLine = text.substr(0, at);
   if (requestLine.size() > kMostTarget) return refused(414, "the request line is too long");
   if (const char* fault = readRequestLine(requestLine, head)) return refused(400, fault);
+  if (!isMethod(head.method)) return refused(501, "this method is not known");
   for (at += kEnd.size(); text.substr(at, 2) != kEnd;) {
     const std::size_t end = text.find(kEnd, at);
     if (const char* fault = readHeader(text.substr(at, end - at), head)) return refused(400, fault);

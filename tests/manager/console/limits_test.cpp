@@ -42,7 +42,7 @@ TEST_F(ConsoleLimits, MalformedRequestsAreRefused) {
            {"GET / HTTP/1.1\r\n" + host + "Range: bytes=" + std::string(20000, '1') +
                 "\r\nConnection: close\r\n\r\n",
             200},
-           {"BREW / HTTP/1.1\r\n" + host + "\r\n", 400},
+           {"BREW / HTTP/1.1\r\n" + host + "\r\n", 501},
            {"OPTIONS * HTTP/1.1\r\n" + host + "\r\n", 400},
            {"OPTIONS / HTTP/1.1\r\n" + host + "\r\n", 403},
            {post + "Content-Length: -1\r\n\r\n", 400},

@@ -100,6 +100,11 @@ TEST_P(ConsoleRequestsOnBoth, TellWhatIsOnTheQueues) {
                            "bxm_queue_max_depth_messages{manager=\"ORDERS\",queue=\"A.FULL\"} 0\n",
                            "# TYPE bxm_queue_gets_total counter\n", "bxm_console_streams 0\n"})
     EXPECT_THAT(metrics, HasSubstr(line));
+  const std::string twice = "000102030405060708090a0b0c0d0e0f1011121314151617";
+  EXPECT_EQ(import(R"({"text":"again","id":")" + twice + "\"}"), 0);
+  for (const auto& [offset, text] :
+       std::map<std::string, std::string>{{"2", "bm8g"}, {"3", "again"}, {"5", "again"}})
+    EXPECT_THAT(get(at("message") + "&id=" + twice + "&offset=" + offset), Says(200, text));
   EXPECT_EQ(ended(SIGINT).status, 0);
 }
 
@@ -157,7 +162,7 @@ TEST_P(ConsoleRequestsOnBoth, AreRefusedWithAReason) {
             "to 100000"},
            {"GET", "/api/v1/messages?manager=ORDERS&queue=JOBS&count=-1", "", 400, "to 200"},
            {"GET", "/api/v1/message?manager=ORDERS&queue=JOBS&id=0", "", 404, "no such message"},
-           {"PUT", "/api/v1/figures", "{}", 405, "cannot be asked this way"},
+           {"PUT", "/api/v1/queue", "{}", 405, "Allow: GET, HEAD, PATCH, DELETE\r\n"},
            {"POST", "/", "{}", 405, "cannot be asked this way"},
            {"POST", messages.c_str(), "", 400, "no JSON object"},
            {"POST", messages.c_str(), "{]", 400, "no JSON object"},
