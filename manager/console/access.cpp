@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,11 @@ bool isSame(std::string_view word, std::string_view secret) {
   for (std::size_t i = 0; i < word.size(); ++i)
     different |= static_cast<std::size_t>(word[i] ^ secret[i % secret.size()]);
   return different == 0;
+}
+
+/// Of names that have no case.
+bool isAlike(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 /// Random numbers are looked up by their beginnings, which tells nobody anything.
@@ -71,7 +77,7 @@ bool Access::isOurs(std::string_view host) const {
       colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos)
     host = host.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  return host == m_host || (m_isLoopback && host == "localhost");
+  return isAlike(host, m_host) || (m_isLoopback && isAlike(host, "localhost"));
 }
 
 void Access::checkOrigin(const Request& request) const {
@@ -113,13 +119,13 @@ void Access::forgetEnded(Clock::time_point now) {
   std::erase_if(m_sessions, [now](const auto& session) { return session.second <= now; });
 }
 
-Access::Caller Access::callerOf(const Request& request) {
+Caller Access::callerOf(const Request& request) {
   if (!needsToken()) return Caller::kAnybody;
   constexpr std::string_view kScheme = "Bearer ";
-  if (const std::string word = request.header("authorization"); !word.empty())
-    return word.starts_with(kScheme) && isToken(request, word.substr(kScheme.size()))
-               ? Caller::kToken
-               : Caller::kNobody;
+  // Any other scheme is between the client and a proxy.
+  if (const std::string word = request.header("authorization");
+      isAlike(word.substr(0, kScheme.size()), kScheme))
+    return isToken(request, word.substr(kScheme.size())) ? Caller::kToken : Caller::kNobody;
   const std::string session = sessionIn(request);
   const std::lock_guard lock(m_mutex);
   const auto found = m_sessions.find(session);
@@ -127,7 +133,7 @@ Access::Caller Access::callerOf(const Request& request) {
                                                                    : Caller::kNobody;
 }
 
-Access::Caller Access::require(const Request& request) {
+Caller Access::require(const Request& request) {
   const Caller caller = callerOf(request);
   if (caller == Caller::kNobody) throw Problem(401, "the token is missing or wrong");
   return caller;
@@ -157,11 +163,11 @@ std::string Access::cookieOf(const std::string& session, std::chrono::seconds li
                      life.count());
 }
 
-const char* nameOf(Access::Caller caller) {
+const char* nameOf(Caller caller) {
   switch (caller) {
-  case Access::Caller::kAnybody: return "anybody";
-  case Access::Caller::kToken: return "token";
-  case Access::Caller::kSession: return "session";
+  case Caller::kAnybody: return "anybody";
+  case Caller::kToken: return "token";
+  case Caller::kSession: return "session";
   default: return "nobody";
   }
 }

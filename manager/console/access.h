@@ -32,7 +32,6 @@ public:
   /// Whether the request is for this console and no page of elsewhere had it sent. Throws Problem.
   void checkOrigin(const Request& request) const;
 
-  enum class Caller { kNobody, kAnybody, kToken, kSession };
   /// Throws Problem 429.
   Caller callerOf(const Request& request);
   /// Throws Problem 401 where there is a token and the caller does not know it.
@@ -68,6 +67,6 @@ private:
 };
 
 /// "session", "token", "anybody", "nobody".
-const char* nameOf(Access::Caller caller);
+const char* nameOf(Caller caller);
 
 } // namespace bxm::console

@@ -1,5 +1,6 @@
 #include "manager/console/change_log.h"
 
+#include "manager/console/access.h"
 #include "manager/console/json_body.h"
 #include "manager/console/problem.h"
 #include "manager/store/message.h"
@@ -11,27 +12,39 @@ namespace bxm::console {
 
 namespace {
 
-constexpr std::size_t kMostText = 200, kMostBody = 64 << 10;
+constexpr std::size_t kMostText = 200;
 
-/// The beginning, in printable ASCII.
-std::string plain(std::string_view text) {
+/// The beginning, in printable ASCII from a character on.
+std::string plain(std::string_view text, char first = ' ') {
   std::string line;
   for (const char c : text.substr(0, kMostText))
-    line += c >= ' ' && c < '\x7F' ? std::string(1, c)
-                                   : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    line += c >= first && c < '\x7F' && c != '\\'
+                ? std::string(1, c)
+                : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
   return line + (text.size() > kMostText ? "..." : "");
+}
+
+/// Without blanks, so that no value looks like what follows it.
+std::string word(std::string_view text) { return plain(text, '!'); }
+
+/// What was understood, each value cut by itself: nothing that is sent beside it hides it.
+std::string placeIn(const Request& request) {
+  std::string place;
+  for (const char* name : {"manager", "queue"})
+    if (const auto value = request.parameter(name))
+      place += fmt::format("{}{}={}", place.empty() ? '?' : '&', name, word(*value));
+  return place;
 }
 
 /// What a body says, without the data of a message.
 std::string wordsOf(const Request& request) try {
-  if (request.body.size() > kMostBody) return " ...";
   const Json body = bodyOf(request);
   std::string words;
   for (const auto& [key, value] : body.items()) {
     const bool isData = key == "text" || key == "base64";
-    words += " " + plain(key) + "=" +
+    words += " " + word(key) + "=" +
              (isData              ? "..."
-              : value.is_string() ? plain(value.get_ref<const std::string&>())
+              : value.is_string() ? word(value.get_ref<const std::string&>())
                                   : value.dump());
   }
   return words;
@@ -47,10 +60,11 @@ std::string outcomeOf(const Response& response) {
 
 } // namespace
 
-void logChange(const Request& request, const std::string& caller, const Response& response) {
-  const std::string line = fmt::format(
-      "{} {} {} {} {}{}: {} {}\n", utcTime(clockNow()), request.peer, caller, plain(request.method),
-      plain(request.target), wordsOf(request), response.status, outcomeOf(response));
+void logChange(const Request& request, const Response& response) {
+  const std::string line =
+      fmt::format("{} {} {} {} {}{}{}: {} {}\n", utcTime(clockNow()), request.peer,
+                  nameOf(request.caller), word(request.method), word(request.path),
+                  placeIn(request), wordsOf(request), response.status, outcomeOf(response));
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr)); // unbuffered: in one piece
 }
 

@@ -9,6 +9,6 @@ namespace bxm::console {
 /// A line on standard error for a change that was made or refused: when, from where, as whom, what,
 /// and what came of it. Neither a message's data nor anything that would disturb a terminal is in
 /// it.
-void logChange(const Request& request, const std::string& caller, const Response& response);
+void logChange(const Request& request, const Response& response);
 
 } // namespace bxm::console

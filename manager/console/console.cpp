@@ -10,14 +10,15 @@
 #include "manager/console/page_files.h"
 #include "manager/console/problem.h"
 #include "manager/console/queries.h"
+#include "manager/console/request_head.h"
 #include "manager/console/slots.h"
 #include "manager/store/message.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -48,29 +49,27 @@ public:
     m_changes = std::make_unique<Changes>(observer);
   }
 
-  std::optional<Response> refuse(const Request& request) override {
-    std::string caller = "nobody";
-    try {
-      check(request, caller);
-      return std::nullopt;
-    } catch (const std::exception& error) {
-      return finish(request, caller, problemResponse(error));
-    }
+  std::optional<Response> refuse(Request& request) override try {
+    check(request);
+    return std::nullopt;
+  } catch (const std::exception& error) {
+    Response response = problemResponse(error);
+    if (response.status == 405) response.headers.emplace_back("Allow", methodsOf(request));
+    return finish(request, std::move(response));
   }
 
-  Response answer(const Request& request) override {
-    std::string caller = "nobody";
-    try {
-      caller = nameOf(m_access.callerOf(request));
-      const Route* route = find(request);
-      const bool isQuick = !route || route->needs == Needs::kNothing;
-      const auto slot = isQuick ? nullptr : m_requests.take();
-      return finish(request, caller, route ? (this->*route->answer)(request) : page(request));
-    } catch (const std::exception& error) {
-      return finish(request, caller, problemResponse(error));
-    }
+  Response answer(const Request& request) override try {
+    const Route* route = find(request);
+    const bool isQuick = !route || route->needs == Needs::kNothing;
+    const auto slot = isQuick ? nullptr : m_requests.take();
+    return finish(request, route ? (this->*route->answer)(request) : page(request));
+  } catch (const std::exception& error) {
+    return finish(request, problemResponse(error));
   }
 
+  Response fault(const Request& request, int status, const std::string& detail) override {
+    return finish(request, problemResponse(status, detail));
+  }
   Response fault(int status, const std::string& detail) override {
     return secured(problemResponse(status, detail));
   }
@@ -86,37 +85,32 @@ private:
 
   /// nullptr: there is none, though there may be a file of the page.
   static const Route* find(const Request& request);
-  static bool isPath(const std::string& path);
+  /// That its path may be asked with; empty where there is no such path.
+  static std::string methodsOf(const Request& request);
 
-  /// Throws Problem. caller becomes known on the way.
-  void check(const Request& request, std::string& caller) {
+  /// Throws Problem. The caller becomes known on the way.
+  void check(Request& request) {
     m_access.checkOrigin(request);
     const Route* route = find(request);
     if (!route) return checkPage(request);
-    if (route->needs == Needs::kNothing) return checkLength(request);
-    caller = nameOf(m_access.require(request));
+    if (route->needs == Needs::kNothing) return checkSmall(request);
+    request.caller = m_access.require(request);
     if (route->needs == Needs::kLeaveToChange && !m_allowsChanges)
       throw Problem(403, "changes are not allowed: the console was started without "
                          "--allow-changes");
   }
   /// Who has not said who he is sends little.
-  static void checkLength(const Request& request) {
-    constexpr std::size_t kMost = 4 << 10;
-    const std::string length = request.header("content-length");
-    if (!request.header("transfer-encoding").empty() ||
-        std::strtoull(length.c_str(), nullptr, 10) > kMost)
-      throw Problem(413, "the body is too long");
+  static void checkSmall(const Request& request) {
+    if (request.mostBody > kSmallBody) throw Problem(413, "the body is too long");
   }
   static void checkPage(const Request& request) {
-    const bool isFile = fileOf(request) != nullptr;
-    if (isPath(request.path) || (isFile && !request.isRead()))
+    if (methodsOf(request).empty()) throw Problem(404, "there is no " + request.path);
+    if (!fileOf(request) || !request.isRead())
       throw Problem(405, request.path + " cannot be asked this way");
-    if (!isFile) throw Problem(404, "there is no " + request.path);
   }
 
-  Response finish(const Request& request, const std::string& caller, Response response) const {
-    if (!request.isRead() && request.path != "/api/v1/session")
-      logChange(request, caller, response);
+  Response finish(const Request& request, Response response) const {
+    if (!request.isRead() && request.path != "/api/v1/session") logChange(request, response);
     return secured(std::move(response));
   }
   static Response secured(Response response) {
@@ -156,7 +150,7 @@ private:
     return jsonResponse({{"version", version()},
                          {"allow_changes", m_allowsChanges},
                          {"needs_token", m_access.needsToken()},
-                         {"signed_in", m_access.callerOf(request) != Access::Caller::kNobody}});
+                         {"signed_in", m_access.callerOf(request) != Caller::kNobody}});
   }
   Response signIn(const Request& request) {
     const Json body = bodyOf(request);
@@ -190,7 +184,7 @@ private:
   Response events(const Request& request) {
     Response response{200, "text/event-stream", ""};
     if (!request.isRead() || request.method == "HEAD") return response;
-    const bool mayEnd = m_access.callerOf(request) == Access::Caller::kSession;
+    const bool mayEnd = request.caller == Caller::kSession;
     response.stream = [this, request, mayEnd, slot = m_streams.take()](Output& output) {
       auto snapshot = m_observer->snapshot();
       const Observer::Stream stream(*m_observer);
@@ -201,7 +195,7 @@ private:
           next = m_observer->waitForOther(snapshot->number, 500ms);
         }
         snapshot = std::move(next);
-        if (mayEnd && m_access.callerOf(request) == Access::Caller::kNobody) return true;
+        if (mayEnd && m_access.callerOf(request) == Caller::kNobody) return true;
       }
       return false;
     };
@@ -257,9 +251,15 @@ const Console::Route* Console::find(const Request& request) {
   return nullptr;
 }
 
-bool Console::isPath(const std::string& path) {
-  return std::any_of(std::begin(kRoutes), std::end(kRoutes),
-                     [&](const Route& route) { return route.path == path; });
+std::string Console::methodsOf(const Request& request) {
+  constexpr const char* kReads = "GET, HEAD";
+  if (fileOf(request)) return kReads;
+  std::string methods;
+  for (const Route& route : kRoutes)
+    if (route.path == request.path)
+      methods += (methods.empty() ? "" : ", ") +
+                 std::string(route.method == std::string_view("GET") ? kReads : route.method);
+  return methods;
 }
 
 sigset_t endSignals() {
@@ -278,6 +278,12 @@ void raiseFileLimit() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+/// What is large goes back to the system when it is freed: else as much is kept as once was.
+void keepNoLargeMemory() {
+  constexpr int kLarge = 128 << 10;
+  ::mallopt(M_MMAP_THRESHOLD, kLarge);
+}
+
 } // namespace
 
 int serve(const Options& options) {
@@ -285,6 +291,7 @@ int serve(const Options& options) {
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   raiseFileLimit();
+  keepNoLargeMemory();
   Console console(options);
   HttpServer server(options.address, console);
   console.listensOn(server.port());

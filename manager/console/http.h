@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,13 +12,17 @@
 /// What the console's parts know of HTTP.
 namespace bxm::console {
 
+/// Who asks: without a token everybody is anybody.
+enum class Caller { kNobody, kAnybody, kToken, kSession };
+
 struct Request {
   std::string method, path;
-  std::string target; ///< path and query as they were sent
   std::multimap<std::string, std::string> query;
   std::map<std::string, std::string> headers; ///< by their names in lower case; no name twice
   std::string peer;                           ///< the address that it came from
-  std::string body;
+  std::size_t mostBody = 0;                   ///< bytes, as its head says
+  std::string body{};
+  Caller caller = Caller::kNobody; ///< where that had to be known
 
   bool isRead() const { return method == "GET" || method == "HEAD"; }
   /// Empty where there is none.
@@ -48,6 +53,8 @@ struct Response {
   /// Writes the body piece by piece instead; false: it ends before it is whole, which the client
   /// can tell.
   std::function<bool(Output&)> stream{};
+  /// Kept until it is written, or the client is gone.
+  std::shared_ptr<void> slot{};
 };
 
 /// Answers requests, several at a time. Must not throw.
@@ -55,8 +62,11 @@ class RequestHandler {
 public:
   virtual ~RequestHandler() = default;
   /// Of a request whose body has not been read: what it is answered with instead of reading on.
-  virtual std::optional<Response> refuse(const Request& request) = 0;
+  /// Learns its caller.
+  virtual std::optional<Response> refuse(Request& request) = 0;
   virtual Response answer(const Request& request) = 0;
+  /// Of one that was not refused, and whose body cannot be had.
+  virtual Response fault(const Request& request, int status, const std::string& detail) = 0;
   /// For what is no request.
   virtual Response fault(int status, const std::string& detail) = 0;
 };

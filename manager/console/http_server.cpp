@@ -21,7 +21,7 @@ namespace bxm::console {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr std::size_t kMostConnections = 512, kMostRequests = 100, kMostBodies = 16;
+constexpr std::size_t kMostConnections = 512, kMostRequests = 100, kMostLargeBodies = 16;
 constexpr std::size_t kStack =
     1 << 20; ///< of a connection's thread; the rest of it is never touched
 
@@ -94,7 +94,9 @@ bool runApart(std::function<void()> body) {
 struct Current {
   ClientStream* client = nullptr;
   const RequestHead* head = nullptr;
-  std::shared_ptr<void> body{}; ///< the right to have one in memory
+  std::optional<Request> request{}; ///< whose body is to be read
+  std::shared_ptr<void> body{};     ///< the right to have a large one in memory
+  std::shared_ptr<void> response{}; ///< the same
 };
 thread_local Current current;
 
@@ -117,20 +119,21 @@ public:
     });
     const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
       if (request.body.size() > kMostBody)
-        return fill(response, m_handler.fault(413, "the body is too long"));
-      Request whole = requestOf(request);
-      whole.body = request.body;
-      fill(response, m_handler.answer(whole));
+        return fill(response, m_handler.fault(*current.request, 413, "the body is too long"));
+      current.request->body = request.body;
+      fill(response, m_handler.answer(*current.request));
     };
     Post(".*", answer).Patch(".*", answer).Delete(".*", answer);
-    set_error_handler(HandlerWithResponse([this](const httplib::Request&,
-                                                 httplib::Response& response) {
-      if (!response.body.empty()) return HandlerResponse::Unhandled;
-      const bool isLong = response.status == 413 || current.client->exceededBody();
-      fill(response, m_handler.fault(isLong ? 413 : response.status,
-                                     isLong ? "the body is too long" : "the body is malformed"));
-      return HandlerResponse::Handled;
-    }));
+    set_error_handler(
+        HandlerWithResponse([this](const httplib::Request&, httplib::Response& response) {
+          if (!response.body.empty()) return HandlerResponse::Unhandled;
+          const bool isLong = response.status == 413 || current.client->exceededBody();
+          const int status = isLong ? 413 : response.status;
+          const char* detail = isLong ? "the body is too long" : "the body is malformed";
+          fill(response, current.request ? m_handler.fault(*current.request, status, detail)
+                                         : m_handler.fault(status, detail));
+          return HandlerResponse::Handled;
+        }));
     // The library's own tells the client what was thrown.
     set_exception_handler(
         [this](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
@@ -198,7 +201,8 @@ private:
     m_ended.notify_all(); // under the lock: behind it this object may be gone
   }
 
-  std::chrono::milliseconds headLimit() {
+  /// For a head, or a small body.
+  std::chrono::milliseconds shortLimit() {
     const std::lock_guard lock(m_mutex);
     return m_sockets.size() > kMostConnections * 3 / 4 ? 1s : 5s;
   }
@@ -207,7 +211,7 @@ private:
     ClientStream client(socket, m_isStopping);
     LibraryStream stream(client, socket);
     for (std::size_t count = 1; count <= kMostRequests; ++count) {
-      const auto limit = headLimit();
+      const auto limit = shortLimit();
       switch (client.readHead(limit, limit)) {
       case ClientStream::Head::kEnded: return;
       case ClientStream::Head::kLate: return refuse(client, stream, 408, "the request is too slow");
@@ -227,7 +231,8 @@ private:
   /// Whether another request may follow.
   bool serveOne(ClientStream& client, LibraryStream& stream, const RequestHead& head, bool isLast) {
     client.replaceHead(head.text);
-    client.limitBody(30s, kMostBody + kMostBody / 8); // chunks have heads of their own
+    client.limitBody(head.mostBody > kSmallBody ? 30s : shortLimit(),
+                     kMostBody + kMostBody / 8); // chunks have heads of their own
     current = {&client, &head};
     bool closes = false;
     const bool isFine = process_request(stream, isLast, closes, nullptr);
@@ -247,33 +252,32 @@ private:
   }
 
   HandlerResponse answerHead(const httplib::Request& asked, httplib::Response& response) {
-    const Request request = requestOf(asked);
+    Request request = requestOf(asked);
     if (const auto refusal = m_handler.refuse(request))
       fill(response, *refusal);
     else if (request.isRead())
       fill(response, m_handler.answer(request));
-    else if (!(current.body = m_bodies.tryTake()))
-      fill(response, m_handler.fault(429, "too many requests with a body at once"));
+    else if (request.mostBody > kMostBody)
+      fill(response, m_handler.fault(request, 413, "the body is too long"));
+    else if (request.mostBody > kSmallBody && !(current.body = m_largeBodies.tryTake()))
+      fill(response, m_handler.fault(request, 429, "too many requests with a large body at once"));
     else
-      return HandlerResponse::Unhandled;
+      return current.request = std::move(request), HandlerResponse::Unhandled;
     return HandlerResponse::Handled;
   }
 
   static Request requestOf(const httplib::Request& request) {
-    return {request.method,
-            request.path,
-            request.target,
-            {request.params.begin(), request.params.end()},
-            current.head->headers,
-            request.remote_addr,
-            ""};
+    return {
+        request.method,        request.path,        {request.params.begin(), request.params.end()},
+        current.head->headers, request.remote_addr, current.head->mostBody};
   }
 
-  static void fill(httplib::Response& response, const Response& answer) {
+  static void fill(httplib::Response& response, Response answer) {
+    current.response = std::move(answer.slot);
     response.status = answer.status;
     for (const auto& [name, value] : answer.headers) response.set_header(name, value);
     if (!answer.stream) {
-      response.body = answer.body;
+      response.body = std::move(answer.body);
       if (!answer.type.empty()) response.set_header("Content-Type", answer.type);
       return;
     }
@@ -294,7 +298,7 @@ private:
   int m_port = -1;
   std::thread m_listener;
   std::atomic<bool> m_isStopping{false};
-  Slots m_bodies{kMostBodies, "bodies"};
+  Slots m_largeBodies{kMostLargeBodies, "large bodies"};
   std::mutex m_mutex;
   std::condition_variable m_ended;
   std::set<int> m_sockets;

@@ -22,7 +22,7 @@ std::string urlHostOf(const std::string& host);
 ///
 ///   connections at a time   512, further ones are closed at once; a thread each
 ///   a request's head        5 seconds (1 when three quarters of the connections are taken), 32 KiB
-///   its body                30 seconds, 8 MiB; 16 bodies at a time
+///   its body                4 KiB: as its head; else 30 seconds, 8 MiB, 16 such bodies at a time
 ///   a response              a client that takes nothing for 10 seconds is dropped
 ///   between requests        5 seconds, at most 100 requests a connection
 ///

@@ -19,6 +19,7 @@ const char* titleOf(int status) {
   case 414: return "URI Too Long";
   case 429: return "Too Many Requests";
   case 431: return "Request Header Fields Too Large";
+  case 501: return "Not Implemented";
   case 503: return "Service Unavailable";
   default: return "Internal Server Error";
   }

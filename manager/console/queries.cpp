@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kLongestWalk = std::chrono::seconds(20);
-constexpr std::size_t kPiece = 64 << 10; ///< of a download
+constexpr std::size_t kPiece = 64 << 10; ///< that costs little memory
 
 std::uint64_t numberOf(const Request& request, const char* name, std::uint64_t otherwise,
                        std::uint64_t most) {
@@ -124,12 +124,22 @@ Response Queries::message(const Request& request) {
   const Place place = placeOf(request);
   const auto id = request.parameter("id");
   if (!id) throw Problem(400, "the parameter 'id' is missing");
-  const auto slot = m_walks.take();
+  const std::uint64_t offset = numberOf(request, "offset", 0, kMostOffset + kMostCount);
+  const auto slot = m_wholes.take();
   Walk walk(m_observer, place);
-  while (walk.next())
-    if (identifierOf(walk.queue.stored()) == *id)
-      return jsonResponse(jsonOf(walk.queue.priority(), walk.queue.stored()));
-  throw Problem(404, "there is no such message on queue " + place.queue + " any more");
+  Json found;
+  bool isThere = false; // else the nearest before it: by now it may have moved up
+  for (std::uint64_t row = 0; !isThere && walk.next(); ++row)
+    if (identifierOf(walk.queue.stored()) == *id) {
+      found = jsonOf(walk.queue.priority(), walk.queue.stored());
+      isThere = row >= offset;
+    }
+  if (found.is_null())
+    throw Problem(404, "there is no such message on queue " + place.queue + " any more");
+  Response response = jsonResponse(found);
+  // Many slow clients may have a small one each, and keep nobody from another.
+  if (response.body.size() > kPiece) response.slot = slot;
+  return response;
 }
 
 /// Connected as long as the client reads.

@@ -22,7 +22,8 @@ public:
 
 private:
   Observer& m_observer;
-  Slots m_walks{8, "walks through queues"}, m_downloads{4, "downloads"};
+  Slots m_walks{8, "walks through queues"}, m_wholes{8, "whole messages"},
+      m_downloads{4, "downloads"};
 };
 
 Json definitionOf(const QueueDefinition& definition);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace bxm::console {
 
@@ -15,6 +16,13 @@ bool isToken(std::string_view word) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
            kOthers.find(c) != std::string_view::npos;
   });
+}
+
+/// That the library knows: it calls any other malformed.
+bool isMethod(std::string_view word) {
+  constexpr std::string_view kMethods[] = {"GET",    "HEAD",    "POST",    "PUT",  "PATCH",
+                                           "DELETE", "CONNECT", "OPTIONS", "TRACE"};
+  return std::find(std::begin(kMethods), std::end(kMethods), word) != std::end(kMethods);
 }
 
 bool isPrintable(char c) { return c > ' ' && c < '\x7F'; }
@@ -74,25 +82,26 @@ const char* readHeader(std::string_view line, RequestHead& head) {
   return nullptr;
 }
 
-/// Answers what the body's length says; nothing where it is fine.
-RequestHead checkBody(const RequestHead& head) {
+/// Answers what is wrong with what the head says of the body; nothing where it is fine.
+RequestHead readBodySize(RequestHead& head) {
   const auto length = head.headers.find("content-length");
   const auto coding = head.headers.find("transfer-encoding");
   const bool hasLength = length != head.headers.end(), isCoded = coding != head.headers.end();
   if (hasLength && isCoded) return refused(400, "the body has two lengths");
   if (isCoded && lower(coding->second) != "chunked")
     return refused(400, "this transfer encoding is not known");
-  std::size_t bytes = 0;
+  std::size_t bytes = isCoded ? kMostBody : 0;
   if (hasLength) {
     const std::string& text = length->second;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
-    if (error == std::errc::result_out_of_range) return refused(413, "the body is too long");
-    if (error != std::errc() || end != text.data() + text.size() || text[0] == '-')
+    const bool isHuge = error == std::errc::result_out_of_range;
+    if ((error != std::errc() && !isHuge) || end != text.data() + text.size())
       return refused(400, "the length is no number");
-    if (bytes > kMostBody) return refused(413, "the body is too long");
+    if (isHuge) bytes = std::numeric_limits<std::size_t>::max();
   }
-  if ((head.method == "GET" || head.method == "HEAD") && (isCoded || bytes > 0))
+  if ((head.method == "GET" || head.method == "HEAD") && bytes > 0)
     return refused(400, "a body is out of place");
+  head.mostBody = bytes;
   return {};
 }
 
@@ -104,6 +113,7 @@ RequestHead parseHead(std::string_view text) {
   const std::string_view requestLine = text.substr(0, at);
   if (requestLine.size() > kMostTarget) return refused(414, "the request line is too long");
   if (const char* fault = readRequestLine(requestLine, head)) return refused(400, fault);
+  if (!isMethod(head.method)) return refused(501, "this method is not known");
   for (at += kEnd.size(); text.substr(at, 2) != kEnd;) {
     const std::size_t end = text.find(kEnd, at);
     if (const char* fault = readHeader(text.substr(at, end - at), head)) return refused(400, fault);
@@ -111,7 +121,7 @@ RequestHead parseHead(std::string_view text) {
     at = end + kEnd.size();
   }
   if (!head.headers.contains("host")) return refused(400, "there is no Host");
-  if (const RequestHead fault = checkBody(head); fault.isRefused()) return fault;
+  if (const RequestHead fault = readBodySize(head); fault.isRefused()) return fault;
   head.text = requestLine;
   head.text += kEnd;
   for (const char* name : {"connection", "transfer-encoding", "content-length"})

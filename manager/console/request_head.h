@@ -15,7 +15,8 @@ struct RequestHead {
   /// The head for the library: without what it would do on its own (ranges, compression, waiting
   /// for an approval), and always with a length where a body may follow.
   std::string text;
-  int status = 0; ///< what to answer where it is refused
+  std::size_t mostBody = 0; ///< bytes that it may have, as far as the head says; may be too many
+  int status = 0;           ///< what to answer where it is refused
   const char* fault = "";
 
   bool isRefused() const { return status != 0; }
@@ -23,6 +24,7 @@ struct RequestHead {
 
 constexpr std::size_t kMostHead = 32 << 10, kMostHeaders = 100, kMostTarget = 4 << 10;
 constexpr std::size_t kMostBody = 8 << 20;
+constexpr std::size_t kSmallBody = 4 << 10; ///< costs next to nothing
 
 /// text: with the empty line at its end.
 RequestHead parseHead(std::string_view text);

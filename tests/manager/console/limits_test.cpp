@@ -42,7 +42,7 @@ TEST_F(ConsoleLimits, MalformedRequestsAreRefused) {
            {"GET / HTTP/1.1\r\n" + host + "Range: bytes=" + std::string(20000, '1') +
                 "\r\nConnection: close\r\n\r\n",
             200},
-           {"BREW / HTTP/1.1\r\n" + host + "\r\n", 400},
+           {"BREW / HTTP/1.1\r\n" + host + "\r\n", 501},
            {"OPTIONS * HTTP/1.1\r\n" + host + "\r\n", 400},
            {"OPTIONS / HTTP/1.1\r\n" + host + "\r\n", 403},
            {post + "Content-Length: -1\r\n\r\n", 400},
@@ -63,6 +63,7 @@ TEST_F(ConsoleLimits, MalformedRequestsAreRefused) {
   std::string chunks = post + "Transfer-Encoding: chunked\r\n\r\n";
   for (int i = 0; i < 10; ++i) chunks += "100000\r\n" + std::string(1 << 20, ' ') + "\r\n";
   EXPECT_EQ(ask(chunks + "0\r\n\r\n").status, 413);
+  EXPECT_THAT(console->err(), HasSubstr("queue=JOBS: 413 refused, the body is too long"));
   // What follows a change is never taken for a request, nor a body for one.
   const std::string second = "GET /healthz HTTP/1.1\r\n" + host + "\r\n";
   EXPECT_EQ(ask(post + "Content-Length: 2\r\n\r\n{}" + second).body.find("HTTP/1.1 200"),
@@ -118,15 +119,28 @@ TEST_F(ConsoleLimits, SlowClientsHoldUpNobodyAndAreDropped) {
   const auto begin = Clock::now();
   Client half(port), silent(port);
   half.send("GET / HTTP/1.1\r\nHost: lo");
-  std::vector<std::unique_ptr<Client>> streams;
-  for (int i = 0; i < 301; ++i) {
-    streams.push_back(std::make_unique<Client>(port));
-    streams.back()->send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
-  }
+  std::vector<std::unique_ptr<Client>> slow;
+  const auto open = [&](int count, const std::string& request, const std::string& headers) {
+    const std::string head = request + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n";
+    for (; count > 0; --count) slow.emplace_back(std::make_unique<Client>(port))->send(head);
+  };
+  const std::string messages = "/api/v1/messages"s + kJobs;
+  open(16, "POST /api/v1/session", kChange + "Content-Length: 9\r\n"s);
+  const std::string large = R"({"text":")" + std::string(4'000'000, 'x') + "\"}",
+                    id = change("POST", messages, large).json().value("id", ""),
+                    whole = "/api/v1/message"s + kJobs + "&id=" + id;
+  open(16, "POST " + messages, kChange + "Content-Length: 5000\r\n"s);
+  open(8, "GET " + whole, "");
+  open(301, "GET /api/v1/events", "");
   EXPECT_TRUE(support::eventually([this] {
     return get("/metrics").body.find("bxm_console_streams 300\n") != std::string::npos;
   }));
   EXPECT_EQ(get("/api/v1/events").status, 429);
+  EXPECT_THAT(get(whole), Says(429, "whole messages"));
+  EXPECT_EQ(get(messages).status, 200);
+  EXPECT_EQ(change("POST", messages, R"({"text":"a"})").status, 201);
+  EXPECT_THAT(change("POST", messages, std::string(5000, ' ')), Says(429, "large body"));
+  EXPECT_THAT(console->err(), HasSubstr("queue=JOBS: 429 refused, too many"));
   expectHealthy();
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
   EXPECT_THAT(Answer(half.rest()), Says(408, "too slow"));

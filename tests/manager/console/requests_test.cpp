@@ -100,6 +100,11 @@ TEST_P(ConsoleRequestsOnBoth, TellWhatIsOnTheQueues) {
                            "bxm_queue_max_depth_messages{manager=\"ORDERS\",queue=\"A.FULL\"} 0\n",
                            "# TYPE bxm_queue_gets_total counter\n", "bxm_console_streams 0\n"})
     EXPECT_THAT(metrics, HasSubstr(line));
+  const std::string twice = "000102030405060708090a0b0c0d0e0f1011121314151617";
+  EXPECT_EQ(import(R"({"text":"again","id":")" + twice + "\"}"), 0);
+  for (const auto& [offset, text] :
+       std::map<std::string, std::string>{{"2", "bm8g"}, {"3", "again"}, {"5", "again"}})
+    EXPECT_THAT(get(at("message") + "&id=" + twice + "&offset=" + offset), Says(200, text));
   EXPECT_EQ(ended(SIGINT).status, 0);
 }
 
@@ -120,7 +125,8 @@ TEST_P(ConsoleRequestsOnBoth, ChangeQueuesAsTheCommandsDo) {
   EXPECT_EQ(shown("JOBS"), "two\neins\nthree\n");
   EXPECT_THAT(bxadm({"export", "JOBS"}).out,
               AllOf(HasSubstr("expires"), HasSubstr("\"persistent\":false")));
-  EXPECT_THAT(change("POST", at("move"), R"({"to":"B","matching":"ein"})"),
+  EXPECT_THAT(change("POST", "/api/v1/move?x=" + std::string(200, 'x') + "&" + &kJobs[1],
+                     R"({"to":"B","matching":"ein")" + std::string(70'000, ' ') + "}"),
               Says(200, "{\"moved\":1}"));
   EXPECT_THAT(change("POST", at("move"), R"({"to":"B"})"),
               Says(409, "holds 2 messages; moved before that: 1"));
@@ -128,9 +134,11 @@ TEST_P(ConsoleRequestsOnBoth, ChangeQueuesAsTheCommandsDo) {
   EXPECT_THAT(change("POST", at("purge"), R"({"confirm":"JOBS"})"), Says(200, "{\"purged\":1}"));
   EXPECT_THAT(change("DELETE", at("queue"), R"({"confirm":"JOBS"})"), Says(200, "JOBS"));
   EXPECT_EQ(done({"queue", "list"}).find("JOBS"), std::string::npos);
-  EXPECT_THAT(console->err(), AllOf(HasSubstr(" 127.0.0.1 anybody POST /api/v1/purge?manager=ORDERS"
-                                              "&queue=JOBS confirm=JOBS: 200 done\n"),
-                                    HasSubstr("text=... priority=1: 201"), Not(HasSubstr("eins"))));
+  EXPECT_THAT(console->err(),
+              AllOf(HasSubstr(" 127.0.0.1 anybody POST /api/v1/purge?manager=ORDERS"
+                              "&queue=JOBS confirm=JOBS: 200 done\n"),
+                    HasSubstr("move?manager=ORDERS&queue=JOBS to=B matching=ein: 2"),
+                    HasSubstr("text=... priority=1: 201"), Not(HasSubstr("eins"))));
 }
 
 TEST_P(ConsoleRequestsOnBoth, AreRefusedWithAReason) {
@@ -154,7 +162,7 @@ TEST_P(ConsoleRequestsOnBoth, AreRefusedWithAReason) {
             "to 100000"},
            {"GET", "/api/v1/messages?manager=ORDERS&queue=JOBS&count=-1", "", 400, "to 200"},
            {"GET", "/api/v1/message?manager=ORDERS&queue=JOBS&id=0", "", 404, "no such message"},
-           {"PUT", "/api/v1/figures", "{}", 405, "cannot be asked this way"},
+           {"PUT", "/api/v1/queue", "{}", 405, "Allow: GET, HEAD, PATCH, DELETE\r\n"},
            {"POST", "/", "{}", 405, "cannot be asked this way"},
            {"POST", messages.c_str(), "", 400, "no JSON object"},
            {"POST", messages.c_str(), "{]", 400, "no JSON object"},

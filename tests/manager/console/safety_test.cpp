@@ -28,7 +28,8 @@ TEST_F(ConsoleSafety, NoPageOfElsewhereReachesIt) {
     return ask("GET /api/v1/figures HTTP/1.1\r\nConnection: close\r\nHost: " + host + "\r\n\r\n")
         .status;
   };
-  for (const char* host : {"localhost", "127.0.0.1"}) EXPECT_EQ(withHost(host), 200) << host;
+  for (const char* host : {"localhost", "LocalHost", "127.0.0.1"})
+    EXPECT_EQ(withHost(host), 200) << host;
   EXPECT_EQ(withHost("localhost:" + port_), 200);
   for (const char* host : {"evil.example", "127.0.0.1.evil.example", "localhost.evil.example:80",
                            "0.0.0.0", "", "[::1]", "127.0.0.2"})
@@ -78,7 +79,7 @@ TEST_F(ConsoleSafety, ChangesNothingUnlessItMay) {
 
 TEST_F(ConsoleSafety, WithATokenOnlyWhoKnowsItSeesAnything) {
   serveWithToken();
-  const std::string bearer = "Authorization: Bearer " + kToken + "\r\n";
+  const std::string bearer = "Authorization: bearer " + kToken + "\r\n";
   for (const char* path : {"/metrics", "/api/v1/figures", "/api/v1/events", "/api/v1/history",
                            "/api/v1/queue", "/api/v1/messages", "/api/v1/export"})
     EXPECT_THAT(get(path), Says(401, "WWW-Authenticate: Bearer")) << path;
@@ -98,7 +99,7 @@ TEST_F(ConsoleSafety, WithATokenOnlyWhoKnowsItSeesAnything) {
   EXPECT_THAT(cookie, AllOf(HasSubstr("HttpOnly"), HasSubstr("SameSite=Strict"),
                             HasSubstr("Max-Age=43200")));
   const std::string session = "Cookie: other=1; " + cookie.substr(0, cookie.find(';')) + "\r\n";
-  EXPECT_EQ(get("/api/v1/figures", session).status, 200);
+  EXPECT_EQ(get("/api/v1/figures", "Authorization: Basic eDp5\r\n" + session).status, 200);
   EXPECT_EQ(get("/api/v1/console", session).json()["signed_in"], true);
   Client stream(port);
   stream
@@ -116,6 +117,7 @@ TEST_F(ConsoleSafety, WithATokenOnlyWhoKnowsItSeesAnything) {
   EXPECT_GE(guesses[401], 1);
   EXPECT_GE(guesses[429], 5);
   EXPECT_EQ(guesses[401] + guesses[429], 20);
+  EXPECT_EQ(get("/healthz", "Authorization: Bearer wrong\r\n").status, 200);
   Client other(port, INADDR_LOOPBACK + 1); // is not kept out by whoever guesses here
   other.send("GET /metrics HTTP/1.1\r\nHost: any\r\nConnection: close\r\n" + bearer + "\r\n");
   EXPECT_EQ(Answer(other.rest()).status, 200);
