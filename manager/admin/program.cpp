@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <unistd.h>
 
 namespace bxm::admin {
@@ -69,11 +70,7 @@ CLI::Option* addCount(CLI::App& command, const std::string& name, std::uint64_t&
                       const std::string& what) {
   return command.add_option(name, count, what)
       ->type_name("COUNT")
-      ->check([](const std::string& text) {
-        return text.find_first_not_of("0123456789") == std::string::npos
-                   ? std::string()
-                   : "'" + text + "' is no number from 0 on";
-      });
+      ->transform(decimal<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()));
 }
 
 CLI::Option* addChoice(CLI::App& command, const std::string& name,
