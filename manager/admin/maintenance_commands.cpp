@@ -11,7 +11,7 @@ namespace bxm::admin {
 namespace {
 
 void printLines(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) std::puts(line.c_str());
+  for (const std::string& line : lines) std::puts(printable(line).c_str());
 }
 
 struct Check {

@@ -1,6 +1,7 @@
 #include "manager/admin/program.h"
 
-#include <algorithm>
+#include "manager/admin/report.h"
+
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -45,11 +46,6 @@ std::string usageOf(const CLI::App& command) {
       others = true;
   }
   return wordsOf(command) + (others ? " [OPTIONS]" : "") + options + words + choicesOf(command);
-}
-
-std::string oneLine(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
 }
 
 } // namespace
@@ -103,14 +99,14 @@ int runProgram(CLI::App& program, int count, char** values) {
     const CLI::App& command = innermost(program);
     const auto unknown = command.remaining();
     const bool isUnknown = !unknown.empty() && !command.get_subcommands({}).empty();
-    std::fprintf(stderr, "%s: %s; usage: %s\n", wordsOf(command).c_str(),
-                 isUnknown ? ("there is no command " + unknown.front()).c_str()
-                           : oneLine(error.what()).c_str(),
-                 usageOf(command).c_str());
+    std::fprintf(
+        stderr, "%s: %s; usage: %s\n", wordsOf(command).c_str(),
+        printable(isUnknown ? "there is no command " + unknown.front() : error.what()).c_str(),
+        usageOf(command).c_str());
     return 2;
   } catch (const std::exception& error) {
     std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), oneLine(error.what()).c_str());
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), printable(error.what()).c_str());
     return 1;
   }
   std::cout.flush();
