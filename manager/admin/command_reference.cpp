@@ -269,12 +269,12 @@ void writeBashCompletion(const CLI::App& program, std::ostream& out) {
     const std::string key = "\n    ['" + path + " ']='";
     std::vector<std::string> commands, names, kinds;
     for (const CLI::App* command : commandsOf(app)) commands.push_back(command->get_name());
-    for (const CLI::Option* option : optionsBehind(app))
-      for (const std::string& name : namesOf(*option)) {
-        names.push_back(name);
+    for (const CLI::Option* option : optionsBehind(app)) {
+      names.push_back(joined(namesOf(*option), "|"));
+      for (const std::string& name : namesOf(*option))
         if (takesValue(*option))
           values += "\n    ['" + path + " " + name + "']='" + kindOf(*option) + "'";
-      }
+    }
     for (const CLI::Option* option : positionalsOf(app)) kinds.push_back(kindOf(*option));
     if (!commands.empty()) words += key + joined(commands, " ") + "'";
     if (!names.empty()) options += key + joined(names, " ") + "'";
