@@ -49,9 +49,8 @@ void declareDelete(CLI::App& command, Delete& deletion) {
 
 int remove(const Delete& deletion) {
   expectAnswer(deletion.force);
-  if (!deletion.force &&
-      !isConfirmed("Delete queue manager " + deletion.manager + " with all its queues?"))
-    return 1;
+  if (!deletion.force)
+    expectConfirmed("Delete queue manager " + deletion.manager + " with all its queues?");
   deleteManager(deletion.manager);
   fmt::print("Queue manager {} deleted.\n", deletion.manager);
   return 0;

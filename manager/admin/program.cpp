@@ -120,11 +120,12 @@ void expectAnswer(bool force) {
     throw CLI::ValidationError("--force is needed where nobody can be asked");
 }
 
-bool isConfirmed(const std::string& question) {
+void expectConfirmed(const std::string& question) {
   std::fprintf(stderr, "%s [y/N] ", question.c_str());
   std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
+  if (!std::getline(std::cin, answer)) std::fputc('\n', stderr);
+  if (answer != "y" && answer != "Y" && answer != "yes")
+    throw std::runtime_error("not confirmed; nothing was done");
 }
 
 } // namespace bxm::admin

@@ -64,7 +64,7 @@ int runProgram(CLI::App& program, int count, char** values);
 /// Before something is destroyed without force: throws CLI::ValidationError where nobody can be
 /// asked.
 void expectAnswer(bool force);
-/// True when it is to go on.
-bool isConfirmed(const std::string& question);
+/// Throws where the answer is not that it is to go on.
+void expectConfirmed(const std::string& question);
 
 } // namespace bxm::admin

@@ -172,23 +172,23 @@ void declareDestruction(CLI::App& command, Destruction& destruction) {
 }
 
 /// The depth is looked up only to be asked about.
-bool isConfirmed(const char* verb, const Destruction& destruction) {
+void expectConfirmed(const char* verb, const Destruction& destruction) {
   expectAnswer(destruction.force);
-  if (destruction.force) return true;
+  if (destruction.force) return;
   const auto depth = findLocalQueue(destruction.manager, destruction.queue).depth;
-  return admin::isConfirmed(
+  admin::expectConfirmed(
       fmt::format("{} queue {} with {}?", verb, destruction.queue, counted(depth, "message")));
 }
 
 int remove(const Destruction& deletion) {
-  if (!isConfirmed("Delete", deletion)) return 1;
+  expectConfirmed("Delete", deletion);
   deleteLocalQueue(deletion.manager, deletion.queue);
   fmt::print("Queue {} deleted.\n", deletion.queue);
   return 0;
 }
 
 int purge(const Destruction& purge) {
-  if (!isConfirmed("Purge", purge)) return 1;
+  expectConfirmed("Purge", purge);
   std::uint64_t purged = 0;
   purgeMessages(*catalog().connect(purge.manager), purge.queue,
                 [&](std::uint64_t count) { purged = count; });
