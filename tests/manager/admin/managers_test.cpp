@@ -14,6 +14,7 @@ TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
                              Words{"manager", "create", "A", "B"},
                              Words{"manager", "create", "--frob"},
                              Words{"manager", "list", "A"},
+                             Words{"manager", "default", "A", "--json"},
                              Words{"manager", "alter", "A"},
                              Words{"manager", "alter", "A", "--sync", "sometimes"},
                              Words{"queue", "create"},
@@ -36,7 +37,7 @@ TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
                              Words{"top", "--count", "1", "--interval", "nan"},
                              Words{"export"},
                              Words{"import", "Q", "R"},
-                             Words{"backup"},
+                             Words{"backup", ""},
                              Words{"restore", "B"},
                              Words{"command-server"},
                              Words{"command-server", "restart"}}) {
@@ -68,6 +69,7 @@ TEST_F(Programs, ManagersAreMadeListedAndDeleted) {
   EXPECT_EQ(managers(), "A default ") << "nobody inherits the mark";
   EXPECT_THAT(bxadm({"queue", "list"}), FailsWithOneLine("default"));
   EXPECT_EQ(done({"manager", "create", "A2", "--default"}), "Queue manager A2 created.\n");
+  EXPECT_EQ(done({"manager", "default", "--json"}), "{\n  \"name\": \"A2\"\n}\n");
   EXPECT_EQ(done({"queue", "list"}), "");
 }
 
