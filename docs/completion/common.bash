@@ -1,6 +1,6 @@
 # Completion of the queue manager's programs. A program's own function has set
 #   words        the subcommands of a command ("bxadm queue ", with a blank behind each word)
-#   options      the options of a command
+#   options      the options of a command, with bars between the names of one
 #   after        the options that are left when this one was given
 #   values       what follows an option ("bxadm queue list -m"): MANAGER, QUEUE, SECTION, FILE, FOLDER, NONE, or
 #                the values that there are, with bars between them
@@ -35,12 +35,18 @@ _bxm_kind() {
 
 # _bxm_complete PROGRAM
 _bxm_complete() {
-  local cur=${COMP_WORDS[COMP_CWORD]} path="$1 " kind='' manager='' taken='' word n place=0 offered
-  for ((n = 1; n < ${#COMP_WORDS[@]}; n++)); do
-    [[ ${COMP_WORDS[n]} != @(-m|--manager) ]] || manager=${COMP_WORDS[n + 1]-}
+  local cur=${COMP_WORDS[COMP_CWORD]} path="$1 " kind='' manager='' taken='' word n place=0
+  local offered line=() last
+  [[ $cur != = ]] || cur=''
+  for ((n = 0; n < ${#COMP_WORDS[@]}; n++)); do # bash makes three words of --manager=M
+    ((n != COMP_CWORD)) || last=${#line[@]}
+    [[ ${COMP_WORDS[n]} == = ]] && ((n != COMP_CWORD)) || line+=("${COMP_WORDS[n]}")
   done
-  for ((n = 1; n < COMP_CWORD; n++)); do
-    word=${COMP_WORDS[n]}
+  for ((n = 1; n < ${#line[@]}; n++)); do
+    [[ ${line[n]} != @(-m|--manager) ]] || manager=${line[n + 1]-}
+  done
+  for ((n = 1; n < last; n++)); do
+    word=${line[n]}
     kind=${values[$path$word]-}
     taken+=" $word "
     [[ -z ${after[$word]+set} ]] || offered=${after[$word]}
@@ -53,12 +59,12 @@ _bxm_complete() {
     fi
   done
   COMPREPLY=()
-  if ((n > COMP_CWORD)); then # the last option waits for its value
+  if ((n > last)); then # the last option waits for its value
     :
   elif [[ $cur == -* || -z ${words[$path]-}${positionals[$path]-} ]]; then
     kind=''
     for word in ${offered-${options[$path]-}}; do
-      [[ $taken == *" $word "* ]] || kind+=" $word"
+      [[ $taken == *" ${word%|*} "* || $taken == *" ${word#*|} "* ]] || kind+=" $word"
     done
   else
     local kinds=(${positionals[$path]-})

@@ -129,6 +129,11 @@ void writeHead(const CLI::App& app, const std::string& path, std::ostream& out) 
   out << '\n';
 }
 
+std::string describe(const CLI::Option& option) {
+  const std::string usual = option.get_default_str();
+  return option.get_description() + (usual.empty() ? "" : "; " + usual + " unless told otherwise");
+}
+
 void writeOption(const CLI::Option& option, std::ostream& out) {
   std::vector<std::string> names;
   for (const std::string& name : namesOf(option)) names.push_back("Fl " + name.substr(1));
@@ -136,14 +141,14 @@ void writeOption(const CLI::Option& option, std::ostream& out) {
     out << ".It" << synopsisOf(option) << '\n';
   else
     out << ".It " << joined(names, " , ") << (takesValue(option) ? valueOf(option) : "") << '\n';
-  out << text(option.get_description());
+  out << text(describe(option));
 }
 
 /// By what is told of them, the options with the commands that have them.
 using Uses = std::map<std::string, std::vector<const CLI::Option*>>;
 
 std::string tellingOf(const CLI::Option& option) {
-  return joined(namesOf(option), " ") + ' ' + option.get_description();
+  return joined(namesOf(option), " ") + ' ' + describe(option);
 }
 
 Uses usesIn(const CLI::App& program) {
@@ -264,12 +269,12 @@ void writeBashCompletion(const CLI::App& program, std::ostream& out) {
     const std::string key = "\n    ['" + path + " ']='";
     std::vector<std::string> commands, names, kinds;
     for (const CLI::App* command : commandsOf(app)) commands.push_back(command->get_name());
-    for (const CLI::Option* option : optionsBehind(app))
-      for (const std::string& name : namesOf(*option)) {
-        names.push_back(name);
+    for (const CLI::Option* option : optionsBehind(app)) {
+      names.push_back(joined(namesOf(*option), "|"));
+      for (const std::string& name : namesOf(*option))
         if (takesValue(*option))
           values += "\n    ['" + path + " " + name + "']='" + kindOf(*option) + "'";
-      }
+    }
     for (const CLI::Option* option : positionalsOf(app)) kinds.push_back(kindOf(*option));
     if (!commands.empty()) words += key + joined(commands, " ") + "'";
     if (!names.empty()) options += key + joined(names, " ") + "'";

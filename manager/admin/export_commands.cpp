@@ -48,7 +48,7 @@ int importQueue(const Place& place) {
     ++lineNumber;
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
     try {
-      const JsonMessage message = messageOf(Json::parse(line));
+      const JsonMessage message = messageOf(line);
       import.put(message.priority, message.stored);
     } catch (const std::exception& error) {
       throw std::runtime_error(

@@ -11,7 +11,13 @@ namespace bxm::admin {
 namespace {
 
 void printLines(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) std::puts(line.c_str());
+  for (const std::string& line : lines) std::puts(printable(line).c_str());
+}
+
+void addFolder(CLI::App& command, std::string& folder, const std::string& what) {
+  addWord(command, "FOLDER", folder, what)->check([](const std::string& path) {
+    return path.empty() ? std::string("a folder has a name") : std::string();
+  });
 }
 
 struct Check {
@@ -64,7 +70,7 @@ struct Backup {
 };
 
 void declareBackup(CLI::App& command, Backup& backup) {
-  addWord(command, "FOLDER", backup.target, "Where the copy is made; must not exist");
+  addFolder(command, backup.target, "Where the copy is made; must not exist");
   addManagerOption(command, backup.manager);
 }
 
@@ -80,7 +86,7 @@ struct Restore {
 };
 
 void declareRestore(CLI::App& command, Restore& restore) {
-  addWord(command, "FOLDER", restore.source, "What backup has written");
+  addFolder(command, restore.source, "What backup has written");
   addWord(command, "NAME", restore.manager, "The manager that is made of it");
 }
 

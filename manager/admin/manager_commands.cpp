@@ -49,9 +49,8 @@ void declareDelete(CLI::App& command, Delete& deletion) {
 
 int remove(const Delete& deletion) {
   expectAnswer(deletion.force);
-  if (!deletion.force &&
-      !isConfirmed("Delete queue manager " + deletion.manager + " with all its queues?"))
-    return 1;
+  if (!deletion.force)
+    expectConfirmed("Delete queue manager " + deletion.manager + " with all its queues?");
   deleteManager(deletion.manager);
   fmt::print("Queue manager {} deleted.\n", deletion.manager);
   return 0;
@@ -128,10 +127,13 @@ int alter(const Alter& alter) {
 
 struct Default {
   std::string manager;
+  bool json = false;
 };
 
 void declareDefault(CLI::App& command, Default& choice) {
-  addWord(command, "MANAGER", choice.manager, "Which one it is to be from now on", true);
+  addJsonFlag(command, choice.json);
+  addWord(command, "MANAGER", choice.manager, "Which one it is to be from now on", true)
+      ->excludes(command.get_option("--json"));
 }
 
 int makeDefault(const Default& choice) {
@@ -142,7 +144,10 @@ int makeDefault(const Default& choice) {
   }
   for (const ManagerInfo& manager : listManagers())
     if (manager.isDefault) {
-      fmt::print("{}\n", manager.name);
+      if (choice.json)
+        reportOne({{"name", manager.name}}, true);
+      else
+        fmt::print("{}\n", manager.name);
       return 0;
     }
   throw Failure(BXRC_Q_MGR_NAME_ERROR, "there is no default queue manager");

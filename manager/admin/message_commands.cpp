@@ -29,18 +29,16 @@ void declareBrowse(CLI::App& command, Browse& browse) {
   addJsonFlag(command, browse.json);
 }
 
-/// What a terminal shows of the data: its beginning, without what would move the cursor.
+/// What a terminal shows of the data: its beginning.
 std::string firstOf(std::string_view data) {
   constexpr std::size_t kMost = 40;
   std::string text(data.substr(0, std::min(kMost, data.find('\n'))));
   while (!text.empty() && data.size() > text.size() && !isUtf8(text)) text.pop_back(); // cut within
   if (!isUtf8(text)) return fmt::format("({} bytes)", data.size());
-  for (char& c : text)
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = ' ';
-  return text + (data.size() > text.size() ? "..." : "");
+  return printable(text) + (data.size() > text.size() ? "..." : "");
 }
 
-constexpr const char* kLine = "{:<48}  {:>8}  {:>8}  {:>10}  {:>8}  {}\n";
+constexpr const char* kLine = "{:<48}  {:>8}  {:>8}  {:>10}  {:>10}  {}\n";
 
 int browse(const Browse& browse) {
   const auto session = catalog().connect(browse.manager);

@@ -1,9 +1,11 @@
 #include "manager/admin/program.h"
 
-#include <algorithm>
+#include "manager/admin/report.h"
+
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <unistd.h>
 
 namespace bxm::admin {
@@ -46,11 +48,6 @@ std::string usageOf(const CLI::App& command) {
   return wordsOf(command) + (others ? " [OPTIONS]" : "") + options + words + choicesOf(command);
 }
 
-std::string oneLine(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
-}
-
 } // namespace
 
 CLI::Option* addWord(CLI::App& command, const std::string& kind, std::string& word,
@@ -69,11 +66,7 @@ CLI::Option* addCount(CLI::App& command, const std::string& name, std::uint64_t&
                       const std::string& what) {
   return command.add_option(name, count, what)
       ->type_name("COUNT")
-      ->check([](const std::string& text) {
-        return text.find_first_not_of("0123456789") == std::string::npos
-                   ? std::string()
-                   : "'" + text + "' is no number from 0 on";
-      });
+      ->transform(decimal<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()));
 }
 
 CLI::Option* addChoice(CLI::App& command, const std::string& name,
@@ -106,14 +99,14 @@ int runProgram(CLI::App& program, int count, char** values) {
     const CLI::App& command = innermost(program);
     const auto unknown = command.remaining();
     const bool isUnknown = !unknown.empty() && !command.get_subcommands({}).empty();
-    std::fprintf(stderr, "%s: %s; usage: %s\n", wordsOf(command).c_str(),
-                 isUnknown ? ("there is no command " + unknown.front()).c_str()
-                           : oneLine(error.what()).c_str(),
-                 usageOf(command).c_str());
+    std::fprintf(
+        stderr, "%s: %s; usage: %s\n", wordsOf(command).c_str(),
+        printable(isUnknown ? "there is no command " + unknown.front() : error.what()).c_str(),
+        usageOf(command).c_str());
     return 2;
   } catch (const std::exception& error) {
     std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), oneLine(error.what()).c_str());
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), printable(error.what()).c_str());
     return 1;
   }
   std::cout.flush();
@@ -127,11 +120,12 @@ void expectAnswer(bool force) {
     throw CLI::ValidationError("--force is needed where nobody can be asked");
 }
 
-bool isConfirmed(const std::string& question) {
+void expectConfirmed(const std::string& question) {
   std::fprintf(stderr, "%s [y/N] ", question.c_str());
   std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
+  if (!std::getline(std::cin, answer)) std::fputc('\n', stderr);
+  if (answer != "y" && answer != "Y" && answer != "yes")
+    throw std::runtime_error("not confirmed; nothing was done");
 }
 
 } // namespace bxm::admin

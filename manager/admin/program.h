@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <cstdint>
+#include <fmt/format.h>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,6 +32,21 @@ CLI::Option* addWord(CLI::App& command, const std::string& kind, std::string& wo
                      const std::string& what, bool isOptional = false);
 /// -m: the manager that a command is about; without it the default one.
 void addManagerOption(CLI::App& command, std::string& manager);
+/// A number in decimal: the library alone would take octal and hexadecimal ones, and no digit at
+/// all.
+template <typename Number>
+CLI::Validator decimal(Number least, Number most) {
+  return {[=](std::string& text) {
+            Number number{};
+            const char* const last = text.data() + text.size();
+            const auto [end, fault] = std::from_chars(text.data(), last, number);
+            if (fault != std::errc() || end != last || !(number >= least && number <= most)) // nan
+              return fmt::format("'{}' is no number from {} to {}", text, least, most);
+            text = fmt::format("{}", number); // without zeros before it
+            return std::string();
+          },
+          ""};
+}
 /// An option that takes how many of something.
 CLI::Option* addCount(CLI::App& command, const std::string& name, std::uint64_t& count,
                       const std::string& what);
@@ -47,7 +64,7 @@ int runProgram(CLI::App& program, int count, char** values);
 /// Before something is destroyed without force: throws CLI::ValidationError where nobody can be
 /// asked.
 void expectAnswer(bool force);
-/// True when it is to go on.
-bool isConfirmed(const std::string& question);
+/// Throws where the answer is not that it is to go on.
+void expectConfirmed(const std::string& question);
 
 } // namespace bxm::admin

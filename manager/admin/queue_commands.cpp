@@ -30,14 +30,18 @@ void addSwitch(CLI::App& command, const std::string& name, std::optional<bool>& 
 }
 
 void addSettings(CLI::App& command, QueueSettings& settings) {
-  command.add_option("--max-depth", settings.maxDepth, "How many messages it holds at the most")
-      ->type_name("COUNT");
-  command.add_option("--max-length", settings.maxMessageLength, "How long a message may be")
-      ->type_name("BYTES");
-  command
-      .add_option("--priority", settings.defaultPriority,
-                  "The priority, 0 to 9, of messages that are put without one")
-      ->type_name("PRIORITY");
+  const auto addNumber = [&](const char* name, std::optional<BXLONG>& value, const char* kind,
+                             BXLONG least, BXLONG most, const char* what) {
+    command.add_option(name, value, fmt::format("{}, {} to {}", what, least, most))
+        ->type_name(kind)
+        ->transform(decimal(least, most));
+  };
+  addNumber("--max-depth", settings.maxDepth, "COUNT", 0, kMaxDepthLimit,
+            "How many messages it holds at the most");
+  addNumber("--max-length", settings.maxMessageLength, "BYTES", 1, kMessageLengthLimit,
+            "How long a message may be");
+  addNumber("--priority", settings.defaultPriority, "PRIORITY", 0, BXPRI_MAXIMUM,
+            "The priority of messages that are put without one");
   addSwitch(command, "--persistent", settings.persistent,
             "Whether messages say that they are persistent; all are kept on the disk");
   addSwitch(command, "--inhibit-put", settings.putInhibited, "Whether puts are refused (2051)");
@@ -47,6 +51,16 @@ void addSettings(CLI::App& command, QueueSettings& settings) {
 void declareCreate(CLI::App& command, Definition& definition) {
   addWord(command, "NAME", definition.queue, "1 to 48 characters of A-Z a-z 0-9 . _ / %");
   addSettings(command, definition.settings);
+  const QueueDefinition made;
+  const auto word = [](bool is) { return is ? "yes" : "no"; };
+  for (const auto& [option, value] : std::initializer_list<std::pair<const char*, std::string>>{
+           {"--max-depth", std::to_string(made.maxDepth)},
+           {"--max-length", std::to_string(made.maxMessageLength)},
+           {"--priority", std::to_string(made.defaultPriority)},
+           {"--persistent", word(made.defaultPersistence == BXPER_PERSISTENT)},
+           {"--inhibit-put", word(made.putInhibited)},
+           {"--inhibit-get", word(made.getInhibited)}})
+    command.get_option(option)->default_str(value);
   addManagerOption(command, definition.manager);
 }
 
@@ -158,23 +172,23 @@ void declareDestruction(CLI::App& command, Destruction& destruction) {
 }
 
 /// The depth is looked up only to be asked about.
-bool isConfirmed(const char* verb, const Destruction& destruction) {
+void expectConfirmed(const char* verb, const Destruction& destruction) {
   expectAnswer(destruction.force);
-  if (destruction.force) return true;
+  if (destruction.force) return;
   const auto depth = findLocalQueue(destruction.manager, destruction.queue).depth;
-  return admin::isConfirmed(
+  admin::expectConfirmed(
       fmt::format("{} queue {} with {}?", verb, destruction.queue, counted(depth, "message")));
 }
 
 int remove(const Destruction& deletion) {
-  if (!isConfirmed("Delete", deletion)) return 1;
+  expectConfirmed("Delete", deletion);
   deleteLocalQueue(deletion.manager, deletion.queue);
   fmt::print("Queue {} deleted.\n", deletion.queue);
   return 0;
 }
 
 int purge(const Destruction& purge) {
-  if (!isConfirmed("Purge", purge)) return 1;
+  expectConfirmed("Purge", purge);
   std::uint64_t purged = 0;
   purgeMessages(*catalog().connect(purge.manager), purge.queue,
                 [&](std::uint64_t count) { purged = count; });

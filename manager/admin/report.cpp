@@ -14,7 +14,7 @@ namespace {
 std::string textOf(const Json& value) {
   if (value.is_null()) return "-";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-  return value.is_string() ? value.get<std::string>() : value.dump();
+  return value.is_string() ? printable(value.get<std::string>()) : value.dump();
 }
 
 std::string headOf(const std::string& key) {
@@ -98,6 +98,16 @@ std::string duration(std::int64_t milliseconds) {
   if (time < 2 * kHour) return fmt::format("{} min", time / kMinute);
   if (time < 48 * kHour) return fmt::format("{} h", time / kHour);
   return fmt::format("{} d", time / (24 * kHour));
+}
+
+std::string printable(std::string text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    if (byte == 0xC2 && next >= 0x80 && next < 0xA0) text.replace(i, 2, " ");
+    if (byte < ' ' || byte == 0x7F) text[i] = ' ';
+  }
+  return text;
 }
 
 bool showsColours() {

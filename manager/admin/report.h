@@ -19,6 +19,10 @@ std::string counted(std::uint64_t count, const std::string& thing);
 /// For people: 412 ms, 37 s, 5 min, 3 h, 12 d.
 std::string duration(std::int64_t milliseconds);
 
+/// A text without what would move a terminal's cursor: blanks instead of control characters, C0 and
+/// C1.
+std::string printable(std::string text);
+
 /// Whether standard output is a terminal whose user wants colours.
 bool showsColours();
 

@@ -14,11 +14,11 @@ struct Serve {
 
 void declare(CLI::App& command, Serve& serve) {
   command
-      .add_option(
-          "--listen", serve.listen,
-          "Where it listens, 127.0.0.1:8733 unless told otherwise; port 0 takes a free one, "
-          "anything but a loopback address needs a token")
-      ->type_name("ADDRESS");
+      .add_option("--listen", serve.listen,
+                  "Where it listens; port 0 takes a free one, anything but a loopback address "
+                  "needs a token")
+      ->type_name("ADDRESS")
+      ->capture_default_str();
   command
       .add_option("-m,--manager", serve.managers,
                   "Only this queue manager; may be given several times")

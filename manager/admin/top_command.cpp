@@ -27,9 +27,10 @@ struct Top {
 
 void declare(CLI::App& command, Top& top) {
   addManagerOption(command, top.manager);
-  command.add_option("--interval", top.interval, "How long between two looks")
+  command
+      .add_option("--interval", top.interval, "How many seconds between two looks, 0.1 to 86400")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.1, 86400.0, ""))
+      ->transform(decimal(0.1, 86400.0))
       ->capture_default_str();
   addCount(command, "--count", top.count, "How many looks; 0 goes on for ever")
       ->capture_default_str();

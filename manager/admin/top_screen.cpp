@@ -46,6 +46,10 @@ struct Widths {
   std::size_t name, graph = 0;
 };
 
+std::size_t rowsOfAPage() {
+  return static_cast<std::size_t>(std::max(LINES - kHeadLines - kFootLines, 1));
+}
+
 void line(int at, const std::string& text) {
   ::move(at, 0);
   ::clrtoeol();
@@ -88,8 +92,7 @@ void TopScreen::show(const std::string& manager, std::vector<QueueView> rows) {
   m_manager = manager;
   m_rows = std::move(rows);
   m_fault.clear();
-  sort();
-  draw();
+  arrange();
 }
 
 void TopScreen::showFault(const std::string& text) {
@@ -98,7 +101,10 @@ void TopScreen::showFault(const std::string& text) {
   draw();
 }
 
-void TopScreen::sort() {
+/// Sorted, and scrolled no further than to the last row, then drawn.
+void TopScreen::arrange() {
+  const std::size_t page = rowsOfAPage();
+  m_first = std::min(m_first, m_rows.size() > page ? m_rows.size() - page : 0);
   std::stable_sort(m_rows.begin(), m_rows.end(), [this](const QueueView& a, const QueueView& b) {
     switch (m_order) {
     case 'd': return a.depth > b.depth;
@@ -108,6 +114,7 @@ void TopScreen::sort() {
     default: return a.name < b.name;
     }
   });
+  draw();
 }
 
 void TopScreen::draw() const {
@@ -156,16 +163,14 @@ void TopScreen::drawRows(int height, int width) const {
 }
 
 bool TopScreen::take(int key) {
-  const auto page = static_cast<std::size_t>(std::max(LINES - kHeadLines - kFootLines, 1));
-  const std::size_t last = m_rows.size() > page ? m_rows.size() - page : 0;
   switch (key) {
   case 'q': return false;
   case KEY_DOWN: ++m_first; break;
   case KEY_UP: m_first -= m_first > 0 ? 1 : 0; break;
-  case KEY_NPAGE: m_first += page; break;
-  case KEY_PPAGE: m_first -= std::min(m_first, page); break;
+  case KEY_NPAGE: m_first += rowsOfAPage(); break;
+  case KEY_PPAGE: m_first -= std::min(m_first, rowsOfAPage()); break;
   case KEY_HOME: m_first = 0; break;
-  case KEY_END: m_first = last; break;
+  case KEY_END: m_first = m_rows.size(); break;
   case 'n':
   case 'd':
   case 'p':
@@ -173,9 +178,7 @@ bool TopScreen::take(int key) {
   case 'o': m_order = static_cast<char>(key); break;
   default: break; // also KEY_RESIZE
   }
-  m_first = std::min(m_first, last);
-  sort();
-  draw();
+  arrange();
   return true;
 }
 

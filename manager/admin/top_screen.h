@@ -28,7 +28,7 @@ private:
   TopScreen() = default;
   void draw() const;
   void drawRows(int height, int width) const;
-  void sort();
+  void arrange();
   bool take(int key);
 
   std::string m_manager, m_fault;

@@ -40,13 +40,11 @@ public:
   std::optional<std::int64_t> number(const char* key, std::int64_t least, std::int64_t most) {
     const Json value = take(key);
     if (value.is_null()) return std::nullopt;
-    const bool fits = value.is_number_integer() &&
-                      !(value.is_number_unsigned() &&
-                        value.get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max());
-    if (!fits || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most)
+    const auto fits = wholeNumber(value, least, most);
+    if (!fits)
       throw Problem(400, std::string("'") + key + "' is a whole number from " +
                              std::to_string(least) + " to " + std::to_string(most));
-    return value.get<std::int64_t>();
+    return fits;
   }
   std::optional<BXLONG> attribute(const char* key) {
     constexpr auto kMost = std::numeric_limits<BXLONG>::max(); // the manager knows more

@@ -3,10 +3,20 @@
 #include <chrono>
 #include <cmath>
 #include <fmt/format.h>
+#include <limits>
 
 namespace bxm {
 
 double tenths(double value) { return std::round(value * 10) / 10; }
+
+std::optional<std::int64_t> wholeNumber(const Json& value, std::int64_t least, std::int64_t most) {
+  const bool isWhole = value.is_number_unsigned()
+                           ? value.get<std::uint64_t>() <= std::numeric_limits<std::int64_t>::max()
+                           : value.is_number_integer();
+  if (!isWhole || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most)
+    return std::nullopt;
+  return value.get<std::int64_t>();
+}
 
 /// No longer forms than needed, no surrogates, nothing above 10FFFF.
 bool isUtf8(std::string_view bytes) {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,8 @@ using Json = nlohmann::ordered_json;
 std::string utcTime(std::int64_t milliseconds);
 /// To one digit behind the point.
 double tenths(double value);
+/// None where it is anything else than a whole number of this range.
+std::optional<std::int64_t> wholeNumber(const Json& value, std::int64_t least, std::int64_t most);
 /// Whether JSON can hold the bytes as they are.
 bool isUtf8(std::string_view bytes);
 

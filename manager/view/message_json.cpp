@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <fmt/format.h>
+#include <limits>
 #include <vector>
 
 namespace bxm {
@@ -49,6 +50,31 @@ std::string base64Of(std::string_view bytes) {
       text += k <= count ? kBase64[group >> (18 - 6 * k) & 63] : '=';
   }
   return text;
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+Json parsed(const std::string& text) {
+  try {
+    return Json::parse(text);
+  } catch (const Json::parse_error& fault) {
+    fail("at column " + std::to_string(fault.byte) + " it is not JSON");
+  } catch (const Json::out_of_range&) {
+    fail("a number in it is too large");
+  }
+}
+
+std::string textIn(const char* key, const Json& value) {
+  if (!value.is_string()) fail(fmt::format("'{}' is a text", key));
+  return value.get<std::string>();
+}
+
+BXLONG numberIn(const char* key, const Json& value,
+                BXLONG least = std::numeric_limits<BXLONG>::min(),
+                BXLONG most = std::numeric_limits<BXLONG>::max()) {
+  const auto number = wholeNumber(value, least, most);
+  if (!number) fail(fmt::format("'{}' is a whole number from {} to {}", key, least, most));
+  return static_cast<BXLONG>(*number);
 }
 
 // ---- Fields of the descriptor -------------------------------------------------------------------
@@ -111,12 +137,12 @@ void tell(const Field& field, std::string_view bytes, Json& json) {
 void fill(const Field& field, const Json& value, bool isHex, BXMD& descriptor) {
   char* to = reinterpret_cast<char*>(&descriptor) + field.at;
   if (field.kind == Kind::kNumber) {
-    const auto number = value.get<BXLONG>();
+    const BXLONG number = numberIn(field.key, value);
     std::memcpy(to, &number, sizeof number);
     return;
   }
   const bool isBytes = isHex || field.kind == Kind::kBytes;
-  const auto text = value.get<std::string>();
+  const std::string text = textIn(field.key, value);
   const std::string bytes = isBytes ? bytesOfHex(text) : text;
   if (bytes.size() > field.size || (isBytes && bytes.size() != field.size))
     fail(std::string("'") + field.key + "' has " + std::to_string(field.size) + " bytes");
@@ -127,15 +153,15 @@ void fill(const Field& field, const Json& value, bool isHex, BXMD& descriptor) {
 
 std::int64_t timeOf(const std::string& text) {
   using namespace std::chrono;
-  int y = 0, mo = 0, d = 0, h = 0, mi = 0, s = 0, ms = 0, end = 0;
-  const int count =
-      std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%d.%3dZ%n", &y, &mo, &d, &h, &mi, &s, &ms, &end);
+  int y = 0, mo = 0, d = 0, h = 0, mi = 0, s = 0, ms = 0;
+  std::sscanf(text.c_str(), "%4d-%d-%dT%d:%d:%d.%3dZ", &y, &mo, &d, &h, &mi, &s, &ms);
   const year_month_day date{year(y), month(static_cast<unsigned>(mo)),
                             day(static_cast<unsigned>(d))};
-  if (count != 7 || static_cast<std::size_t>(end) != text.size() || !date.ok())
+  const auto time = sys_days(date) + hours(h) + minutes(mi) + seconds(s) + milliseconds(ms);
+  const std::int64_t told = time.time_since_epoch().count();
+  if (y < 0 || utcTime(told) != text) // what is beyond a month, a day or an hour runs into the next
     fail("'" + text + "' is no time like 2026-11-22T09:30:00.125Z");
-  const auto time = sys_days(date).time_since_epoch() + hours(h) + minutes(mi) + seconds(s);
-  return duration_cast<milliseconds>(time).count() + ms;
+  return told;
 }
 
 } // namespace
@@ -161,7 +187,7 @@ std::string bytesOfBase64(const std::string& text) {
     bits += 6;
     if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8) & 0xFF);
   }
-  if (text.size() % 4 != 0) fail("the data is not base64");
+  if (base64Of(bytes) != text) fail("the data is not base64");
   return bytes;
 }
 
@@ -192,7 +218,8 @@ Json jsonOf(int priority, std::string_view stored) {
   return json;
 }
 
-JsonMessage messageOf(const Json& json) {
+JsonMessage messageOf(const std::string& text) {
+  const Json json = parsed(text);
   if (!json.is_object()) fail("it is not a JSON object");
   BXMD descriptor = kPlain;
   descriptor.version = BXMD_VERSION_2;
@@ -204,30 +231,33 @@ JsonMessage messageOf(const Json& json) {
   for (const auto& [key, value] : json.items()) {
     const bool isHex = key.ends_with("_hex");
     const std::string name = isHex ? key.substr(0, key.size() - 4) : key;
-    const auto field = std::find_if(kFields.begin(), kFields.end(),
-                                    [&](const Field& each) { return name == each.key; });
+    const auto field = std::find_if(kFields.begin(), kFields.end(), [&](const Field& each) {
+      return name == each.key && (!isHex || each.kind == Kind::kText);
+    });
     if (field != kFields.end()) {
+      if (isHex && json.contains(name)) fail(fmt::format("it has both {} and {}", name, key));
       fill(*field, value, isHex, descriptor);
     } else if (key == kId.key) {
       fill(kId, value, false, descriptor);
     } else if (key == "priority") {
-      message.priority = value.get<int>();
+      message.priority = numberIn("priority", value, 0, BXPRI_MAXIMUM);
     } else if (key == "put") {
-      times.put = timeOf(value.get<std::string>());
+      times.put = timeOf(textIn("put", value));
     } else if (key == "expires") {
-      times.expires = timeOf(value.get<std::string>());
+      times.expires = timeOf(textIn("expires", value));
+      if (times.expires <= 0) fail("'expires' is not after 1970 began"); // 0 is never
     } else if (key == "persistent") {
+      if (!value.is_boolean()) fail("'persistent' is true or false");
       descriptor.persistence = value.get<bool>() ? BXPER_PERSISTENT : BXPER_NOT_PERSISTENT;
-    } else if (key == "text") {
-      data = value.get<std::string>();
-    } else if (key == "base64") {
-      data = bytesOfBase64(value.get<std::string>());
+    } else if (key == "text" || key == "base64") {
+      if (data) fail("it has both text and base64");
+      data = textIn(key.c_str(), value);
+      if (key == "base64") data = bytesOfBase64(*data);
     } else {
       fail("'" + key + "' is not known");
     }
   }
   if (!data) fail("it has neither text nor base64");
-  if (message.priority < 0 || message.priority > BXPRI_MAXIMUM) fail("the priority is from 0 to 9");
   if (isZero(descriptor.messageId)) fail("it has no id");
   encodeMessageHeader(descriptor, times, {}, message.stored);
   message.stored += *data;

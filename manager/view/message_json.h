@@ -23,15 +23,16 @@ struct JsonMessage {
   int priority = 0;
   std::string stored;
 };
-/// The same message again. Throws Failure that says what is wrong with it.
-JsonMessage messageOf(const Json& json);
+/// The same message again, from the text of its JSON. Throws Failure that says what is wrong with
+/// it.
+JsonMessage messageOf(const std::string& text);
 
 /// "42584d20..." of a message's identifier.
 std::string identifierOf(std::string_view stored);
 
 /// "ff00" of two bytes.
 std::string hexOf(std::string_view bytes);
-/// Throws Failure where the text is not base64.
+/// Throws Failure where the text is not what base64 makes of bytes.
 std::string bytesOfBase64(const std::string& text);
 
 } // namespace bxm

@@ -62,6 +62,9 @@ TEST_F(Reference, BashCompletesByKind) {
            {"prog queue alter --sync full -m OTHER ''", "queue list -m OTHER"},
            {"prog queue alter Q --manager ''", "manager list"},
            {"prog queue alter Q --sync full --s", ""},
+           {"prog queue alter --manager = X ''", "queue list -m X"},
+           {"prog queue alter Q --manager =", "manager list"},
+           {"prog queue alter Q -m X --m", ""},
            {"prog queue alter Q -m X --s", "--sync"}})
     EXPECT_EQ(offered(line), words + "\n") << line;
 }

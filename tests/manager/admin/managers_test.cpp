@@ -14,6 +14,7 @@ TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
                              Words{"manager", "create", "A", "B"},
                              Words{"manager", "create", "--frob"},
                              Words{"manager", "list", "A"},
+                             Words{"manager", "default", "A", "--json"},
                              Words{"manager", "alter", "A"},
                              Words{"manager", "alter", "A", "--sync", "sometimes"},
                              Words{"queue", "create"},
@@ -21,7 +22,10 @@ TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
                              Words{"queue", "create", "Q", "-m"},
                              Words{"queue", "create", "Q", "--max-depth", "many"},
                              Words{"queue", "create", "Q", "--max-depth", "1x"},
+                             Words{"queue", "create", "Q", "--max-depth", "1000000000"},
+                             Words{"queue", "create", "Q", "--max-length", "104857601"},
                              Words{"queue", "create", "Q", "--max-length", "99999999999"},
+                             Words{"queue", "create", "Q", "--priority", "0x1"},
                              Words{"queue", "alter", "Q", "--inhibit-put", "maybe"},
                              Words{"queue", "delete", "Q"},
                              Words{"queue", "purge", "Q"},
@@ -29,9 +33,11 @@ TEST_F(Programs, WrongWordsGetTheUsageAndStatus2) {
                              Words{"browse"},
                              Words{"move", "Q"},
                              Words{"move", "Q", "R", "--count", "-1"},
+                             Words{"move", "Q", "R", "--count", ""},
+                             Words{"top", "--count", "1", "--interval", "nan"},
                              Words{"export"},
                              Words{"import", "Q", "R"},
-                             Words{"backup"},
+                             Words{"backup", ""},
                              Words{"restore", "B"},
                              Words{"command-server"},
                              Words{"command-server", "restart"}}) {
@@ -63,6 +69,7 @@ TEST_F(Programs, ManagersAreMadeListedAndDeleted) {
   EXPECT_EQ(managers(), "A default ") << "nobody inherits the mark";
   EXPECT_THAT(bxadm({"queue", "list"}), FailsWithOneLine("default"));
   EXPECT_EQ(done({"manager", "create", "A2", "--default"}), "Queue manager A2 created.\n");
+  EXPECT_EQ(done({"manager", "default", "--json"}), "{\n  \"name\": \"A2\"\n}\n");
   EXPECT_EQ(done({"queue", "list"}), "");
 }
 

@@ -91,13 +91,19 @@ TEST_F(Messages, AreExportedAndImportedByteForByte) {
   EXPECT_EQ(exported("B"), whole + lines);
   const std::string id = whole.substr(0, whole.find(','));
   for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
-           {"{", "line 2"},
+           {"{", "line 2: at column 2 it"},
            {"[]", "not a JSON object"},
            {"{}", "neither text nor base64"},
            {R"({"text":"x"})", "no id"},
            {id + R"(,"text":"x","priority":10})", "from 0 to 9"},
-           {id + R"(,"text":7})", "line 2"},
+           {id + R"(,"text":"x","priority":4294967301})", "from 0 to 9"},
+           {id + R"(,"text":"x","flags":1.5})", "'flags' is a whole number"},
+           {id + R"(,"text":7})", "'text' is a text"},
            {id + R"(,"text":"x","put":"yesterday"})", "'yesterday' is no time"},
+           {id + R"(,"text":"x","put":"2026-11-22T24:00:00.000Z"})", "is no time"},
+           {id + R"(,"text":"x","expires":"1970-01-01T00:00:00.000Z"})", "not after 1970"},
+           {id + R"(,"base64":"Yg==Yg=="})", "not base64"},
+           {id + R"(,"text":"x","base64":"Yg=="})", "both text and base64"},
            {id + R"(,"base64":"?"})", "not base64"},
            {id + R"(,"text":"x","user":"longer than 12 bytes"})", "'user' has 12 bytes"},
            {id + R"(,"text":"x","frob":1})", "'frob' is not known"}})

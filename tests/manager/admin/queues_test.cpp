@@ -5,12 +5,12 @@ namespace {
 TEST_F(Programs, QueuesAreMadeListedAndDeleted) {
   EXPECT_EQ(done({"queue", "create", "A/b%"}), "Queue A/b% created.\n")
       << "the first manager is made for it";
-  EXPECT_EQ(done({"queue", "create", "B", "--max-depth", "7", "--max-length", "9"}),
+  EXPECT_EQ(done({"queue", "create", "B", "--max-depth", "07", "--max-length", "010"}),
             "Queue B created.\n");
   EXPECT_THAT(bxadm({"queue", "create", "B"}), FailsWithOneLine("B already"));
   EXPECT_EQ(done({"queue", "list"}), "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
                                      "A/b%      0       5000     4194304\n"
-                                     "B         0          7           9\n");
+                                     "B         0          7          10\n");
   EXPECT_THAT(done({"top", "--count", "1"}), testing::HasSubstr(" B depth 0 of 7, 0 put/s"));
   EXPECT_THAT(done({"top", "--count", "2", "--interval", "0.1", "--json"}),
               testing::ContainsRegex("\"queue\":\"A/b%\",\"depth\":0.*\"oldest_age_ms\":null"));
@@ -26,16 +26,12 @@ TEST_F(Programs, QueuesAreMadeListedAndDeleted) {
   EXPECT_THAT(bxadm({"queue", "delete", "A/b%", "--force"}), FailsWithOneLine("A/b%"));
   EXPECT_EQ(done({"queue", "list", "-m", "DEFAULT"}),
             "NAME  DEPTH  MAX DEPTH  MAX LENGTH  INHIBITED\n"
-            "B         2          7           9\n");
+            "B         2          7          10\n");
 }
 
 TEST_F(Programs, QueuesThatCannotBeAreRefused) {
   EXPECT_THAT(bxadm({"queue", "list", "-m", "NONE"}), FailsWithOneLine("NONE"));
   EXPECT_THAT(bxadm({"queue", "create", "a-b"}), FailsWithOneLine("a-b"));
-  EXPECT_THAT(bxadm({"queue", "create", "Q", "--max-depth", "1000000000"}),
-              FailsWithOneLine("999999999"));
-  EXPECT_THAT(bxadm({"queue", "create", "Q", "--max-length", "104857601"}),
-              FailsWithOneLine("104857600"));
   EXPECT_EQ(done({"queue", "list"}), "");
 }
 
