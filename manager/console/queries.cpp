@@ -127,13 +127,10 @@ Response Queries::message(const Request& request) {
   const std::uint64_t offset = numberOf(request, "offset", 0, kMostOffset + kMostCount);
   const auto slot = m_wholes.take();
   Walk walk(m_observer, place);
-  Json found;
-  bool isThere = false; // else the nearest before it: by now it may have moved up
-  for (std::uint64_t row = 0; !isThere && walk.next(); ++row)
-    if (identifierOf(walk.queue.stored()) == *id) {
+  Json found; // that of the row or before it, for by now it may have moved up
+  for (std::uint64_t row = 0; (row <= offset || found.is_null()) && walk.next(); ++row)
+    if (identifierOf(walk.queue.stored()) == *id)
       found = jsonOf(walk.queue.priority(), walk.queue.stored());
-      isThere = row >= offset;
-    }
   if (found.is_null())
     throw Problem(404, "there is no such message on queue " + place.queue + " any more");
   Response response = jsonResponse(found);

@@ -152,20 +152,11 @@ byId('search').addEventListener('input', filter);
 const dialog = byId('message');
 const part = (selector) => dialog.querySelector(selector);
 
-/// Of several with this identifier the one of the row, unless messages before it were taken since.
-async function wholeOf(queue, id, at) {
-  try {
-    return await call('GET', `/message${about(queue, {id, offset: Math.min(at, kMostOffset)})}`);
-  } catch (problem) {
-    if (problem.status !== 404) throw problem;
-    return call('GET', `/message${about(queue, {id})}`);
-  }
-}
-
-async function showWhole(id, at) {
+/// Of several with this identifier the one of the row.
+async function showWhole(id, offset) {
   byId('messages-fault').hidden = true;
   try {
-    open(await wholeOf(shown, id, at));
+    open(await call('GET', `/message${about(shown, {id, offset})}`));
   } catch (problem) {
     sayIfAny(byId('messages-fault'), problem.message);
     byId('messages-fault').scrollIntoView({block: 'nearest'});
